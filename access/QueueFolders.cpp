@@ -1,0 +1,242 @@
+#include "access/QueueFolders.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cstdlib>
+#include <exception>
+#include <memory>
+
+#include "calendar/Common.h"
+#include "core/Server.h"
+#include "platform/Error.h"
+#include "platform/Files.h"
+#include "reports/ServerLog.h"
+#include "reports/TaskInfo.h"
+#include "reports/TaskReport.h"
+#include "storage/Settings.h"
+
+namespace vq {
+namespace {
+
+struct DirCloser {
+    void operator()(DIR* dir) const { closedir(dir); }
+};
+using DirHandle = std::unique_ptr<DIR, DirCloser>;
+
+std::string TaskCell(Server& server, const std::string& taskKey, const char* column) {
+    return GetCell(server.tables, kTaskTable, taskKey, column);
+}
+
+std::string TaskName(Server& server, const std::string& taskKey) {
+    std::string name;
+    if (!GetRowText(server.tables, kTaskTable, taskKey, name))
+        throw VqError("Element not found: " + taskKey, 35601);
+    return name;
+}
+
+// The project folder of a task: root, domain, user and task name, with a closing "/".
+std::string ProjectFolder(Server& server, const std::string& taskKey) {
+    return server.ServerPath + TaskCell(server, taskKey, "Domain") + "/" +
+           TaskCell(server, taskKey, "UserName") + "/" + TaskName(server, taskKey) + "/";
+}
+
+bool IsTaskFolderName(const std::string& name) {
+    if (name.size() != 6) return false;
+    for (char c : name)
+        if (!std::isdigit(static_cast<unsigned char>(c))) return false;
+    return true;
+}
+
+// Deletes the files of a folder, then the folder; failures don't stop the clearing.
+void DeleteFolder(const std::string& folder) {
+    if (DirHandle dir{opendir(folder.c_str())}) {
+        while (dirent* entry = readdir(dir.get())) {
+            const std::string path = folder + entry->d_name;
+            struct stat st {};
+            if (lstat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) unlink(path.c_str());
+        }
+    }
+    rmdir(folder.c_str());
+}
+
+}  // namespace
+
+bool ReadServerPath(Server& server) {
+    try {
+        server.ServerPath = WithBackslash(GetSettingText(server.registry, "ServerSettings", "ServPath"));
+        return !server.ServerPath.empty() && FolderExists(server.ServerPath);
+    } catch (const std::exception& e) {
+        const std::string text = std::string("Error occurred while trying to get server path!\n") + e.what();
+        WriteServerLog(server, text);
+        server.op.Message(text, MessageIcon::Critical, kAppTitle);
+        return false;
+    }
+}
+
+bool FolderExists(const std::string& path) {
+    return DirHandle{opendir(WithBackslash(path).c_str())} != nullptr;
+}
+
+std::string FileExists(const std::string& path) {
+    if (path.empty() || !PathExists(path)) return {};
+    const std::string bare = WithoutBackslash(path);
+    return bare.substr(bare.find_last_of('/') + 1);
+}
+
+bool CheckQueueFolders(Server& server, const std::string& root) {
+    const std::string base = WithBackslash(root);
+    try {
+        struct Level { std::string path; const char* level; mode_t mode; };
+        const Level levels[] = {{base, "1", 0700},
+                                {base + "$InQ", "6", 0777},
+                                {base + "$JobQ", "7", 0777},
+                                {base + "$JobR", "8", 0777},
+                                {base + "$Data", "0", 0777}};
+        for (const Level& l : levels)
+            if (!MakeQueueFolder(server, "Everyone", "", l.path, l.level, l.mode))
+                throw VqError("The folder " + l.path + " could not be made.");
+        const std::string servPath = GetSettingText(server.registry, "ServerSettings", "ServPath");
+        if (servPath.empty() || !FolderExists(servPath))
+            throw VqError("The queue folder is not set or can't be found.");
+        std::string error;
+        if (!WriteFileAtomic(base + "$JobQ/QPath", servPath + "\r\n", &error)) throw VqError(error);
+        return true;
+    } catch (const std::exception& e) {
+        const std::string text = "Error occurred while doing directory check!\nPath: \"" +
+                                 GetSettingText(server.registry, "ServerSettings", "ServPath") +
+                                 "\"\n" + e.what();
+        WriteServerLog(server, text);
+        server.op.Message(text, MessageIcon::Critical, kAppTitle);
+        return false;
+    }
+}
+
+bool MakeQueueFolder(Server& server, const std::string& user, const std::string& domain,
+                     const std::string& path, const std::string& securityLevel, mode_t mode) {
+    const std::string folder = WithoutBackslash(path);
+    if (PathExists(folder + "/" + kCreationTimeFile)) return true;
+    if (!PathExists(folder) && ::mkdir(folder.c_str(), mode) != 0) {
+        WriteServerLog(server, "Error occurred while creating folder!\n\nPath: " + folder + "\n\n" +
+                                   ErrnoText(errno));
+        return false;
+    }
+    WriteCreationTime(server, folder);
+    return true;
+}
+
+bool WriteCreationTime(Server& server, const std::string& path) {
+    const std::string line =
+        "Orvantis Folder Created On: " + FormatLocaleDateTime(server.clock.Now()) + "\r\n";
+    if (WriteFileAtomic(WithBackslash(path) + kCreationTimeFile, line)) return true;
+    WriteServerLog(server, "Error occurred while writing creation time file.\n\nPath: " + path);
+    return false;
+}
+
+bool EnsureTaskFolders(Server& server, const std::string& taskKey) {
+    try {
+        const std::string domain = TaskCell(server, taskKey, "Domain");
+        const std::string user = TaskCell(server, taskKey, "UserName");
+        const std::string domainFolder = server.ServerPath + domain;
+        const std::string userFolder = domainFolder + "/" + user;
+        const std::string projectFolder = userFolder + "/" + TaskName(server, taskKey);
+        const std::string rf = TaskCell(server, taskKey, "RF");
+        const std::pair<std::string, const char*> folders[] = {
+            {domainFolder, "1"}, {userFolder, "2"}, {projectFolder, "3"}, {rf, "4"}};
+        for (const auto& [folder, level] : folders)
+            if (!MakeQueueFolder(server, user, domain, folder, level))
+                throw VqError("The folder " + folder + " could not be made.");
+        const std::string base = WithBackslash(rf);
+        if (FileExists(base + TaskCell(server, taskKey, "JobReport") + ".txt").empty())
+            WriteReport(server, taskKey, "Waiting", false, "", -1, 1);
+        std::string error;
+        if (FileExists(base + kActiveMarker).empty() &&
+            !WriteFileAtomic(base + kActiveMarker, "Active Task\r\n", &error))
+            throw VqError(error);
+        return WriteTaskInfo(server, taskKey);
+    } catch (const std::exception& e) {
+        WriteServerLog(server, std::string("Error occurred while checking the task's folders!\n") + e.what());
+        return false;
+    }
+}
+
+void SetTaskFolder(Server& server, const std::string& taskKey) {
+    const std::string rf = server.ServerPath + TaskCell(server, taskKey, "Domain") + "/" +
+                           TaskCell(server, taskKey, "UserName") + "/" + TaskName(server, taskKey) +
+                           "/" + TaskCell(server, taskKey, "ID");
+    SetCell(server.tables, kTaskTable, taskKey, "RF", rf);
+}
+
+bool ClearProjectFolders(Server& server, const std::string& taskKey) {
+    std::string lastMarker;
+    VqTable& list = server.tables.FolList;
+    try {
+        const int64_t limit = GetSettingNumber(server.registry, "ServerSettings", "CLF");
+        if (limit == 0) return true;
+        list.ClearRows();
+        const std::string project = ProjectFolder(server, taskKey);
+        const std::string name = TaskName(server, taskKey);
+        if (DirHandle dir{opendir(project.c_str())}) {
+            while (dirent* entry = readdir(dir.get())) {
+                const std::string folder = entry->d_name;
+                struct stat st {};
+                if (folder.empty() || folder[0] == '.' || !IsTaskFolderName(folder)) continue;
+                if (stat((project + folder).c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) continue;
+                list.AddRow("S" + folder, "").cells[list.ColumnIndex("Time")] =
+                    FormatDateTime(DateFromTimeT(st.st_mtime));
+            }
+        }
+        if (static_cast<int64_t>(list.RowCount()) > limit) {
+            list.SortOn(list.ColumnIndex("Time"), false);
+            const size_t surplus = list.RowCount() - static_cast<size_t>(limit);
+            for (size_t i = 0; i < surplus; ++i) {
+                const std::string folder = list.RowAt(i).key.substr(1);
+                if (server.tables.TaskTable.FindRow(folder + "-" + name)) continue;
+                lastMarker = project + folder + "/" + kActiveMarker;
+                if (!FileExists(lastMarker).empty()) continue;
+                DeleteFolder(project + folder + "/");
+            }
+        }
+        list.ClearRows();
+        return true;
+    } catch (const std::exception& e) {
+        list.ClearRows();
+        WriteServerLog(server, "Error occurred clearing project folder! (" + taskKey + ")\n" + lastMarker +
+                                   "\n" + e.what());
+        return false;
+    }
+}
+
+}  // namespace vq
+
+namespace vq {
+
+bool AcceptQueueFolder(Server& server, const std::string& path) {
+    std::string absolute = path;
+    char cwd[4096];
+    if (!absolute.empty() && absolute[0] != '/' && ::getcwd(cwd, sizeof cwd))
+        absolute = WithBackslash(cwd) + absolute;
+    const std::string root = WithBackslash(absolute);
+    // The queue holds one user's data: the root itself is private.
+    if (!root.empty() && !IsFolder(root)) {
+        MakeFolders(WithoutBackslash(root.substr(0, root.find_last_of('/', root.size() - 2) + 1)));
+        ::mkdir(WithoutBackslash(root).c_str(), 0700);
+    }
+    server.ServerPath = root;
+    if (!root.empty() && FolderExists(root)) {
+        SaveRegSetting(server.registry, "ServerSettings", "ServPath", root);
+        return true;
+    }
+    server.op.Message("Cannot change queue folder.\n\nPlease choose another path.",
+                      MessageIcon::Exclamation, "Orvantis Server Queue Folder");
+    return false;
+}
+
+std::string ProposedQueueFolder() {
+    const char* home = std::getenv("HOME");
+    return std::string(home && *home ? home : ".") + "/$JQ/";
+}
+
+}  // namespace vq

@@ -1,0 +1,28 @@
+#include "app/InstanceBus.h"
+
+#include <QDBusConnection>
+#include <QDBusInterface>
+#include <QDBusReply>
+
+namespace vq {
+
+bool InstanceBus::Register() {
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) return false;
+    if (!bus.registerService(QString::fromLatin1(kBusName))) return false;
+    return bus.registerObject(QString::fromLatin1(kBusPath), this, QDBusConnection::ExportAllSlots);
+}
+
+bool InstanceBus::AskRunningServerToShow() {
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) return false;
+    QDBusInterface server(QString::fromLatin1(kBusName), QString::fromLatin1(kBusPath),
+                          QString::fromLatin1(kExtrasInterface), bus);
+    server.setTimeout(2000);
+    QDBusReply<bool> reply = server.call(QStringLiteral("ShowWindow"));
+    return reply.isValid();
+}
+
+bool InstanceBus::ShowWindow() { return true; }
+
+}  // namespace vq

@@ -1,0 +1,47 @@
+#pragma once
+// The server process around the engine: the two timers, the closing path on SIGTERM, SIGINT
+// and SIGHUP, and the seams of a server without a window.
+#include <QObject>
+#include <QSocketNotifier>
+#include <QTimer>
+#include <memory>
+
+#include "app/InstanceBus.h"
+#include "core/Server.h"
+#include "core/Startup.h"
+#include "platform/HeadlessOperator.h"
+#include "platform/InstanceLock.h"
+
+namespace vq {
+
+class ServerProcess : public QObject, private Screen, private InstanceGuard {
+    Q_OBJECT
+public:
+    ServerProcess();
+    ~ServerProcess() override;
+    // Runs the start; the exit code when the process must end at once, else -1.
+    int Start(const StartRequest& request);
+
+private:
+    void LoadTree() override {}
+    void SaveColumnWidths() override {}
+    void QueueSwitched(bool started) override;
+    bool AnotherServerRuns() override;
+
+    void OnTimer1();
+    void OnTimer3();
+    void OnSignal();
+    static int TickInterval();
+
+    SystemClock clock_;
+    HeadlessOperator operator_;
+    std::unique_ptr<Registry> registry_;
+    std::unique_ptr<Server> server_;
+    std::unique_ptr<InstanceLock> lock_;
+    InstanceBus bus_;
+    QTimer timer1_;
+    QTimer timer3_;
+    std::unique_ptr<QSocketNotifier> signalNotifier_;
+};
+
+}  // namespace vq

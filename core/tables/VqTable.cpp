@@ -1,0 +1,98 @@
+#include "core/tables/VqTable.h"
+
+#include <algorithm>
+
+#include "platform/Error.h"
+
+namespace vq {
+
+void VqTable::ClearColumns() {
+    columns_.clear();
+    columnIndex_.clear();
+    ClearRows();
+}
+
+void VqTable::AddColumn(VqColumn column) {
+    columnIndex_.emplace(column.key, static_cast<int>(columns_.size()));
+    columns_.push_back(std::move(column));
+    for (auto& row : rows_) row->cells.resize(columns_.size());
+}
+
+int VqTable::ColumnIndex(std::string_view key) const {
+    auto it = columnIndex_.find(key);
+    if (it == columnIndex_.end()) throw VqError("Invalid column key: " + std::string(key), 35600);
+    return it->second;
+}
+
+bool VqTable::HasColumn(std::string_view key) const { return columnIndex_.contains(key); }
+
+VqRow& VqTable::AddRow(const std::string& key, const std::string& text) {
+    if (rowIndex_.contains(key)) throw VqError("Key is not unique in collection: " + key, 35602);
+    auto row = std::make_unique<VqRow>();
+    row->key = key;
+    row->cells.resize(std::max<size_t>(columns_.size(), 1));
+    row->cells[0] = text;
+    VqRow& added = *row;
+    rowIndex_.emplace(key, &added);
+    rows_.push_back(std::move(row));
+    return added;
+}
+
+VqRow* VqTable::FindRow(std::string_view key) {
+    auto it = rowIndex_.find(key);
+    return it == rowIndex_.end() ? nullptr : it->second;
+}
+
+const VqRow* VqTable::FindRow(std::string_view key) const {
+    auto it = rowIndex_.find(key);
+    return it == rowIndex_.end() ? nullptr : it->second;
+}
+
+VqRow& VqTable::Row(std::string_view key) {
+    VqRow* row = FindRow(key);
+    if (!row) throw VqError("Element not found: " + std::string(key), 35601);
+    return *row;
+}
+
+bool VqTable::RemoveRow(std::string_view key) {
+    auto it = rowIndex_.find(key);
+    if (it == rowIndex_.end()) return false;
+    const VqRow* target = it->second;
+    rowIndex_.erase(it);
+    auto pos = std::find_if(rows_.begin(), rows_.end(),
+                            [target](const auto& row) { return row.get() == target; });
+    rows_.erase(pos);
+    return true;
+}
+
+void VqTable::ClearRows() {
+    rowIndex_.clear();
+    rows_.clear();
+}
+
+const std::string& VqTable::Cell(std::string_view rowKey, std::string_view columnKey) const {
+    const int column = ColumnIndex(columnKey);
+    const VqRow* row = FindRow(rowKey);
+    if (!row) throw VqError("Element not found: " + std::string(rowKey), 35601);
+    return row->cells[column];
+}
+
+void VqTable::SetCell(std::string_view rowKey, std::string_view columnKey, std::string value) {
+    const int column = ColumnIndex(columnKey);
+    Row(rowKey).cells[column] = std::move(value);
+}
+
+void VqTable::SortOn(int columnIndex, bool descending) {
+    sortKey_ = columnIndex;
+    sortDescending_ = descending;
+    if (columnIndex < 0 || static_cast<size_t>(columnIndex) >= columns_.size()) return;
+    const size_t c = static_cast<size_t>(columnIndex);
+    auto before = [c, descending](const auto& a, const auto& b) {
+        return descending ? b->cells[c] < a->cells[c] : a->cells[c] < b->cells[c];
+    };
+    // Ageing keeps the order of most ticks: a sorted table costs one pass.
+    if (!std::is_sorted(rows_.begin(), rows_.end(), before))
+        std::stable_sort(rows_.begin(), rows_.end(), before);
+}
+
+}  // namespace vq

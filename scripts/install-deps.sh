@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Installs the packages that building, running and testing need, when any is missing.
+set -euo pipefail
+packages=(cmake make g++ clang qt6-base-dev libsqlite3-dev libgtest-dev libgmock-dev
+          libbenchmark-dev dbus dbus-x11 xvfb xauth)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+sudo=""
+[ "$(id -u)" -ne 0 ] && sudo="sudo"
+echo "Installing: ${missing[*]}"
+$sudo apt-get update -q
+DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -q "${missing[@]}"

@@ -1,0 +1,110 @@
+#pragma once
+// What the engine's tests share: a fake clock, an operator with scripted answers, a screen
+// that counts refreshes, a temporary folder, and a fresh server over all of them.
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/Server.h"
+
+namespace vq::test {
+
+class FakeClock final : public Clock {
+public:
+    explicit FakeClock(VqDate start = MakeDate({2026, 11, 22, 12, 0, 0, 0})) : now_(start) {}
+    VqDate Now() override { return now_; }
+    void Sleep(int milliseconds) override {
+        now_ = AddSeconds(now_, 0) + milliseconds / 86400000.0;
+        slept += milliseconds;
+    }
+    void Advance(int64_t seconds) { now_ = AddSeconds(now_, seconds); }
+    void Set(VqDate date) { now_ = date; }
+    int64_t slept = 0;
+
+private:
+    VqDate now_;
+};
+
+struct ShownMessage {
+    std::string text;
+    MessageIcon icon;
+    std::string title;
+};
+
+class ScriptedOperator final : public Operator {
+public:
+    void Message(const std::string& text, MessageIcon icon, const std::string& title) override {
+        messages.push_back({text, icon, title});
+    }
+    // Takes the next scripted answer; Yes when none is left.
+    bool AskYesNo(const std::string& text, const std::string& title, int autoYesMs) override {
+        questions.push_back({text, MessageIcon::Question, title});
+        lastAutoYesMs = autoYesMs;
+        if (answers.empty()) return true;
+        const bool answer = answers.front();
+        answers.pop_front();
+        return answer;
+    }
+    void Beep() override { ++beeps; }
+
+    std::deque<bool> answers;
+    std::vector<ShownMessage> messages;
+    std::vector<ShownMessage> questions;
+    int lastAutoYesMs = -1;
+    int beeps = 0;
+};
+
+class CountingScreen final : public Screen {
+public:
+    void LoadTree() override { ++treeLoads; }
+    void SaveColumnWidths() override { ++widthSaves; }
+    void QueueSwitched(bool started) override { queueSwitches.push_back(started); }
+    int treeLoads = 0;
+    int widthSaves = 0;
+    std::vector<bool> queueSwitches;
+};
+
+// A folder under the system's temporary folder, removed with everything in it.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    // The folder with a closing "/".
+    const std::string& Path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+// A fresh server: its own settings store and queue root in a temporary folder, the fake clock,
+// the scripted operator and the counting screen. Columns are built, paths are set, the queue
+// folders exist.
+class TestServer {
+public:
+    TestServer();
+    Server& operator*() { return *server; }
+    Server* operator->() { return server.get(); }
+
+    // Adds a task row with the start values of a submission and returns its key.
+    std::string AddTask(int number, const std::string& name, const std::string& status = "Waiting",
+                        const std::string& priority = "000200");
+    // Adds `count` steps to a task, each with range 1 to 1 and Execute "Yes".
+    void AddSteps(const std::string& taskKey, int count);
+    // The server log's whole text, empty when there is none.
+    std::string LogText() const;
+
+    TempDir dir;
+    FakeClock clock;
+    ScriptedOperator op;
+    CountingScreen screen;
+    std::unique_ptr<Registry> registry;
+    std::unique_ptr<Server> server;
+};
+
+// Reads a whole file; the empty text when it is missing.
+std::string ReadFileText(const std::string& path);
+
+}  // namespace vq::test
