@@ -31,7 +31,9 @@ bool StartReadyTasks(Server& server, VqTable& tasks, int statusColumn) {
         uint8_t slot = 0;
         if (!FindFreeSlot(server, slot)) break;
         const std::string key = tasks.RowAt(i).key;
-        if (RunNextStep(server, true, key, slot)) changed = true;
+        const bool started = server.RunNextStepSeam ? server.RunNextStepSeam(server, true, key, slot)
+                                                    : RunNextStep(server, true, key, slot);
+        if (started) changed = true;
     }
     return changed;
 }
@@ -44,7 +46,8 @@ bool PromoteWaitingTasks(Server& server, VqTable& tasks, int statusColumn, int d
         const std::string& dependency = tasks.RowAt(i).cells[dependencyColumn];
         if (!dependency.empty() && dependency[0] != '$') continue;
         const std::string key = tasks.RowAt(i).key;
-        if (!CheckRepeat(server, key)) continue;
+        const bool due = server.CheckRepeatSeam ? server.CheckRepeatSeam(server, key) : CheckRepeat(server, key);
+        if (!due) continue;
         // The mark is spent: the name stands again for the next run.
         VqRow* row = tasks.FindRow(key);
         if (row && !row->cells[dependencyColumn].empty())

@@ -3,6 +3,7 @@
 // tables and the seams to the clock, the operator, the settings store and the screen. A test
 // makes a fresh one and throws it away.
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -74,6 +75,11 @@ struct Server {
     bool SaveNeeded = false;
     // The text of the last server log entry, so that a headless message is logged once.
     std::string LastLogText;
+
+    // Seams of the queue cycle for tests: when set, they stand in for step sequencing and the
+    // repeat check, so that the cycle's own order of calls can be watched.
+    std::function<bool(Server&, bool firstStep, const std::string& taskKey, uint8_t slot)> RunNextStepSeam;
+    std::function<bool(Server&, const std::string& taskKey)> CheckRepeatSeam;
 };
 
 }  // namespace vq

@@ -36,7 +36,7 @@ void ApplyLogonSettings(Server& server) {
 bool SettleQueueRoot(Server& server, const StartRequest& request) {
     if (!request.queueRoot.empty()) return AcceptQueueFolder(server, request.queueRoot) && ReadServerPath(server);
     if (ReadServerPath(server)) return true;
-    AcceptQueueFolder(server, ProposedQueueFolder());
+    AcceptQueueFolder(server, request.proposedRoot.empty() ? ProposedQueueFolder() : request.proposedRoot);
     return ReadServerPath(server);
 }
 
@@ -44,16 +44,6 @@ void SetDerivedPaths(Server& server) {
     server.RunnerPath = server.ProgramFolder + "runlet";
     server.InQueuePath = server.ServerPath + "$InQ/";
     server.DataPath = server.ServerPath + "$Data/";
-}
-
-void FinishTasksFoundRunning(Server& server) {
-    VqTable& tasks = server.tables.TaskTable;
-    const int statusColumn = tasks.ColumnIndex("Status");
-    for (size_t i = 0; i < tasks.RowCount(); ++i) {
-        const std::string status = tasks.RowAt(i).cells[statusColumn];
-        if (BaseStatus(status) == kRunning)
-            ChangeStatus(server, tasks.RowAt(i).key, status, kCompleteUnfinished);
-    }
 }
 
 std::string KeyList(const std::vector<std::string>& keys) {
@@ -125,6 +115,16 @@ bool MainWindowLoad(Server& server, const StartRequest& request) {
     server.RunningTaskCount = 0;
     QSS(server, ServerSetting(server, "StartQ") == 1 && queueMayStart);
     return true;
+}
+
+void FinishTasksFoundRunning(Server& server) {
+    VqTable& tasks = server.tables.TaskTable;
+    const int statusColumn = tasks.ColumnIndex("Status");
+    for (size_t i = 0; i < tasks.RowCount(); ++i) {
+        const std::string status = tasks.RowAt(i).cells[statusColumn];
+        if (BaseStatus(status) == kRunning)
+            ChangeStatus(server, tasks.RowAt(i).key, status, kCompleteUnfinished);
+    }
 }
 
 std::vector<std::string> RunningTaskKeys(Server& server) {

@@ -20,6 +20,8 @@ struct StartRequest {
     std::string commandLine;
     // --queue-root, taken as the queue folder chooser's OK would take it; empty when not given.
     std::string queueRoot;
+    // The folder proposed when no root is given or stored; empty for $HOME/$JQ.
+    std::string proposedRoot;
     // What the platform query answers: platform 2, major 6 on Linux.
     int osPlatform = 2, osMajor = 6, osMinor = 0;
 };
@@ -45,6 +47,8 @@ bool MainWindowLoad(Server& server, const StartRequest& request);
 uint8_t OsKindOf(int platform, int major, int minor, std::string* message = nullptr);
 // TVal written as "1", then "2", and read back.
 bool RegistryWriteTest(Server& server);
+// Every task found Running (held or cancelling too) becomes "Complete - Unfinished".
+void FinishTasksFoundRunning(Server& server);
 // The keys of the tasks whose Status contains "Running".
 std::vector<std::string> RunningTaskKeys(Server& server);
 // The closing path; true when the server may close. `bySystem` when the session or a signal

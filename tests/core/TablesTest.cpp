@@ -1,0 +1,185 @@
+// The working tables: columns, cells by key, status phases, re-sort and removal.
+#include <gtest/gtest.h>
+
+#include "core/TaskStatus.h"
+#include "core/tables/Status.h"
+#include "platform/Error.h"
+#include "storage/Settings.h"
+#include "tests/support/TestSupport.h"
+
+namespace vq {
+namespace {
+
+using test::TestServer;
+
+TEST(BaseStatus, TakesThePhaseFromTheFirstFiveCharacters) {
+    EXPECT_EQ(BaseStatus("Complete - Unfinished"), "Complete");
+    EXPECT_EQ(BaseStatus("Waiting - Hold"), "Waiting");
+    EXPECT_EQ(BaseStatus("Ready - Hold"), "Ready");
+    EXPECT_EQ(BaseStatus("Running - Cancelling"), "Running");
+    EXPECT_EQ(BaseStatus(""), "Removed");
+    EXPECT_EQ(BaseStatus("Runn"), "Removed");
+    EXPECT_EQ(BaseStatus("running"), "Removed");
+}
+
+TEST(Columns, StandInTheirOrderWithKeysAndCaptions) {
+    TestServer ts;
+    WorkingTables& t = ts->tables;
+    EXPECT_EQ(t.TaskTable.Columns().size(), 33u);
+    EXPECT_EQ(t.StepTable.Columns().size(), 18u);
+    EXPECT_EQ(ColumnIndex(t, kTaskTable, "JobName"), 0);
+    EXPECT_EQ(ColumnIndex(t, kTaskTable, "ID"), 1);
+    EXPECT_EQ(ColumnIndex(t, kTaskTable, "Queue Priority"), 10);
+    EXPECT_EQ(ColumnIndex(t, kTaskTable, "End"), 32);
+    EXPECT_EQ(ColumnIndex(t, kStepTable, "Parent"), 17);
+    EXPECT_EQ(t.StepTable.Columns()[5].caption, "Mem Usage In System Units ");
+    EXPECT_EQ(t.StepTable.Columns()[16].caption, "Buffer Widht");
+    EXPECT_EQ(t.TaskTable.Columns()[7].caption, "Computer");
+    EXPECT_TRUE(t.TaskTable.Columns()[26].rightAligned);
+    EXPECT_THROW(ColumnIndex(t, kTaskTable, "Nope"), VqError);
+}
+
+TEST(Columns, ViewsShowFlaggedColumnsOnly) {
+    TestServer ts;
+    WorkingTables& t = ts->tables;
+    // 33 columns less the 10 that never show.
+    EXPECT_EQ(t.TaskView.Columns().size(), 23u);
+    EXPECT_FALSE(t.TaskView.HasColumn("Password"));
+    EXPECT_TRUE(t.TaskView.HasColumn("Class"));
+    EXPECT_EQ(t.StepView.Columns().size(), 10u);
+
+    SaveRegSetting(*ts.registry, "Settings", "Show-Class", "0");
+    BuildColumns(t, *ts.registry);
+    EXPECT_FALSE(t.TaskView.HasColumn("Class"));
+    EXPECT_EQ(t.TaskTable.Columns()[3].viewFlag, "0");
+    EXPECT_EQ(t.TaskTable.Columns()[5].viewFlag, "");
+
+    SaveRegSetting(*ts.registry, "Settings", "Show-Class", "1");
+    ReadViewFlags(t, *ts.registry);
+    BuildViewColumns(t);
+    EXPECT_TRUE(t.TaskView.HasColumn("Class"));
+}
+
+TEST(Cells, AreReachedByTableNumberRowKeyAndColumnKey) {
+    TestServer ts;
+    WorkingTables& t = ts->tables;
+    const std::string key = ts.AddTask(123, "Nightly build - part 2");
+    EXPECT_EQ(key, "000123-Nightly build - part 2");
+    EXPECT_EQ(GetCell(t, kTaskTable, key, "ID"), "000123");
+    EXPECT_TRUE(SetCell(t, kTaskTable, key, "JobRC", int64_t{5}));
+    EXPECT_EQ(GetCell(t, kTaskTable, key, "JobRC"), "5");
+    std::string text;
+    EXPECT_TRUE(GetRowText(t, kTaskTable, key, text));
+    EXPECT_EQ(text, "Nightly build - part 2");
+}
+
+TEST(Cells, TableNumbersThatNameNoTableDoNothing) {
+    TestServer ts;
+    WorkingTables& t = ts->tables;
+    const std::string key = ts.AddTask(1, "A");
+    for (int16_t number : {0, 3, 6, -1}) {
+        EXPECT_EQ(GetCell(t, number, key, "ID"), "");
+        EXPECT_TRUE(SetCell(t, number, key, "ID", "x"));
+        std::string text = "unchanged";
+        EXPECT_TRUE(GetRowText(t, number, key, text));
+        EXPECT_EQ(text, "unchanged");
+    }
+    EXPECT_EQ(GetCell(t, kTaskTable, key, "ID"), "000001");
+}
+
+TEST(Cells, AMissingRowOrColumnFailsIntoTheCaller) {
+    TestServer ts;
+    WorkingTables& t = ts->tables;
+    const std::string key = ts.AddTask(1, "A");
+    EXPECT_THROW(GetCell(t, kTaskTable, "000002-A", "ID"), VqError);
+    EXPECT_THROW(SetCell(t, kTaskTable, key, "Nope", "x"), VqError);
+    std::string text;
+    EXPECT_FALSE(GetRowText(t, kTaskTable, "000002-A", text));
+    EXPECT_EQ(t.TaskTable.RowCount(), 1u);
+    EXPECT_THROW(t.TaskTable.AddRow(key, "A"), VqError);
+}
+
+TEST(Rows, StepKeysAndTexts) {
+    EXPECT_EQ(MakeStepKey("000123-Nightly", 2), "000123-Nightly-Step2");
+    EXPECT_EQ(MakeStepKey("000123-Nightly", 12), "000123-Nightly-Step12");
+    EXPECT_EQ(StepRowText(2), "Step 0002");
+    EXPECT_EQ(MakeRowKey(999999, "x"), "999999-x");
+}
+
+TEST(Rows, RemovalDuringAWalkFromTheLastRowKeepsOrderAndLookups) {
+    VqTable table;
+    table.AddColumn({"Name", "Name", false, "1"});
+    table.AddColumn({"Value", "Value", false, "1"});
+    for (int i = 0; i < 10; ++i) table.AddRow("k" + std::to_string(i), "row" + std::to_string(i));
+    for (size_t i = table.RowCount(); i-- > 0;)
+        if (i % 2 == 0) table.RemoveRow(table.RowAt(i).key);
+    ASSERT_EQ(table.RowCount(), 5u);
+    for (size_t i = 0; i < table.RowCount(); ++i) EXPECT_EQ(table.RowAt(i).key, "k" + std::to_string(2 * i + 1));
+    EXPECT_EQ(table.FindRow("k0"), nullptr);
+    ASSERT_NE(table.FindRow("k9"), nullptr);
+    EXPECT_EQ(table.FindRow("k9")->Text(), "row9");
+    EXPECT_FALSE(table.RemoveRow("k0"));
+    table.AddRow("k0", "back");
+    EXPECT_EQ(table.RowAt(table.RowCount() - 1).key, "k0");
+}
+
+TEST(Rows, SortOnAColumnTextIsStableAndRemembered) {
+    VqTable table;
+    table.AddColumn({"Name", "Name", false, "1"});
+    table.AddColumn({"P", "P", false, "1"});
+    const char* data[][2] = {{"a", "000200"}, {"b", "1000000"}, {"c", "999998"}, {"d", "000200"}};
+    for (auto& d : data) table.AddRow(d[0], d[0]).cells[1] = d[1];
+    table.SortOn(1, true);
+    EXPECT_EQ(table.SortKey(), 1);
+    EXPECT_TRUE(table.SortDescending());
+    // Text order: "999998" > "1000000" > "000200"; equal texts keep their order.
+    std::string order;
+    for (size_t i = 0; i < table.RowCount(); ++i) order += table.RowAt(i).key;
+    EXPECT_EQ(order, "cbad");
+    table.SortOn(0, false);
+    order.clear();
+    for (size_t i = 0; i < table.RowCount(); ++i) order += table.RowAt(i).key;
+    EXPECT_EQ(order, "abcd");
+}
+
+class ChangeStatusTest : public ::testing::Test {
+protected:
+    TestServer ts;
+    std::string key = ts.AddTask(7, "Job");
+    std::string Cell(const char* column) { return GetCell(ts->tables, kTaskTable, key, column); }
+};
+
+TEST_F(ChangeStatusTest, EqualStatusWritesNothing) {
+    SetCell(ts->tables, kTaskTable, key, "Status", "Odd");
+    EXPECT_TRUE(ChangeStatus(*ts, key, "Running", "Running"));
+    EXPECT_EQ(Cell("Status"), "Odd");
+    EXPECT_EQ(Cell("Start"), "");
+    EXPECT_EQ(Cell("End"), "");
+}
+
+TEST_F(ChangeStatusTest, RunningSetsStartAndCompleteSetsEnd) {
+    EXPECT_TRUE(ChangeStatus(*ts, key, "Ready", "Running"));
+    EXPECT_EQ(Cell("Status"), "Running");
+    EXPECT_EQ(Cell("Start"), "2026-11-22 12:00:00");
+    ts.clock.Advance(65);
+    EXPECT_TRUE(ChangeStatus(*ts, key, "Running", "Complete - Cancelled"));
+    EXPECT_EQ(Cell("End"), "2026-11-22 12:01:05");
+    EXPECT_EQ(Cell("Start"), "2026-11-22 12:00:00");
+}
+
+TEST_F(ChangeStatusTest, WaitingAndRemovedSetNoDate) {
+    EXPECT_TRUE(ChangeStatus(*ts, key, "Waiting", "Ready"));
+    EXPECT_TRUE(ChangeStatus(*ts, key, "Ready", "Removed"));
+    EXPECT_EQ(Cell("Status"), "Removed");
+    EXPECT_EQ(Cell("Start"), "");
+    EXPECT_EQ(Cell("End"), "");
+}
+
+TEST_F(ChangeStatusTest, AMissingTaskIsLoggedAndReturnsFalse) {
+    EXPECT_FALSE(ChangeStatus(*ts, "000008-Gone", "Ready", "Running"));
+    EXPECT_NE(ts.LogText().find("Error occurred while changing task's status(000008-Gone)!\nElement not found"),
+              std::string::npos);
+}
+
+}  // namespace
+}  // namespace vq
