@@ -1,6 +1,8 @@
 #include "core/QueueCycle.h"
 
+#include <algorithm>
 #include <exception>
+#include <vector>
 
 #include "calendar/Common.h"
 #include "core/Repeat.h"
@@ -23,14 +25,24 @@ void AgePriorities(VqTable& tasks, int priorityColumn, int statusColumn) {
     }
 }
 
-// Starts Ready tasks in the present order until no slot is free.
-bool StartReadyTasks(Server& server, VqTable& tasks, int statusColumn) {
+// The Ready rows in the order of a stable sort of the table on the priority text, highest
+// first: the order in which the start pass meets them. Only "Ready" counts, not "Ready - Hold".
+std::vector<const VqRow*> ReadyByPriority(const VqTable& tasks, int priorityColumn, int statusColumn) {
+    std::vector<const VqRow*> ready;
+    for (size_t i = 0; i < tasks.RowCount(); ++i)
+        if (tasks.RowAt(i).cells[statusColumn] == kReady) ready.push_back(&tasks.RowAt(i));
+    std::stable_sort(ready.begin(), ready.end(), [priorityColumn](const VqRow* a, const VqRow* b) {
+        return b->cells[priorityColumn] < a->cells[priorityColumn];
+    });
+    return ready;
+}
+
+// Starts Ready tasks, highest priority first, until no slot is free.
+bool StartReadyTasks(Server& server, const std::vector<std::string>& keys) {
     bool changed = false;
-    for (size_t i = 0; i < tasks.RowCount(); ++i) {
-        if (tasks.RowAt(i).cells[statusColumn] != kReady) continue;
+    for (const std::string& key : keys) {
         uint8_t slot = 0;
         if (!FindFreeSlot(server, slot)) break;
-        const std::string key = tasks.RowAt(i).key;
         const bool started = server.RunNextStepSeam ? server.RunNextStepSeam(server, true, key, slot)
                                                     : RunNextStep(server, true, key, slot);
         if (started) changed = true;
@@ -68,12 +80,20 @@ void Timer1_Timer(Server& server) {
 
         AgePriorities(tasks, priorityColumn, statusColumn);
 
+        // The start pass walks the table as sorted on the priority text. Only Ready rows act
+        // in that walk, so they alone are put in that order; the table keeps its own sort.
+        std::vector<std::string> readyKeys;
+        for (const VqRow* row : ReadyByPriority(tasks, priorityColumn, statusColumn))
+            readyKeys.push_back(row->key);
         bool changed = false;
-        const int oldSortKey = tasks.SortKey();
-        const bool oldSortDescending = tasks.SortDescending();
-        tasks.SortOn(priorityColumn, true);
-        changed |= StartReadyTasks(server, tasks, statusColumn);
-        tasks.SortOn(oldSortKey, oldSortDescending);
+        try {
+            changed = StartReadyTasks(server, readyKeys);
+        } catch (...) {
+            // A failure inside the start pass leaves the table sorted on the priority.
+            tasks.SortOn(priorityColumn, true);
+            throw;
+        }
+        tasks.SortOn(tasks.SortKey(), tasks.SortDescending());
 
         changed |= PromoteWaitingTasks(server, tasks, statusColumn, dependencyColumn);
         if (changed) server.screen.LoadTree();

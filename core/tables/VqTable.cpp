@@ -8,32 +8,37 @@ namespace vq {
 
 void VqTable::ClearColumns() {
     columns_.clear();
-    columnIndex_.clear();
     ClearRows();
 }
 
 void VqTable::AddColumn(VqColumn column) {
-    columnIndex_.emplace(column.key, static_cast<int>(columns_.size()));
     columns_.push_back(std::move(column));
     for (auto& row : rows_) row->cells.resize(columns_.size());
 }
 
-int VqTable::ColumnIndex(std::string_view key) const {
-    auto it = columnIndex_.find(key);
-    if (it == columnIndex_.end()) throw VqError("Invalid column key: " + std::string(key), 35600);
-    return it->second;
+// A table has a few dozen columns: a scan that compares lengths first beats hashing the key.
+int VqTable::FindColumn(std::string_view key) const {
+    for (size_t i = 0; i < columns_.size(); ++i)
+        if (columns_[i].key.size() == key.size() && columns_[i].key == key) return static_cast<int>(i);
+    return -1;
 }
 
-bool VqTable::HasColumn(std::string_view key) const { return columnIndex_.contains(key); }
+int VqTable::ColumnIndex(std::string_view key) const {
+    const int index = FindColumn(key);
+    if (index < 0) throw VqError("Invalid column key: " + std::string(key), 35600);
+    return index;
+}
+
+bool VqTable::HasColumn(std::string_view key) const { return FindColumn(key) >= 0; }
 
 VqRow& VqTable::AddRow(const std::string& key, const std::string& text) {
-    if (rowIndex_.contains(key)) throw VqError("Key is not unique in collection: " + key, 35602);
+    if (rowIndex_.contains(std::string_view(key))) throw VqError("Key is not unique in collection: " + key, 35602);
     auto row = std::make_unique<VqRow>();
     row->key = key;
     row->cells.resize(std::max<size_t>(columns_.size(), 1));
     row->cells[0] = text;
     VqRow& added = *row;
-    rowIndex_.emplace(key, &added);
+    rowIndex_.emplace(std::string_view(added.key), &added);
     rows_.push_back(std::move(row));
     return added;
 }

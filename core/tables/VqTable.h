@@ -64,10 +64,12 @@ public:
     bool SortDescending() const { return sortDescending_; }
 
 private:
+    int FindColumn(std::string_view key) const;
+
     std::vector<VqColumn> columns_;
-    std::unordered_map<std::string, int, TextHash, std::equal_to<>> columnIndex_;
     std::vector<std::unique_ptr<VqRow>> rows_;
-    std::unordered_map<std::string, VqRow*, TextHash, std::equal_to<>> rowIndex_;
+    // Keyed by a view of the row's own key: rows live on the heap and never move.
+    std::unordered_map<std::string_view, VqRow*, TextHash> rowIndex_;
     int sortKey_ = 0;
     bool sortDescending_ = false;
 };
