@@ -125,7 +125,9 @@ TEST_F(ClearProjectFoldersTest, OneFolderAboveTheLimitTakesTheOldestOnly) {
     EXPECT_TRUE(ClearProjectFolders(*ts, key));
     EXPECT_FALSE(PathExists(Project() + "000007"));
     for (int i = 1; i <= 11; ++i)
-        if (i != 7) EXPECT_TRUE(FolderExists(Project() + ZeroPad(i, 6))) << i;
+        if (i != 7) {
+            EXPECT_TRUE(FolderExists(Project() + ZeroPad(i, 6))) << i;
+        }
     EXPECT_EQ(ts->tables.FolList.RowCount(), 0u);
 }
 
