@@ -156,6 +156,11 @@ bool SetCell(WorkingTables& tables, int16_t table, std::string_view rowKey,
     return SetCell(tables, table, rowKey, columnKey, std::to_string(value));
 }
 
+bool SetCell(WorkingTables& tables, int16_t table, std::string_view rowKey,
+             std::string_view columnKey, bool flag) {
+    return SetCell(tables, table, rowKey, columnKey, std::string(flag ? "-1" : "0"));
+}
+
 int ColumnIndex(WorkingTables& tables, int16_t table, std::string_view columnKey) {
     return TableOrFail(tables, table).ColumnIndex(columnKey);
 }

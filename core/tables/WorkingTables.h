@@ -46,6 +46,18 @@ bool SetCell(WorkingTables& tables, int16_t table, std::string_view rowKey,
              std::string_view columnKey, std::string value);
 bool SetCell(WorkingTables& tables, int16_t table, std::string_view rowKey,
              std::string_view columnKey, int64_t value);
+// A flag is kept as "-1" (true) or "0" (false).
+bool SetCell(WorkingTables& tables, int16_t table, std::string_view rowKey,
+             std::string_view columnKey, bool flag);
+inline bool SetCell(WorkingTables& tables, int16_t table, std::string_view rowKey,
+                    std::string_view columnKey, int value) {
+    return SetCell(tables, table, rowKey, columnKey, static_cast<int64_t>(value));
+}
+// Avoids a text literal choosing the flag form.
+inline bool SetCell(WorkingTables& tables, int16_t table, std::string_view rowKey,
+                    std::string_view columnKey, const char* value) {
+    return SetCell(tables, table, rowKey, columnKey, std::string(value));
+}
 // The position of a column among the cells of its table.
 int ColumnIndex(WorkingTables& tables, int16_t table, std::string_view columnKey);
 // True with the row text when the row exists; true and nothing for another table number.

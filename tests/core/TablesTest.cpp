@@ -68,6 +68,12 @@ TEST(Cells, AreReachedByTableNumberRowKeyAndColumnKey) {
     EXPECT_EQ(GetCell(t, kTaskTable, key, "ID"), "000123");
     EXPECT_TRUE(SetCell(t, kTaskTable, key, "JobRC", int64_t{5}));
     EXPECT_EQ(GetCell(t, kTaskTable, key, "JobRC"), "5");
+    SetCell(t, kTaskTable, key, "NIzv", true);
+    EXPECT_EQ(GetCell(t, kTaskTable, key, "NIzv"), "-1");
+    SetCell(t, kTaskTable, key, "NIzv", false);
+    EXPECT_EQ(GetCell(t, kTaskTable, key, "NIzv"), "0");
+    SetCell(t, kTaskTable, key, "Status", "Ready");
+    EXPECT_EQ(GetCell(t, kTaskTable, key, "Status"), "Ready");
     std::string text;
     EXPECT_TRUE(GetRowText(t, kTaskTable, key, text));
     EXPECT_EQ(text, "Nightly build - part 2");
