@@ -12,7 +12,7 @@ int Usage() {
     std::fputs(
         "usage: vqctl config get SECTION NAME\n"
         "       vqctl config set SECTION NAME VALUE [--integer]\n"
-        "       vqctl config list [SECTION]\n"
+        "       vqctl config list [SECTION]    (NAME=VALUE lines, the values in force)\n"
         "SECTION is ServerSettings, StartSet or Settings.\n",
         stderr);
     return 2;
@@ -55,9 +55,12 @@ int List(vq::Registry& reg, const std::string& section) {
         for (const vq::RegEntry& entry : reg.List(vq::Hive::CurrentUser, key))
             values[keySection + "\t" + entry.name] = entry.value.AsText();
     }
+    // With a section given, lines are NAME=VALUE; else SECTION NAME=VALUE.
     for (const auto& [name, value] : values) {
         const size_t tab = name.find('\t');
-        std::printf("%s %s=%s\n", name.substr(0, tab).c_str(), name.substr(tab + 1).c_str(), value.c_str());
+        const std::string shown = section.empty() ? name.substr(0, tab) + " " + name.substr(tab + 1)
+                                                  : name.substr(tab + 1);
+        std::printf("%s=%s\n", shown.c_str(), value.c_str());
     }
     return 0;
 }

@@ -84,8 +84,10 @@ TEST_F(VqservProcessTest, VqctlReadsAndWritesTheSameSettings) {
     result = RunProcess({BinPath("vqctl"), "config", "get", "serversettings", "StartServ"}, Env());
     EXPECT_EQ(result.out, "1\n");
     result = RunProcess({BinPath("vqctl"), "config", "list", "ServerSettings"}, Env());
-    EXPECT_NE(result.out.find("ServerSettings StartServ=1\n"), std::string::npos);
-    EXPECT_NE(result.out.find("ServerSettings MJP=P22\n"), std::string::npos);
+    EXPECT_NE(result.out.find("\nStartServ=1\n"), std::string::npos);
+    EXPECT_NE(result.out.find("\nMJP=P22\n"), std::string::npos);
+    result = RunProcess({BinPath("vqctl"), "config", "list"}, Env());
+    EXPECT_NE(result.out.find("StartSet MainWidth=10000\n"), std::string::npos);
     result = RunProcess({BinPath("vqctl"), "config", "get"}, Env());
     EXPECT_EQ(result.exitCode, 2);
 
