@@ -12,6 +12,7 @@
 #include "platform/Clock.h"
 #include "platform/Operator.h"
 #include "platform/UniqueFd.h"
+#include "runner/RunnerLinkState.h"
 #include "storage/Registry.h"
 
 namespace vq {
@@ -74,6 +75,11 @@ struct Server {
     bool SaveNeeded = false;
     // The text of the last server log entry, so that a headless message is logged once.
     std::string LastLogText;
+
+    // The step runner link: per-slot pipes and processes, current values, the shared reply.
+    RunnerLink link;
+    // Monitor ticks since the last diagnostic period ended.
+    uint16_t PollCount = 0;
 };
 
 }  // namespace vq
