@@ -245,7 +245,7 @@ std::string Runlet::ChangePriority(int32_t code) {
                 failure = errno;
     }
     if (failure == 0) return {};
-    return "CPU priority " + PriorityClassName(code) + " (nice " + std::to_string(*nice) +
+    return "CPU priority " + PriorityText(code) + " (nice " + std::to_string(*nice) +
            ") refused by the system: " + std::strerror(failure);
 }
 
