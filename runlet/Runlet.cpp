@@ -84,7 +84,7 @@ int Runlet::Run() {
     StepInput input;
     if (!ReadStart(input)) return 1;
     StartStep(input);
-    const char* stage = !startError_.empty() ? "FAILED" : plan_.Refused() ? "REFUSED" : "STARTED";
+    const char* stage = plan_.Refused() ? "REFUSED" : !startError_.empty() ? "FAILED" : "STARTED";
     if (!SendAck(stage, shell_ > 0 ? 0 : 1)) {
         TerminateStep();
         return 1;
@@ -245,7 +245,7 @@ std::string Runlet::ChangePriority(int32_t code) {
                 failure = errno;
     }
     if (failure == 0) return {};
-    return "CPU priority " + PriorityClassName(code) + " (nice " + std::to_string(*nice) +
+    return "CPU priority " + PriorityText(code) + " (nice " + std::to_string(*nice) +
            ") refused by the system: " + std::strerror(failure);
 }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "calendar/Common.h"
+
 namespace vq {
 namespace {
 
@@ -20,9 +22,6 @@ std::string TrimLineEnds(std::string_view text) {
     const size_t last = text.find_last_not_of(" \t\r\n");
     return std::string(text.substr(first, last - first + 1));
 }
-
-const char* const kPriorityClassNames[] = {"Low", "BelowNormal", "Normal",
-                                           "AboveNormal", "High", "RealTime"};
 
 }  // namespace
 
@@ -134,9 +133,10 @@ StepPlan MakeStepPlan(const StepInput& input, const std::vector<std::string>& ba
     return plan;
 }
 
-std::string PriorityClassName(int code) {
+std::string PriorityText(int code) {
     if (code < 0 || code > 59) return "code " + std::to_string(code);
-    return std::string(kPriorityClassNames[code / 10]) + " " + std::to_string(code % 10);
+    const char digits[] = {static_cast<char>('0' + code / 10), static_cast<char>('0' + code % 10), '\0'};
+    return PriorityName(digits);
 }
 
 }  // namespace vq

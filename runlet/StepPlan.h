@@ -48,8 +48,8 @@ bool UserAllowed(std::string_view userName, std::string_view login);
 // The nice value of a two-digit priority code, chosen by its first digit; nothing for an
 // unknown class.
 std::optional<int> NiceForPriority(int code);
-// "Normal 2" for 22: the class and the second digit, for messages.
-std::string PriorityClassName(int code);
+// "Normal 2" for 22, for messages; the code itself when its class is unknown.
+std::string PriorityText(int code);
 // Sets NAME to VALUE in a NAME=VALUE list, in place of an earlier value.
 void SetVariable(std::vector<std::string>& environment, std::string_view name, std::string_view value);
 // Adds the NAME=VALUE lines of an Environ block (CR LF or LF between them); a line that
