@@ -78,7 +78,8 @@ void RunSteps(benchmark::State& state, const std::string& runnerName) {
         vq::SendRunnerCommand(server, 1, "STAT");
         vq::SendRunnerCommand(server, 1, "END ");
         if (server.link.reply.StepRc != 1 || server.link.slots[1].pid != -1) {
-            state.SkipWithError(("the step did not end as it should: " + server.link.ReplyText).c_str());
+            state.SkipWithError(
+                ("the step did not end as it should: " + server.link.ReplyText).c_str());
             break;
         }
     }
@@ -94,11 +95,12 @@ BENCHMARK(BM_LinkStepOfFakeRunner)->UseRealTime()->MinTime(2.0);
 
 // Keeps the time per iteration of each run, so that the ratio can be printed at the end.
 class RatioReporter : public benchmark::ConsoleReporter {
-public:
+  public:
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs)
             if (run.iterations > 0 && !run.error_occurred)
-                perIteration[run.run_name.function_name] = run.real_accumulated_time / run.iterations;
+                perIteration[run.run_name.function_name] =
+                    run.real_accumulated_time / run.iterations;
         ConsoleReporter::ReportRuns(runs);
     }
     std::map<std::string, double> perIteration;
@@ -116,8 +118,9 @@ int main(int argc, char** argv) {
     if (bare == reporter.perIteration.end() || bare->second <= 0) return 0;
     std::printf("bare fork/exec/wait of true: %.0f us\n", bare->second * 1e6);
     if (link != reporter.perIteration.end())
-        std::printf("step of true through the link and runlet: %.0f us, ratio %.2f (goal below 3)\n",
-                    link->second * 1e6, link->second / bare->second);
+        std::printf(
+            "step of true through the link and runlet: %.0f us, ratio %.2f (goal below 3)\n",
+            link->second * 1e6, link->second / bare->second);
     if (fake != reporter.perIteration.end())
         std::printf("step through the link to a runner that runs nothing: %.0f us, ratio %.2f\n",
                     fake->second * 1e6, fake->second / bare->second);

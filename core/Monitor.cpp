@@ -6,11 +6,11 @@
 
 #include "access/QueueFolders.h"
 #include "calendar/Common.h"
+#include "core/Repeat.h"
 #include "core/Server.h"
 #include "core/StepSequencing.h"
 #include "core/TaskControl.h"
 #include "core/TaskStatus.h"
-#include "core/Repeat.h"
 #include "core/tables/Status.h"
 #include "platform/Error.h"
 #include "platform/Files.h"
@@ -41,7 +41,8 @@ std::string TaskCell(Server& server, const std::string& taskKey, const char* col
     return GetCell(server.tables, kTaskTable, taskKey, column);
 }
 
-void SetTaskCell(Server& server, const std::string& taskKey, const char* column, std::string value) {
+void SetTaskCell(Server& server, const std::string& taskKey, const char* column,
+                 std::string value) {
     SetCell(server.tables, kTaskTable, taskKey, column, std::move(value));
 }
 
@@ -60,18 +61,21 @@ uint8_t SlotOf(const std::string& jobIndex) {
     return static_cast<uint8_t>(slot);
 }
 
-void EndOfTask(Server& server, Tick& tick, const std::string& taskKey, const std::string& status, uint8_t slot) {
+void EndOfTask(Server& server, Tick& tick, const std::string& taskKey, const std::string& status,
+               uint8_t slot) {
     // 1. The slot is given back.
     FreeSlot(server, slot);
     SetTaskCell(server, taskKey, "JobIndex", "");
     // 2.-3. The task's end.
-    const std::string newStatus = server.SlotState.at(slot).cancelled ? kCompleteCancelled : kComplete;
+    const std::string newStatus =
+        server.SlotState.at(slot).cancelled ? kCompleteCancelled : kComplete;
     ChangeStatus(server, taskKey, status, newStatus);
     WriteReport(server, taskKey, newStatus, false, "", slot, -1);
     // 4. A task that asked to stop isn't run again.
     const int64_t jobRc = TaskNumber(server, taskKey, "JobRC");
     const bool repeats = NextRunFollows(server, taskKey);
-    if (jobRc == 0 && repeats) WriteReport(server, taskKey, "Data", false, "\r\n" + kNoRepeatText + "\r\n", slot, -1);
+    if (jobRc == 0 && repeats)
+        WriteReport(server, taskKey, "Data", false, "\r\n" + kNoRepeatText + "\r\n", slot, -1);
     // 5. The report, and the active report is closed.
     RefreshReport(server, slot, taskKey);
     server.SlotReportFile.at(slot).Reset();
@@ -82,7 +86,8 @@ void EndOfTask(Server& server, Tick& tick, const std::string& taskKey, const std
     WriteTaskInfo(server, taskKey);
 }
 
-void EndOfStep(Server& server, Tick& tick, const std::string& taskKey, const std::string& status, uint8_t slot) {
+void EndOfStep(Server& server, Tick& tick, const std::string& taskKey, const std::string& status,
+               uint8_t slot) {
     // 1. Only the end of a step saves the queue: a long step causes no writes.
     tick.saved = true;
     SendRunnerCommand(server, slot, "END ");
@@ -121,10 +126,12 @@ void PollTask(Server& server, Tick& tick, const std::string& taskKey, const std:
     if (server.link.reply.RunnerState >= 4) return EndOfStep(server, tick, taskKey, status, slot);
     // 3. It still runs.
     if (server.link.reply.CountersValid == 1) {
-        AccountStepUsage(server, taskKey, static_cast<int>(TaskNumber(server, taskKey, "CurStep")), false);
+        AccountStepUsage(server, taskKey, static_cast<int>(TaskNumber(server, taskKey, "CurStep")),
+                         false);
         if (tick.DiagnosticDue(server)) RunDiagnostic(server, taskKey);
     }
-    if (tick.period < kTaskInfoEvery || server.PollCount % kTaskInfoEvery == 0) WriteTaskInfo(server, taskKey);
+    if (tick.period < kTaskInfoEvery || server.PollCount % kTaskInfoEvery == 0)
+        WriteTaskInfo(server, taskKey);
     const std::string exceeded = CheckLimits(server, taskKey);
     if (exceeded.empty()) return;
     WriteReport(server, taskKey, "Data", false, exceeded, slot, -1);
@@ -162,7 +169,8 @@ int32_t TakeNextTaskNumber(Server& server) {
 
 int32_t DiagnosticPeriod(int64_t diagC) {
     // PollCount is 16 bits: a period it can't reach would never end, so the period is bounded.
-    return static_cast<int32_t>(std::clamp<int64_t>(diagC / 5000, 0, std::numeric_limits<uint16_t>::max()));
+    return static_cast<int32_t>(
+        std::clamp<int64_t>(diagC / 5000, 0, std::numeric_limits<uint16_t>::max()));
 }
 
 void Timer3_Timer(Server& server) {
@@ -197,7 +205,8 @@ void Timer3_Timer(Server& server) {
         if (tick.DiagnosticDue(server)) server.PollCount = 0;
     } catch (const std::exception& e) {
         // The tick ends, and with it its save and refresh.
-        WriteServerLog(server, std::string("Error occurred while checking tasks.\r\n\r\n") + e.what());
+        WriteServerLog(server,
+                       std::string("Error occurred while checking tasks.\r\n\r\n") + e.what());
         return;
     }
     // 5.-6. The end of the tick.
@@ -212,7 +221,8 @@ bool RunDiagnostic(Server& server, const std::string& taskKey) {
         SendRunnerCommand(server, SlotOf(jobIndex), "DIAG", 1);
         return true;
     } catch (const std::exception& e) {
-        WriteServerLog(server, std::string("Error occurred while running diagnostic!\n") + e.what());
+        WriteServerLog(server,
+                       std::string("Error occurred while running diagnostic!\n") + e.what());
         return false;
     }
 }
@@ -233,9 +243,10 @@ bool PrepareNextRun(Server& server, const std::string& taskKey) {
             const std::string stepKey = MakeStepKey(newKey, i);
             tables.StepTable.AddRow(stepKey, oldStep.Text()).cells = cells;
             const std::pair<const char*, const char*> resets[] = {
-                {"Parent", nullptr},           {"StepStatus", "Pending"}, {"StepRC", "00"},
-                {"STCPU", "0:00:00:00:000"},   {"SIO", "00000000000000"}, {"SPeakMem", "000000000"},
-                {"SUnits", "000000000"},       {"SSMem", "0"}};
+                {"Parent", nullptr},       {"StepStatus", "Pending"},
+                {"StepRC", "00"},          {"STCPU", "0:00:00:00:000"},
+                {"SIO", "00000000000000"}, {"SPeakMem", "000000000"},
+                {"SUnits", "000000000"},   {"SSMem", "0"}};
             for (const auto& [column, value] : resets)
                 SetCell(tables, kStepTable, stepKey, column, value ? std::string(value) : newKey);
         }

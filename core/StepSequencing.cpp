@@ -47,7 +47,8 @@ void GiveBack(Server& server, const std::string& taskKey, const std::string& ste
             CloseRunner(server);
         }
         if (taken.activeReport) server.SlotReportFile.at(slot).Reset();
-        if (taken.stepRunning) SetCell(server.tables, kStepTable, stepKey, "StepStatus", kStepCancelled);
+        if (taken.stepRunning)
+            SetCell(server.tables, kStepTable, stepKey, "StepStatus", kStepCancelled);
         if (taken.jobIndex) SetCell(server.tables, kTaskTable, taskKey, "JobIndex", "");
         if (taken.slot) FreeSlot(server, slot);
     } catch (const std::exception&) {
@@ -57,7 +58,8 @@ void GiveBack(Server& server, const std::string& taskKey, const std::string& ste
 
 // The active report starts as a copy of the report and stays open until the task ends. A
 // report that could not be written before (its failures never stop a task) gives an empty one.
-void OpenActiveReport(Server& server, uint8_t slot, const std::string& report, const std::string& active) {
+void OpenActiveReport(Server& server, uint8_t slot, const std::string& report,
+                      const std::string& active) {
     std::string content;
     ReadWholeFile(report, content);
     std::string error;
@@ -72,7 +74,8 @@ void OpenActiveReport(Server& server, uint8_t slot, const std::string& report, c
 int NextExecutableStep(Server& server, const std::string& taskKey, int fromStep) {
     const int64_t allSteps = TaskNumber(server, taskKey, "AllSteps");
     for (int64_t i = fromStep; i <= allSteps; ++i)
-        if (GetCell(server.tables, kStepTable, MakeStepKey(taskKey, static_cast<int>(i)), "Execute") == "Yes")
+        if (GetCell(server.tables, kStepTable, MakeStepKey(taskKey, static_cast<int>(i)),
+                    "Execute") == "Yes")
             return static_cast<int>(i);
     return 0;
 }
@@ -113,7 +116,8 @@ bool StartStep(Server& server, const std::string& taskKey, uint8_t slot, int ste
     try {
         // 1. A first step asks for a free slot again.
         uint8_t offered = 0;
-        if (firstStep && !FindFreeSlot(server, offered)) throw VqError(kNoTaskIndexText, kNoTaskIndexError);
+        if (firstStep && !FindFreeSlot(server, offered))
+            throw VqError(kNoTaskIndexText, kNoTaskIndexError);
         // 3. The start record and texts, from the settings of this moment.
         StartFill fill = FillStartRecord(server, taskKey, step);
         RunnerLink& link = server.link;
@@ -154,11 +158,13 @@ bool StartStep(Server& server, const std::string& taskKey, uint8_t slot, int ste
         }
         // 11. The step's entry and the warnings of the filling; 12. the report.
         WriteReport(server, taskKey, kStepRunning, true, std::to_string(step), slot, -1);
-        if (!fill.warnings.empty()) WriteReport(server, taskKey, "Data", false, fill.warnings, slot, -1);
+        if (!fill.warnings.empty())
+            WriteReport(server, taskKey, "Data", false, fill.warnings, slot, -1);
         RefreshReport(server, slot, taskKey);
         return true;
     } catch (const std::exception& e) {
-        WriteServerLog(server, "Error occurred while executing the step (" + stepKey + ")!\n" + e.what());
+        WriteServerLog(server,
+                       "Error occurred while executing the step (" + stepKey + ")!\n" + e.what());
         GiveBack(server, taskKey, stepKey, slot, taken);
         return false;
     }
@@ -167,7 +173,8 @@ bool StartStep(Server& server, const std::string& taskKey, uint8_t slot, int ste
 void UpdateTaskRc(Server& server, const std::string& taskKey, int32_t rc) {
     const int64_t jobRc = TaskNumber(server, taskKey, "JobRC");
     // 0 ended the task and 99 is a cancellation: a later step changes neither.
-    if (jobRc > 0 && jobRc != 99) SetCell(server.tables, kTaskTable, taskKey, "JobRC", ZeroPad(rc, 2));
+    if (jobRc > 0 && jobRc != 99)
+        SetCell(server.tables, kTaskTable, taskKey, "JobRC", ZeroPad(rc, 2));
 }
 
 }  // namespace vq

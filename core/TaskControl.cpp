@@ -44,7 +44,8 @@ bool CancelTaskRow(Server& server, const std::string& taskKey) {
         SaveQueueDatabase(server);
         return result;
     } catch (const std::exception& e) {
-        WriteServerLog(server, "Error occurred while killing the task (" + taskKey + ")!\n" + e.what());
+        WriteServerLog(server,
+                       "Error occurred while killing the task (" + taskKey + ")!\n" + e.what());
         return false;
     }
 }
@@ -57,14 +58,15 @@ bool RemoveTask(Server& server, const std::string& taskKey, bool deleteFolders) 
         VqTable& steps = server.tables.StepTable;
         const int parentColumn = steps.ColumnIndex("Parent");
         for (size_t i = steps.RowCount(); i-- > 0;)
-            if (steps.RowAt(i).cells[parentColumn] == taskKey) steps.RemoveRow(std::string(steps.RowAt(i).key));
+            if (steps.RowAt(i).cells[parentColumn] == taskKey)
+                steps.RemoveRow(std::string(steps.RowAt(i).key));
         DeleteActiveMarker(server, taskKey);
         if (deleteFolders) ClearProjectFolders(server, taskKey);
         server.tables.TaskTable.RemoveRow(taskKey);
         return true;
     } catch (const std::exception& e) {
-        WriteServerLog(server,
-                       "Error occurred while removing the task form the queue(" + taskKey + ")!\n" + e.what());
+        WriteServerLog(server, "Error occurred while removing the task form the queue(" + taskKey +
+                                   ")!\n" + e.what());
         return false;
     }
 }

@@ -32,7 +32,7 @@ constexpr int32_t kMaxReplyText = 16 * 1024 * 1024;
 // instead of ending the server, and takes back a SIGPIPE raised meanwhile. The server's own
 // handling of the signal stays as it was.
 class SigpipeGuard {
-public:
+  public:
     SigpipeGuard() {
         sigemptyset(&set_);
         sigaddset(&set_, SIGPIPE);
@@ -55,18 +55,21 @@ public:
     SigpipeGuard(const SigpipeGuard&) = delete;
     SigpipeGuard& operator=(const SigpipeGuard&) = delete;
 
-private:
+  private:
     sigset_t set_{}, old_{};
     bool wasPending_ = false;
 };
 
-SteadyClock::time_point DeadlineIn(int ms) { return SteadyClock::now() + std::chrono::milliseconds(ms); }
+SteadyClock::time_point DeadlineIn(int ms) {
+    return SteadyClock::now() + std::chrono::milliseconds(ms);
+}
 
 // Waits until `fd` is ready for `events`: 1 ready (or hung up: the call that follows tells),
 // 0 when the deadline passed, -errno after a failure.
 int WaitReady(int fd, short events, SteadyClock::time_point deadline) {
     for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - SteadyClock::now());
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(deadline - SteadyClock::now());
         pollfd p{fd, events, 0};
         const int r = ::poll(&p, 1, static_cast<int>(std::max<int64_t>(left.count(), 0)));
         if (r > 0) return 1;
@@ -113,7 +116,8 @@ int32_t WriteSliceTo(int fd, const char* data, size_t size, SteadyClock::time_po
     return static_cast<int32_t>(done);
 }
 
-int32_t WritePipe(int fd, const std::string& text, int32_t length, SteadyClock::time_point deadline) {
+int32_t WritePipe(int fd, const std::string& text, int32_t length,
+                  SteadyClock::time_point deadline) {
     if (fd < 0) return -EBADF;
     return WriteInSlices(text, length, [fd, deadline](const char* data, size_t size) {
         return WriteSliceTo(fd, data, size, deadline);
@@ -123,12 +127,14 @@ int32_t WritePipe(int fd, const std::string& text, int32_t length, SteadyClock::
 // True when the runner of `entry` has ended within `ms`; the process is not reaped here.
 bool WaitForExit(const RunnerSlotEntry& entry, int ms) {
     if (entry.pid <= 0) return true;
-    if (entry.processFd.Valid()) return WaitReady(entry.processFd.Get(), POLLIN, DeadlineIn(ms)) == 1;
+    if (entry.processFd.Valid())
+        return WaitReady(entry.processFd.Get(), POLLIN, DeadlineIn(ms)) == 1;
     // Without a pidfd: look without reaping until the time is up.
     const auto deadline = DeadlineIn(ms);
     for (;;) {
         siginfo_t info{};
-        if (::waitid(P_PID, static_cast<id_t>(entry.pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+        if (::waitid(P_PID, static_cast<id_t>(entry.pid), &info, WEXITED | WNOHANG | WNOWAIT) ==
+                0 &&
             info.si_pid == entry.pid)
             return true;
         if (SteadyClock::now() >= deadline) return false;
@@ -181,7 +187,8 @@ RunnerSlotEntry& CurrentEntry(RunnerLink& link) {
 }
 
 void CheckSlot(const Server& server, uint8_t slot) {
-    if (slot >= kRunnerSlots || slot >= server.SlotUsed.size()) throw VqError("Subscript out of range", 9);
+    if (slot >= kRunnerSlots || slot >= server.SlotUsed.size())
+        throw VqError("Subscript out of range", 9);
 }
 
 void CommandExchange(RunnerLink& link, RunnerSlotEntry& entry) {
@@ -194,8 +201,8 @@ void CommandExchange(RunnerLink& link, RunnerSlotEntry& entry) {
     const auto deadline = DeadlineIn(link.replyTimeoutMs);
     // 1. The command record.
     const std::string command = link.command.Encode();
-    if (WritePipe(entry.commandPipe.Get(), command, static_cast<int32_t>(command.size()), deadline) !=
-        static_cast<int32_t>(command.size()))
+    if (WritePipe(entry.commandPipe.Get(), command, static_cast<int32_t>(command.size()),
+                  deadline) != static_cast<int32_t>(command.size()))
         return RunnerLost(link, entry);
     // 2. The reply record.
     std::string bytes;
@@ -207,7 +214,8 @@ void CommandExchange(RunnerLink& link, RunnerSlotEntry& entry) {
     if (reply.ReplyTextLength > kMaxReplyText) return RunnerLost(link, entry);
     if (reply.ReplyTextLength > 0) {
         std::string text;
-        if (ReadBlocks(entry.replyPipe.Get(), reply.ReplyTextLength, text, deadline) != reply.ReplyTextLength)
+        if (ReadBlocks(entry.replyPipe.Get(), reply.ReplyTextLength, text, deadline) !=
+            reply.ReplyTextLength)
             return RunnerLost(link, entry);
         link.ReplyText = std::move(text);
     }
@@ -240,7 +248,8 @@ void StartExchange(RunnerLink& link, RunnerSlotEntry& entry) {
     if (failed) return MarkLost(entry);
     // 4. The acknowledgement, not interpreted.
     std::string ack;
-    if (ReadBlocks(entry.replyPipe.Get(), StartAck::kSize, ack, deadline) != static_cast<int32_t>(StartAck::kSize))
+    if (ReadBlocks(entry.replyPipe.Get(), StartAck::kSize, ack, deadline) !=
+        static_cast<int32_t>(StartAck::kSize))
         MarkLost(entry);
 }
 
@@ -265,7 +274,8 @@ std::string TrimRight(const std::string& text) {
 
 RunnerLink::~RunnerLink() {
     for (RunnerSlotEntry& entry : slots)
-        if (entry.pid > 0 || entry.commandPipe.Valid() || entry.replyPipe.Valid()) CloseEntry(entry);
+        if (entry.pid > 0 || entry.commandPipe.Valid() || entry.replyPipe.Valid())
+            CloseEntry(entry);
 }
 
 bool TakeSlot(Server& server, uint8_t slot) {
@@ -328,7 +338,8 @@ UniqueFd LiftAboveStdio(UniqueFd fd) {
 RunnerLaunchPlan MakeRunnerLaunchPlan(const std::string& runnerPath, int commandReadFd,
                                       int replyWriteFd, const StartRecord& start) {
     if (commandReadFd <= 2 || replyWriteFd <= 2 || commandReadFd == replyWriteFd)
-        throw std::invalid_argument("The runner's pipe ends must lie above the standard descriptors.");
+        throw std::invalid_argument(
+            "The runner's pipe ends must lie above the standard descriptors.");
     RunnerLaunchPlan plan;
     plan.program = runnerPath;
     plan.argv = {runnerPath};
@@ -344,13 +355,15 @@ RunnerLaunchPlan MakeRunnerLaunchPlan(const std::string& runnerPath, int command
 bool LaunchRunner(Server& server) {
     RunnerLink& link = server.link;
     RunnerSlotEntry& entry = CurrentEntry(link);
-    const RunnerLaunchPlan plan = MakeRunnerLaunchPlan(server.RunnerPath, link.childCommandEnd.Get(),
-                                                       link.childReplyEnd.Get(), link.start);
+    const RunnerLaunchPlan plan = MakeRunnerLaunchPlan(
+        server.RunnerPath, link.childCommandEnd.Get(), link.childReplyEnd.Get(), link.start);
     SpawnFileActions actions;
     for (const ChildFdAction& action : plan.fdActions) {
-        const int rc = action.kind == ChildFdAction::Dup2
-                           ? posix_spawn_file_actions_adddup2(&actions.value, action.from, action.to)
-                           : posix_spawn_file_actions_addopen(&actions.value, action.to, "/dev/null", O_WRONLY, 0);
+        const int rc =
+            action.kind == ChildFdAction::Dup2
+                ? posix_spawn_file_actions_adddup2(&actions.value, action.from, action.to)
+                : posix_spawn_file_actions_addopen(&actions.value, action.to, "/dev/null", O_WRONLY,
+                                                   0);
         if (rc != 0) return false;
     }
     // The runner starts with no blocked signal and the usual handling of those a server
@@ -369,7 +382,8 @@ bool LaunchRunner(Server& server) {
     for (const std::string& arg : plan.argv) argv.push_back(const_cast<char*>(arg.c_str()));
     argv.push_back(nullptr);
     pid_t pid = -1;
-    if (posix_spawn(&pid, plan.program.c_str(), &actions.value, &attributes.value, argv.data(), environ) != 0)
+    if (posix_spawn(&pid, plan.program.c_str(), &actions.value, &attributes.value, argv.data(),
+                    environ) != 0)
         return false;
     entry.pid = pid;
     // The process handle: a pidfd lets the exit be awaited with a time limit.
@@ -403,7 +417,8 @@ void OpenRunner(Server& server) {
     entry.commandPipe = UniqueFd(command[1]);
     // 5. The launch; 6. the server's copies of the child's ends are closed, so that the end of
     // the runner is an end of file on the reply pipe.
-    const bool launched = link.childCommandEnd.Valid() && link.childReplyEnd.Valid() && LaunchRunner(server);
+    const bool launched =
+        link.childCommandEnd.Valid() && link.childReplyEnd.Valid() && LaunchRunner(server);
     link.childCommandEnd.Reset();
     link.childReplyEnd.Reset();
     if (!launched) return CloseEntry(entry);

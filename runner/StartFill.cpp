@@ -44,10 +44,11 @@ std::string HexDecodeBlock(const std::string& hex) {
     return bytes;
 }
 
-int32_t ClampPriority(int32_t priority, int32_t serverMax, int32_t classMax, std::string& warnings) {
+int32_t ClampPriority(int32_t priority, int32_t serverMax, int32_t classMax,
+                      std::string& warnings) {
     if (priority > serverMax) {
-        warnings += "\r\nCPU Priority = " + PriorityText(priority) + "!\r\nSetting To Maximum CPU Priority (" +
-                    PriorityText(serverMax) + ")";
+        warnings += "\r\nCPU Priority = " + PriorityText(priority) +
+                    "!\r\nSetting To Maximum CPU Priority (" + PriorityText(serverMax) + ")";
         return serverMax;
     }
     if (priority > classMax) {
@@ -58,7 +59,8 @@ int32_t ClampPriority(int32_t priority, int32_t serverMax, int32_t classMax, std
     return priority;
 }
 
-int32_t ClampBufferSize(int32_t value, int32_t maximum, const std::string& what, std::string& warnings) {
+int32_t ClampBufferSize(int32_t value, int32_t maximum, const std::string& what,
+                        std::string& warnings) {
     if (value <= maximum) return value;
     warnings += "\r\nScreen Buffer Size " + what + " = " + std::to_string(value) +
                 "!\r\nSetting To Maximum Screen Buffer Size (" + std::to_string(maximum) + ")";
@@ -69,9 +71,12 @@ StartFill FillStartRecord(Server& server, const std::string& taskKey, int step) 
     WorkingTables& tables = server.tables;
     const std::string stepKey = MakeStepKey(taskKey, step);
     auto task = [&](const char* column) { return GetCell(tables, kTaskTable, taskKey, column); };
-    auto stepCell = [&](const char* column) { return GetCell(tables, kStepTable, stepKey, column); };
+    auto stepCell = [&](const char* column) {
+        return GetCell(tables, kStepTable, stepKey, column);
+    };
     std::string taskName;
-    if (!GetRowText(tables, kTaskTable, taskKey, taskName)) throw VqError("Element not found: " + taskKey, 35601);
+    if (!GetRowText(tables, kTaskTable, taskKey, taskName))
+        throw VqError("Element not found: " + taskKey, 35601);
 
     StartFill fill;
     StartRecord& r = fill.record;
@@ -82,11 +87,12 @@ StartFill FillStartRecord(Server& server, const std::string& taskKey, int step) 
     // The server maximum is MJP without its first character ("P22" gives 22).
     const std::string mjp = GetSettingText(server.registry, kServerSettings, "MJP");
     const int32_t serverMax = static_cast<int32_t>(Val(mjp.empty() ? mjp : mjp.substr(1)));
-    r.Priority = ClampPriority(CellLong(task("CPU")), serverMax, ClassCpuPriority(server, task("Class")),
-                               fill.warnings);
-    r.BufferWidth = ClampBufferSize(CellLong(stepCell("BuffWidth")), SettingLong(server, "BufW"), "Width", fill.warnings);
-    r.BufferHeight =
-        ClampBufferSize(CellLong(stepCell("BuffHeight")), SettingLong(server, "BufH"), "Height", fill.warnings);
+    r.Priority = ClampPriority(CellLong(task("CPU")), serverMax,
+                               ClassCpuPriority(server, task("Class")), fill.warnings);
+    r.BufferWidth = ClampBufferSize(CellLong(stepCell("BuffWidth")), SettingLong(server, "BufW"),
+                                    "Width", fill.warnings);
+    r.BufferHeight = ClampBufferSize(CellLong(stepCell("BuffHeight")), SettingLong(server, "BufH"),
+                                     "Height", fill.warnings);
     r.UserName = task("UserName");
     r.Password = HexDecodeBlock(task("Password"));
     r.Reserved1.clear();
@@ -114,7 +120,8 @@ StartFill FillStartRecord(Server& server, const std::string& taskKey, int step) 
     // MSFS is in kilobytes, the field in bytes.
     r.MaxSearchSegment = SettingLong(server, "MSFS") * 1024;
     r.MaxLineSize = SettingLong(server, "MLS");
-    r.CaptureDelay = SettingLong(server, "CSEnabled") == 1 ? SettingLong(server, "CSTimeDelay") : -1;
+    r.CaptureDelay =
+        SettingLong(server, "CSEnabled") == 1 ? SettingLong(server, "CSTimeDelay") : -1;
     r.Reserved4 = 0;
     r.OsKind = server.OsKind;
     return fill;

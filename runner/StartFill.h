@@ -26,7 +26,8 @@ StartFill FillStartRecord(Server& server, const std::string& taskKey, int step);
 // only when that didn't apply, to the class maximum. Appends the warning to `warnings`.
 int32_t ClampPriority(int32_t priority, int32_t serverMax, int32_t classMax, std::string& warnings);
 // A console buffer size clamped to its maximum; `what` is "Width" or "Height".
-int32_t ClampBufferSize(int32_t value, int32_t maximum, const std::string& what, std::string& warnings);
+int32_t ClampBufferSize(int32_t value, int32_t maximum, const std::string& what,
+                        std::string& warnings);
 
 // The bytes of a hex text ("4A6F" gives "Jo"). Fails with VqError on an odd length or a
 // character that isn't a hex digit.

@@ -1,11 +1,10 @@
-#include "core/Monitor.h"
-
 #include <gtest/gtest.h>
 #include <signal.h>
 
 #include <chrono>
 #include <thread>
 
+#include "core/Monitor.h"
 #include "core/StepSequencing.h"
 #include "platform/Files.h"
 #include "storage/Settings.h"
@@ -17,7 +16,7 @@ namespace {
 void Pause(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
 
 class MonitorTest : public testing::Test {
-protected:
+  protected:
     MonitorTest() { t->RunnerPath = RunletPath(); }
 
     void SetSetting(const char* name, const std::string& value) {
@@ -28,7 +27,8 @@ protected:
     }
     // A finished task whose End lies `secondsAgo` in the past, with its folders and two steps.
     std::string FinishedTask(int number, const std::string& status, int64_t secondsAgo) {
-        const std::string key = AddRunnableTask(t, number, "Done" + std::to_string(number), 2, status);
+        const std::string key =
+            AddRunnableTask(t, number, "Done" + std::to_string(number), 2, status);
         SetTask(key, "End", FormatDateTime(AddSeconds(t.clock.Now(), -secondsAgo)));
         return key;
     }
@@ -242,7 +242,7 @@ TEST_F(MonitorTest, ATaskThatAskedToStopDoesntRepeat) {
 }
 
 class PrepareNextRunTest : public MonitorTest {
-protected:
+  protected:
     PrepareNextRunTest() {
         key = FinishedTask(7, "Complete", 10);
         SetTask(key, "AllR", "0004");

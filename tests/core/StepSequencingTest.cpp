@@ -1,10 +1,9 @@
-#include "core/StepSequencing.h"
-
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <cerrno>
 
+#include "core/StepSequencing.h"
 #include "platform/Files.h"
 #include "runner/RunnerLink.h"
 #include "tests/support/RunnerSupport.h"
@@ -13,12 +12,12 @@ namespace vq::test {
 namespace {
 
 class StepSequencingTest : public testing::Test {
-protected:
+  protected:
     StepSequencingTest() { t->RunnerPath = RunletPath(); }
 
     std::string Task(int steps) { return AddRunnableTask(t, 1, "Build", steps); }
-    void Step(const std::string& key, int step, const std::string& command, const std::string& minRc = "1",
-              const std::string& maxRc = "1") {
+    void Step(const std::string& key, int step, const std::string& command,
+              const std::string& minRc = "1", const std::string& maxRc = "1") {
         SetStepCell(t, key, step, "Command", command);
         SetStepCell(t, key, step, "MinRC", minRc);
         SetStepCell(t, key, step, "MaxRC", maxRc);
@@ -36,7 +35,9 @@ protected:
         ASSERT_TRUE(TickUntilComplete(t, key));
     }
     std::string Status(const std::string& key) { return TaskCellOf(t, key, "Status"); }
-    std::string StepStatus(const std::string& key, int step) { return StepCell(t, key, step, "StepStatus"); }
+    std::string StepStatus(const std::string& key, int step) {
+        return StepCell(t, key, step, "StepStatus");
+    }
     void ExpectSlotFree() {
         EXPECT_FALSE(t->SlotUsed[1]);
         EXPECT_EQ(t->RunningTaskCount, 0);
@@ -98,8 +99,8 @@ TEST_F(StepSequencingTest, AFirstStepStartsInItsSlot) {
 
 TEST_F(StepSequencingTest, AThreeStepTaskRunsToItsEndAsTheCodesSay) {
     const std::string key = Task(3);
-    Step(key, 1, "true");          // 1
-    Step(key, 2, "exit 2");        // 3
+    Step(key, 1, "true");    // 1
+    Step(key, 2, "exit 2");  // 3
     Step(key, 3, "true", "3", "3");
     RunToEnd(key);
     EXPECT_EQ(Status(key), "Complete");

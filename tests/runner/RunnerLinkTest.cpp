@@ -1,5 +1,3 @@
-#include "runner/RunnerLink.h"
-
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -9,6 +7,7 @@
 #include <cerrno>
 
 #include "platform/Error.h"
+#include "runner/RunnerLink.h"
 #include "tests/support/RunnerSupport.h"
 
 namespace vq::test {
@@ -132,10 +131,10 @@ TEST(Slots, AreTakenOnceAndFreedOnce) {
 }
 
 class RunnerLinkTest : public testing::Test {
-protected:
+  protected:
     // The current values of a start in slot 1 with the given texts.
-    void Prepare(const std::string& runner, const std::string& environ, const std::string& command = "true",
-                 const std::string& fileRc = "") {
+    void Prepare(const std::string& runner, const std::string& environ,
+                 const std::string& command = "true", const std::string& fileRc = "") {
         t->RunnerPath = runner;
         RunnerLink& link = t->link;
         link.start = StartRecord{};

@@ -1,9 +1,8 @@
-#include "runner/StartFill.h"
-
 #include <gtest/gtest.h>
 
 #include "calendar/Common.h"
 #include "platform/Error.h"
+#include "runner/StartFill.h"
 #include "storage/Settings.h"
 #include "tests/support/RunnerSupport.h"
 
@@ -11,7 +10,7 @@ namespace vq::test {
 namespace {
 
 class StartFillTest : public testing::Test {
-protected:
+  protected:
     StartFillTest() {
         key = t.AddTask(42, "Nightly");
         t.AddSteps(key, 2);
@@ -106,7 +105,8 @@ TEST_F(StartFillTest, APriorityAboveTheServerMaximumTakesItAndIgnoresTheClass) {
     SetSetting("MJP", "P32");  // above the class maximum (22) too
     const StartFill fill = Fill();
     EXPECT_EQ(fill.record.Priority, 32);
-    EXPECT_EQ(fill.warnings, "\r\nCPU Priority = High 2!\r\nSetting To Maximum CPU Priority (AboveNormal 2)");
+    EXPECT_EQ(fill.warnings,
+              "\r\nCPU Priority = High 2!\r\nSetting To Maximum CPU Priority (AboveNormal 2)");
     EXPECT_EQ(TaskCellOf(t, key, "CPU"), "42");  // the cell stays
 }
 
@@ -115,8 +115,9 @@ TEST_F(StartFillTest, APriorityAboveOnlyTheClassMaximumTakesTheClassMaximum) {
     SetSetting("MJP", "P42");
     const StartFill fill = Fill();
     EXPECT_EQ(fill.record.Priority, 22);
-    EXPECT_EQ(fill.warnings,
-              "\r\nCPU Priority = AboveNormal 1!\r\nSetting To Maximum Class CPU Priority (Normal 2)");
+    EXPECT_EQ(
+        fill.warnings,
+        "\r\nCPU Priority = AboveNormal 1!\r\nSetting To Maximum Class CPU Priority (Normal 2)");
 }
 
 TEST_F(StartFillTest, APriorityAtTheMaximumPassesWithoutWarning) {
@@ -135,10 +136,11 @@ TEST_F(StartFillTest, BufferSizesAreClampedAndTheWarningsComeInOrder) {
     const StartFill fill = Fill();
     EXPECT_EQ(fill.record.BufferWidth, 600);
     EXPECT_EQ(fill.record.BufferHeight, 800);
-    EXPECT_EQ(fill.warnings,
-              "\r\nCPU Priority = Normal 3!\r\nSetting To Maximum CPU Priority (Normal 2)"
-              "\r\nScreen Buffer Size Width = 601!\r\nSetting To Maximum Screen Buffer Size (600)"
-              "\r\nScreen Buffer Size Height = 900!\r\nSetting To Maximum Screen Buffer Size (800)");
+    EXPECT_EQ(
+        fill.warnings,
+        "\r\nCPU Priority = Normal 3!\r\nSetting To Maximum CPU Priority (Normal 2)"
+        "\r\nScreen Buffer Size Width = 601!\r\nSetting To Maximum Screen Buffer Size (600)"
+        "\r\nScreen Buffer Size Height = 900!\r\nSetting To Maximum Screen Buffer Size (800)");
     EXPECT_EQ(StepCell(t, key, 2, "BuffWidth"), "0601");
 }
 

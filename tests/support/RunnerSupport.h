@@ -33,7 +33,8 @@ inline void SetStepCell(TestServer& t, const std::string& taskKey, int step, con
                         const std::string& value) {
     SetCell(t->tables, kStepTable, MakeStepKey(taskKey, step), column, value);
 }
-inline std::string StepCell(TestServer& t, const std::string& taskKey, int step, const char* column) {
+inline std::string StepCell(TestServer& t, const std::string& taskKey, int step,
+                            const char* column) {
     return GetCell(t->tables, kStepTable, MakeStepKey(taskKey, step), column);
 }
 inline std::string TaskCellOf(TestServer& t, const std::string& taskKey, const char* column) {
