@@ -447,6 +447,14 @@ void SendRunnerCommand(Server& server, uint8_t slot, const std::string& command,
     SendRunnerCommand(server, slot, command);
 }
 
+void SendRunnerCommandRepeating(Server& server, uint8_t slot, const std::string& command) {
+    const ReplyRecord& reply = server.link.reply;
+    do {
+        SendRunnerCommand(server, slot, command);
+        server.clock.Sleep(200);
+    } while (reply.ReplyTextLength == -1 && reply.WaitStatus == ReplyRecord::kWaitPending);
+}
+
 void CloseRunner(Server& server) { CloseEntry(CurrentEntry(server.link)); }
 
 }  // namespace vq

@@ -36,6 +36,10 @@ void RunnerExchange(Server& server, int mode);
 // Sets the current slot and command (the argument keeps what it held) and runs mode 0.
 void SendRunnerCommand(Server& server, uint8_t slot, const std::string& command);
 void SendRunnerCommand(Server& server, uint8_t slot, const std::string& command, int32_t argument);
+// "STOP" and "STRT": the exchange, then 200 milliseconds of sleep, again and again while the
+// runner answers with text length -1 and wait status 258 (the step hasn't reached the state
+// yet). A lost runner answers with its text at once, which ends the loop.
+void SendRunnerCommandRepeating(Server& server, uint8_t slot, const std::string& command);
 // Closes the pipes of the current slot and ends its runner: the runner ends by itself at the
 // end of its input; one that hasn't within a short grace is killed. The process is reaped.
 void CloseRunner(Server& server);

@@ -12,6 +12,7 @@
 //   FAKE_RC=N          the StepRc of the "END " reply (default 1)
 //   FAKE_TEXT=T        the text of the "END " reply
 //   FAKE_STOPWAIT=N    answer N "STOP" or "STRT" with text length -1 and wait status 258
+//   FAKE_STOPSTATUS=S  the wait status of those answers instead of 258
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -112,7 +113,7 @@ int main() {
         if ((cmd.Command == "STOP" || cmd.Command == "STRT") && stopWaits > 0) {
             --stopWaits;
             reply.ReplyTextLength = -1;
-            reply.WaitStatus = vq::ReplyRecord::kWaitPending;
+            reply.WaitStatus = Number(values, "FAKE_STOPSTATUS", vq::ReplyRecord::kWaitPending);
         }
         if (cmd.Command == "END ") {
             reply.RunnerState = 5;

@@ -262,6 +262,30 @@ TEST_F(RunnerLinkTest, TheCommandArgumentKeepsWhatDiagOrPrtyLeft) {
     EXPECT_EQ(t->link.command.Argument, 1);
 }
 
+TEST_F(RunnerLinkTest, StopIsRepeatedEvery200MillisecondsUntilTheStepHasStopped) {
+    Prepare(FakeRunnerPath(), "FAKE_POLLS=5\nFAKE_STOPWAIT=2");
+    OpenRunner(*t);
+    SendRunnerCommandRepeating(*t, 1, "STOP");
+    EXPECT_EQ(t.clock.slept, 600);  // three exchanges, each followed by its sleep
+    EXPECT_EQ(t->link.reply.ReplyTextLength, 0);
+}
+
+TEST_F(RunnerLinkTest, ATextLengthOfMinusOneWithoutWaitStatus258EndsTheRepeat) {
+    Prepare(FakeRunnerPath(), "FAKE_POLLS=5\nFAKE_STOPWAIT=3\nFAKE_STOPSTATUS=0");
+    OpenRunner(*t);
+    SendRunnerCommandRepeating(*t, 1, "STRT");
+    EXPECT_EQ(t.clock.slept, 200);
+    EXPECT_EQ(t->link.reply.ReplyTextLength, -1);
+}
+
+TEST_F(RunnerLinkTest, StopToALostRunnerDoesntLoop) {
+    Prepare(t.dir.Path() + "no-such-runner", "");
+    OpenRunner(*t);
+    SendRunnerCommandRepeating(*t, 1, "STOP");
+    EXPECT_EQ(t.clock.slept, 200);
+    ExpectStandInReply();
+}
+
 TEST_F(RunnerLinkTest, AServerThatGoesLeavesNoRunnerBehind) {
     pid_t pid = -1;
     {
