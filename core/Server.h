@@ -13,6 +13,7 @@
 #include "platform/Clock.h"
 #include "platform/Operator.h"
 #include "platform/UniqueFd.h"
+#include "runner/RunnerLinkState.h"
 #include "storage/Registry.h"
 
 namespace vq {
@@ -75,6 +76,11 @@ struct Server {
     bool SaveNeeded = false;
     // The text of the last server log entry, so that a headless message is logged once.
     std::string LastLogText;
+
+    // The step runner link: per-slot pipes and processes, current values, the shared reply.
+    RunnerLink link;
+    // Monitor ticks since the last diagnostic period ended.
+    uint16_t PollCount = 0;
 
     // Seams of the queue cycle for tests: when set, they stand in for step sequencing and the
     // repeat check, so that the cycle's own order of calls can be watched.

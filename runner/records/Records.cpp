@@ -2,6 +2,8 @@
 
 #include <cassert>
 
+#include "platform/Error.h"
+
 namespace vq {
 namespace {
 
@@ -45,6 +47,13 @@ private:
     size_t at_ = 0;
 };
 
+// A record is read only from exactly its own number of bytes.
+void CheckSize(std::string_view bytes, size_t size, const char* record) {
+    if (bytes.size() != size)
+        throw VqError(std::string(record) + " of " + std::to_string(bytes.size()) + " bytes; " +
+                      std::to_string(size) + " expected");
+}
+
 }  // namespace
 
 std::string FixedText(std::string_view value, size_t width) {
@@ -61,6 +70,7 @@ std::string CommandRecord::Encode() const {
 }
 
 CommandRecord CommandRecord::Decode(std::string_view bytes) {
+    CheckSize(bytes, kSize, "CommandRecord");
     Reader r(bytes);
     CommandRecord c;
     c.Command = r.Text(4);
@@ -95,6 +105,7 @@ std::string StartRecord::Encode() const {
 }
 
 StartRecord StartRecord::Decode(std::string_view bytes) {
+    CheckSize(bytes, kSize, "StartRecord");
     Reader r(bytes);
     StartRecord s;
     for (int32_t* v : {&s.ConsMode, &s.WindowX, &s.WindowY, &s.WindowWidth, &s.WindowHeight,
@@ -129,6 +140,7 @@ std::string StartAck::Encode() const {
 }
 
 StartAck StartAck::Decode(std::string_view bytes) {
+    CheckSize(bytes, kSize, "StartAck");
     Reader r(bytes);
     StartAck a;
     a.AckTimes = r.Text(16);
@@ -159,6 +171,7 @@ std::string ReplyRecord::Encode() const {
 }
 
 ReplyRecord ReplyRecord::Decode(std::string_view bytes) {
+    CheckSize(bytes, kSize, "ReplyRecord");
     Reader r(bytes);
     ReplyRecord p;
     p.ReplyTimes = r.Text(16);

@@ -16,7 +16,8 @@ struct CommandRecord {
     int32_t Argument = 0;  // a value for "DIAG" and "PRTY" only
 
     std::string Encode() const;
-    // `bytes` must hold kSize bytes.
+    // Each Decode takes exactly kSize bytes and throws VqError for any other size. Text
+    // fields come back as they stand on the wire, padding included.
     static CommandRecord Decode(std::string_view bytes);
 };
 

@@ -1,0 +1,142 @@
+#include "runlet/StepPlan.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "calendar/Common.h"
+
+namespace vq {
+namespace {
+
+bool EqualsNoCase(std::string_view a, std::string_view b) {
+    return a.size() == b.size() &&
+           std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+               return std::tolower(static_cast<unsigned char>(x)) ==
+                      std::tolower(static_cast<unsigned char>(y));
+           });
+}
+
+std::string TrimLineEnds(std::string_view text) {
+    const size_t first = text.find_first_not_of(" \t\r\n");
+    if (first == std::string_view::npos) return {};
+    const size_t last = text.find_last_not_of(" \t\r\n");
+    return std::string(text.substr(first, last - first + 1));
+}
+
+}  // namespace
+
+std::string TrimRight(std::string_view text) {
+    const size_t last = text.find_last_not_of(' ');
+    return last == std::string_view::npos ? std::string() : std::string(text.substr(0, last + 1));
+}
+
+std::string FolderOf(std::string_view path) {
+    const size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos) return {};
+    if (slash == 0) return "/";
+    return std::string(path.substr(0, slash));
+}
+
+std::string ExpandWorkDir(std::string_view workDir, std::string_view taskFolder) {
+    if (workDir.empty()) return std::string(taskFolder);
+    static constexpr std::string_view kMarker = "%VQS%";
+    std::string result;
+    size_t at = 0;
+    while (at < workDir.size()) {
+        if (at + kMarker.size() <= workDir.size() && EqualsNoCase(workDir.substr(at, kMarker.size()), kMarker)) {
+            result += taskFolder;
+            at += kMarker.size();
+        } else {
+            result += workDir[at++];
+        }
+    }
+    return result;
+}
+
+bool UserAllowed(std::string_view userName, std::string_view login) {
+    return EqualsNoCase(userName, "$LOCALUSER$") || (!login.empty() && userName == login);
+}
+
+std::optional<int> NiceForPriority(int code) {
+    static constexpr int kNiceOfClass[] = {19, 10, 0, -5, -10, -15};
+    if (code < 0 || code > 59) return std::nullopt;
+    return kNiceOfClass[code / 10];
+}
+
+void SetVariable(std::vector<std::string>& environment, std::string_view name, std::string_view value) {
+    const std::string entry = std::string(name) + "=" + std::string(value);
+    for (std::string& existing : environment) {
+        if (existing.size() > name.size() && existing.compare(0, name.size(), name) == 0 &&
+            existing[name.size()] == '=') {
+            existing = entry;
+            return;
+        }
+    }
+    environment.push_back(entry);
+}
+
+void AddEnvironBlock(std::vector<std::string>& environment, std::string_view block,
+                     std::vector<std::string>& notes) {
+    int lineNumber = 0;
+    size_t at = 0;
+    while (at < block.size()) {
+        size_t end = block.find('\n', at);
+        if (end == std::string_view::npos) end = block.size();
+        std::string_view line = block.substr(at, end - at);
+        at = end + 1;
+        ++lineNumber;
+        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+        if (line.empty()) continue;
+        const size_t equals = line.find('=');
+        if (equals == std::string_view::npos || equals == 0 || line.find('\0') != std::string_view::npos) {
+            notes.push_back("Environ line " + std::to_string(lineNumber) + " is not NAME=VALUE and was left out: \"" +
+                            std::string(line.substr(0, 80)) + "\"");
+            continue;
+        }
+        SetVariable(environment, line.substr(0, equals), line.substr(equals + 1));
+    }
+}
+
+StepPlan MakeStepPlan(const StepInput& input, const std::vector<std::string>& baseEnvironment,
+                      std::string_view login) {
+    const StartRecord& start = input.start;
+    StepPlan plan;
+    const std::string userName = TrimRight(start.UserName);
+    if (!UserAllowed(userName, login)) {
+        plan.refusal = "The step was not started: user \"" + userName +
+                       "\" is neither $LOCALUSER$ nor the server's user \"" + std::string(login) + "\".";
+        return plan;
+    }
+    plan.outputFile = TrimRight(start.OutputFile);
+    plan.taskFolder = FolderOf(plan.outputFile);
+    plan.workDir = ExpandWorkDir(TrimRight(start.WorkDir), plan.taskFolder);
+    if (plan.workDir.empty()) plan.workDir = ".";
+    plan.arguments = {"sh", "-c", input.command};
+
+    const std::string fileRc = TrimLineEnds(input.fileRc);
+    if (!fileRc.empty()) plan.fileRcPath = fileRc.front() == '/' ? fileRc : plan.workDir + "/" + fileRc;
+
+    plan.nice = NiceForPriority(start.Priority);
+    if (!plan.nice)
+        plan.notes.push_back("Unknown CPU priority code " + std::to_string(start.Priority) +
+                             "; the step runs at the runner's own priority.");
+
+    plan.environment = baseEnvironment;
+    AddEnvironBlock(plan.environment, input.environ, plan.notes);
+    std::string taskId = TrimRight(start.TaskIdText);
+    if (taskId.empty()) taskId = std::to_string(start.TaskId);
+    SetVariable(plan.environment, "ORVANTIS_TASK_ID", taskId);
+    SetVariable(plan.environment, "ORVANTIS_TASK_NAME", TrimRight(start.TaskName));
+    SetVariable(plan.environment, "ORVANTIS_STEP", std::to_string(start.StepNumber));
+    SetVariable(plan.environment, "ORVANTIS_TASK_FOLDER", plan.taskFolder);
+    SetVariable(plan.environment, "ORVANTIS_TASK_RC", std::to_string(start.TaskRc));
+    return plan;
+}
+
+std::string PriorityText(int code) {
+    if (code < 0 || code > 59) return "code " + std::to_string(code);
+    const char digits[] = {static_cast<char>('0' + code / 10), static_cast<char>('0' + code % 10), '\0'};
+    return PriorityName(digits);
+}
+
+}  // namespace vq

@@ -1,0 +1,203 @@
+#include "runlet/StepProcess.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace vq {
+namespace {
+
+// What the child tells the runner through its report pipe before exec; the pipe closes at a
+// successful exec. Written with one write(), which is safe between fork and exec.
+struct ChildReport {
+    char kind;   // 'F' the start failed, 'N' a note
+    char stage;  // 'P' priority, 'W' working folder, 'I' standard handles, 'E' exec
+    int error;
+};
+
+[[noreturn]] void ChildFail(int fd, char stage) {
+    const ChildReport report{'F', stage, errno};
+    [[maybe_unused]] ssize_t n = ::write(fd, &report, sizeof report);
+    ::_exit(127);
+}
+
+void ChildNote(int fd, char stage) {
+    const ChildReport report{'N', stage, errno};
+    [[maybe_unused]] ssize_t n = ::write(fd, &report, sizeof report);
+}
+
+void ResetSignals() {
+    for (int sig : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD}) ::signal(sig, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+std::vector<char*> PointersOf(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (std::string& t : texts) pointers.push_back(t.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+std::string DescribeReport(const ChildReport& report, const StepPlan& plan) {
+    const std::string reason = std::strerror(report.error);
+    switch (report.stage) {
+        case 'P': return "CPU priority (nice " + std::to_string(plan.nice.value_or(0)) + ") refused by the system: " + reason;
+        case 'W': return "Working folder \"" + plan.workDir + "\" can't be used: " + reason;
+        case 'I': return "Standard handles of the step can't be set: " + reason;
+        default: return plan.shell + " can't be started: " + reason;
+    }
+}
+
+}  // namespace
+
+LaunchResult LaunchStep(const StepPlan& plan) {
+    LaunchResult result;
+    const std::string output = plan.outputFile.empty() ? "/dev/null" : plan.outputFile;
+    UniqueFd out(::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+    if (!out.Valid()) {
+        result.error = "Output file \"" + output + "\" can't be opened: " + std::strerror(errno);
+        return result;
+    }
+    UniqueFd devNull(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    int reportPipe[2];
+    if (!devNull.Valid() || ::pipe2(reportPipe, O_CLOEXEC) != 0) {
+        result.error = std::string("The step can't be prepared: ") + std::strerror(errno);
+        return result;
+    }
+    UniqueFd reportRead(reportPipe[0]), reportWrite(reportPipe[1]);
+
+    // Everything the child needs is ready before the fork.
+    std::vector<std::string> arguments = plan.arguments;
+    std::vector<std::string> environment = plan.environment;
+    std::vector<char*> argv = PointersOf(arguments);
+    std::vector<char*> envp = PointersOf(environment);
+    const char* shell = plan.shell.c_str();
+    const char* workDir = plan.workDir.c_str();
+
+    const pid_t pid = ::fork();
+    if (pid < 0) {
+        result.error = std::string("The step's process can't be made: ") + std::strerror(errno);
+        return result;
+    }
+    if (pid == 0) {
+        const int report = reportWrite.Get();
+        ::setpgid(0, 0);
+        ResetSignals();
+        if (plan.nice && ::setpriority(PRIO_PROCESS, 0, *plan.nice) != 0) ChildNote(report, 'P');
+        if (::chdir(workDir) != 0) ChildFail(report, 'W');
+        if (::dup2(devNull.Get(), 0) < 0 || ::dup2(out.Get(), 1) < 0 || ::dup2(out.Get(), 2) < 0)
+            ChildFail(report, 'I');
+        // Whatever else the runner inherited stays out of the step.
+        ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
+        ::execve(shell, argv.data(), envp.data());
+        ChildFail(report, 'E');
+    }
+    ::setpgid(pid, pid);  // also here, so that the group exists whichever runs first
+    reportWrite.Reset();
+    ChildReport report{};
+    for (;;) {
+        const ssize_t n = ::read(reportRead.Get(), &report, sizeof report);
+        if (n < 0 && errno == EINTR) continue;
+        if (n != static_cast<ssize_t>(sizeof report)) break;
+        if (report.kind == 'N') {
+            result.notes.push_back(DescribeReport(report, plan));
+        } else {
+            result.error = DescribeReport(report, plan);
+        }
+    }
+    if (!result.error.empty()) {
+        int status = 0;
+        while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+        }
+        return result;
+    }
+    result.pid = pid;
+    return result;
+}
+
+bool StepGuard::Start(pid_t group) {
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0) return false;
+    UniqueFd readEnd(fds[0]), writeEnd(fds[1]);
+    const pid_t pid = ::fork();
+    if (pid < 0) return false;
+    if (pid == 0) {
+        // Keep nothing of the runner open, above all not its pipes to the server, whose end
+        // of file must come when the runner goes.
+        const int keep = readEnd.Get();
+        const int devNull = ::open("/dev/null", O_RDWR);
+        for (int fd = 0; fd < 3; ++fd) ::dup2(devNull, fd);
+        if (keep > 3) ::close_range(3, static_cast<unsigned>(keep) - 1, 0);
+        ::close_range(static_cast<unsigned>(keep) + 1, ~0U, 0);
+        for (int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) ::signal(sig, SIG_IGN);
+        char word = 0;
+        for (;;) {
+            const ssize_t n = ::read(keep, &word, 1);
+            if (n < 0 && errno == EINTR) continue;
+            if (n == 1 && word == 'D') ::_exit(0);
+            if (n <= 0) break;
+        }
+        ::kill(-group, SIGKILL);
+        ::_exit(0);
+    }
+    pid_ = pid;
+    pipe_ = std::move(writeEnd);
+    return true;
+}
+
+void StepGuard::Release() {
+    if (pid_ <= 0) return;
+    const char done = 'D';
+    [[maybe_unused]] ssize_t n = ::write(pipe_.Get(), &done, 1);
+    pipe_.Reset();
+    int status = 0;
+    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    pid_ = -1;
+}
+
+namespace {
+std::optional<EndedChild> Peek(idtype_t type, id_t id) {
+    siginfo_t info{};
+    if (::waitid(type, id, &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid == 0) return std::nullopt;
+    return EndedChild{info.si_pid, info.si_code, info.si_status};
+}
+}  // namespace
+
+std::optional<EndedChild> PeekEndedChild() { return Peek(P_ALL, 0); }
+std::optional<EndedChild> PeekEndedChild(pid_t pid) { return Peek(P_PID, static_cast<id_t>(pid)); }
+
+void ReapChild(pid_t pid) {
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+}
+
+void SignalStep(pid_t group, const std::vector<pid_t>& pidsOutsideGroup, int signal) {
+    if (group > 0) ::kill(-group, signal);
+    for (pid_t pid : pidsOutsideGroup) ::kill(pid, signal);
+}
+
+bool BecomeSubreaper() { return ::prctl(PR_SET_CHILD_SUBREAPER, 1) == 0; }
+
+int64_t MonotonicMs() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
+}
+
+void SleepMs(int milliseconds) {
+    timespec pause{milliseconds / 1000, (milliseconds % 1000) * 1'000'000L};
+    ::nanosleep(&pause, nullptr);
+}
+
+}  // namespace vq

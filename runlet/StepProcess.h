@@ -1,0 +1,70 @@
+#pragma once
+// The operating-system side of a step: starting its command in a process group of its own,
+// the guard that ends the group when the runner itself dies, signals, and reaping.
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/UniqueFd.h"
+#include "runlet/StepPlan.h"
+
+namespace vq {
+
+struct LaunchResult {
+    pid_t pid = -1;                  // also the process group of the step
+    std::string error;               // why the command could not be started
+    std::vector<std::string> notes;  // what went wrong without stopping the start
+    bool Started() const { return pid > 0; }
+};
+
+// Starts `plan` as /bin/sh -c COMMAND in a new process group, in its working folder, with its
+// environment and nice value, standard output and error appended to the output file and
+// standard input from /dev/null. Reports a failed chdir or exec of the child as an error.
+LaunchResult LaunchStep(const StepPlan& plan);
+
+// A small process beside the runner, outside the step's group. It waits on a pipe that only
+// the runner holds: when the runner is gone without a word (killed from outside), the guard
+// kills the step's process group, so that no process of the step is left behind.
+class StepGuard {
+public:
+    StepGuard() = default;
+    StepGuard(const StepGuard&) = delete;
+    StepGuard& operator=(const StepGuard&) = delete;
+    ~StepGuard() { Release(); }
+
+    bool Start(pid_t group);
+    // The step is over: the guard ends without killing anything and is reaped.
+    void Release();
+    pid_t Pid() const { return pid_; }
+    // The guard ended by itself and was reaped elsewhere.
+    void Forget() { pid_ = -1; pipe_.Reset(); }
+
+private:
+    pid_t pid_ = -1;
+    UniqueFd pipe_;
+};
+
+// A child of the runner that has ended and is not reaped yet (a zombie): its /proc files can
+// still be read. Nothing when no child has ended.
+struct EndedChild {
+    pid_t pid = 0;
+    int how = 0;     // CLD_EXITED, CLD_KILLED, CLD_DUMPED
+    int status = 0;  // the exit status or the signal
+};
+std::optional<EndedChild> PeekEndedChild();
+std::optional<EndedChild> PeekEndedChild(pid_t pid);
+void ReapChild(pid_t pid);
+
+// Sends `signal` to the step's process group and to each of `pids` that has left the group.
+void SignalStep(pid_t group, const std::vector<pid_t>& pidsOutsideGroup, int signal);
+
+// Makes the runner the reaper of orphans of the step, so that they stay below it.
+bool BecomeSubreaper();
+
+// Monotonic milliseconds, for the short bounded waits of the runner.
+int64_t MonotonicMs();
+void SleepMs(int milliseconds);
+
+}  // namespace vq

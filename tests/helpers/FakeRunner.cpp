@@ -1,0 +1,128 @@
+// vqfakerunner: a step runner that misbehaves on request, for the tests of the server's side
+// of the link. It reads the start record and its blocks like the real runner; lines of its
+// Environ block choose what it does:
+//
+//   FAKE=noack         end at once, without an acknowledgement
+//   FAKE=silent        acknowledge, then never answer (nor end at the end of its input)
+//   FAKE=die           acknowledge, answer FAKE_POLLS "STAT", then end at the next command
+//                      without an answer
+//   FAKE=cut           acknowledge, then answer the first command with half a record and end
+//   FAKE_DUMP=PATH     write the bytes received for the start to PATH
+//   FAKE_POLLS=N       answer N "STAT" as running (counters valid), then as ended
+//   FAKE_RC=N          the StepRc of the "END " reply (default 1)
+//   FAKE_TEXT=T        the text of the "END " reply
+//   FAKE_STOPWAIT=N    answer N "STOP" or "STRT" with text length -1 and wait status 258
+//   FAKE_STOPSTATUS=S  the wait status of those answers instead of 258
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <map>
+#include <string>
+
+#include "runner/records/Records.h"
+
+namespace {
+
+bool ReadExact(size_t size, std::string& out) {
+    out.clear();
+    char buffer[4096];
+    while (out.size() < size) {
+        const size_t want = std::min(sizeof buffer, size - out.size());
+        const ssize_t n = read(STDIN_FILENO, buffer, want);
+        if (n <= 0) return false;
+        out.append(buffer, static_cast<size_t>(n));
+    }
+    return true;
+}
+
+void WriteAll(const std::string& bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = write(STDOUT_FILENO, bytes.data() + done, bytes.size() - done);
+        if (n <= 0) std::_Exit(3);
+        done += static_cast<size_t>(n);
+    }
+}
+
+std::map<std::string, std::string> ParseEnviron(const std::string& text) {
+    std::map<std::string, std::string> values;
+    size_t at = 0;
+    while (at < text.size()) {
+        size_t end = text.find('\n', at);
+        if (end == std::string::npos) end = text.size();
+        std::string line = text.substr(at, end - at);
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        const size_t eq = line.find('=');
+        if (eq != std::string::npos) values[line.substr(0, eq)] = line.substr(eq + 1);
+        at = end + 1;
+    }
+    return values;
+}
+
+int Number(const std::map<std::string, std::string>& values, const char* name, int fallback) {
+    auto it = values.find(name);
+    return it == values.end() ? fallback : std::atoi(it->second.c_str());
+}
+
+}  // namespace
+
+int main() {
+    std::string record;
+    if (!ReadExact(vq::StartRecord::kSize, record)) return 2;
+    const vq::StartRecord start = vq::StartRecord::Decode(record);
+    std::string command, fileRc, environText;
+    if (!ReadExact(start.CommandLength, command) || !ReadExact(start.FileRcLength, fileRc) ||
+        !ReadExact(start.EnvironLength, environText))
+        return 2;
+    const auto values = ParseEnviron(environText);
+    const std::string mode = values.count("FAKE") ? values.at("FAKE") : "";
+    if (values.count("FAKE_DUMP")) {
+        const int fd = open(values.at("FAKE_DUMP").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        const std::string all = record + command + fileRc + environText;
+        if (fd >= 0 && write(fd, all.data(), all.size()) < 0) return 2;
+        if (fd >= 0) close(fd);
+    }
+    if (mode == "noack") return 0;
+    vq::StartAck ack;
+    ack.AckStage = "STARTED";
+    WriteAll(ack.Encode());
+    if (mode == "silent")
+        for (;;) pause();
+
+    int polls = Number(values, "FAKE_POLLS", 0);
+    int stopWaits = Number(values, "FAKE_STOPWAIT", 0);
+    int64_t ticks = 0;
+    std::string bytes;
+    while (ReadExact(vq::CommandRecord::kSize, bytes)) {
+        const vq::CommandRecord cmd = vq::CommandRecord::Decode(bytes);
+        if (mode == "die" && polls == 0) return 0;
+        vq::ReplyRecord reply;
+        if (mode == "cut") {
+            WriteAll(reply.Encode().substr(0, 40));
+            return 0;
+        }
+        std::string text;
+        ticks += 10000000;
+        reply.CpuTimeA = ticks;
+        reply.PeakMemory = 1000;
+        reply.IoCount = 50000;
+        reply.CountersValid = 1;
+        reply.RunnerState = polls > 0 ? 1 : 4;
+        if (cmd.Command == "STAT" && polls > 0) --polls;
+        if ((cmd.Command == "STOP" || cmd.Command == "STRT") && stopWaits > 0) {
+            --stopWaits;
+            reply.ReplyTextLength = -1;
+            reply.WaitStatus = Number(values, "FAKE_STOPSTATUS", vq::ReplyRecord::kWaitPending);
+        }
+        if (cmd.Command == "END ") {
+            reply.RunnerState = 5;
+            reply.StepRc = Number(values, "FAKE_RC", 1);
+            text = values.count("FAKE_TEXT") ? values.at("FAKE_TEXT") : "";
+            reply.ReplyTextLength = static_cast<int32_t>(text.size());
+        }
+        WriteAll(reply.Encode() + text);
+        if (cmd.Command == "END ") return 0;
+    }
+    return 0;
+}

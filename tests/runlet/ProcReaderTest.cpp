@@ -1,0 +1,161 @@
+// The /proc parsers and the choice of the step's processes.
+#include "runlet/ProcReader.h"
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/support/TestSupport.h"
+
+namespace vq {
+namespace {
+
+// A line of /proc/<pid>/stat with the fields that the reader uses set, the others 0.
+std::string StatLine(pid_t pid, const std::string& name, char state, pid_t ppid, pid_t pgrp, int utime, int stime,
+                     int cutime, int cstime, int nice = 0) {
+    std::string line = std::to_string(pid) + " (" + name + ") " + state + " " + std::to_string(ppid) + " " +
+                       std::to_string(pgrp) + " 1 0 -1 4194560 10 0 0 0 " + std::to_string(utime) + " " +
+                       std::to_string(stime) + " " + std::to_string(cutime) + " " + std::to_string(cstime) +
+                       " 20 " + std::to_string(nice) + " 1 0 100 2000 300";
+    return line + "\n";
+}
+
+TEST(ParseStatTest, ReadsTheFieldsBehindTheName) {
+    const auto stat = ParseStat(StatLine(4711, "sh", 'S', 4700, 4711, 12, 3, 40, 5, -5));
+    ASSERT_TRUE(stat);
+    EXPECT_EQ(stat->pid, 4711);
+    EXPECT_EQ(stat->name, "sh");
+    EXPECT_EQ(stat->state, 'S');
+    EXPECT_EQ(stat->ppid, 4700);
+    EXPECT_EQ(stat->pgrp, 4711);
+    EXPECT_EQ(stat->userTicks, 12u);
+    EXPECT_EQ(stat->systemTicks, 3u);
+    EXPECT_EQ(stat->childUserTicks, 40u);
+    EXPECT_EQ(stat->childSystemTicks, 5u);
+    EXPECT_EQ(stat->nice, -5);
+}
+
+TEST(ParseStatTest, NameWithBlanksAndParenthesesDoesNotShiftTheFields) {
+    const auto stat = ParseStat(StatLine(9, "a) (b c) Z 1", 'R', 8, 7, 1, 2, 3, 4));
+    ASSERT_TRUE(stat);
+    EXPECT_EQ(stat->name, "a) (b c) Z 1");
+    EXPECT_EQ(stat->state, 'R');
+    EXPECT_EQ(stat->ppid, 8);
+    EXPECT_EQ(stat->pgrp, 7);
+    EXPECT_EQ(stat->childSystemTicks, 4u);
+}
+
+TEST(ParseStatTest, RefusesCutOrDamagedLines) {
+    const std::string good = StatLine(9, "x", 'S', 1, 9, 1, 2, 3, 4);
+    EXPECT_FALSE(ParseStat(""));
+    EXPECT_FALSE(ParseStat("9 (x"));
+    EXPECT_FALSE(ParseStat(good.substr(0, 30)));
+    EXPECT_FALSE(ParseStat("abc (x) S 1 9 1 0 -1 0 0 0 0 0 1 2 3 4 20 0"));
+    EXPECT_FALSE(ParseStat("9 (x) S 1 9 1 0 -1 0 0 0 0 0 one 2 3 4 20 0"));
+    EXPECT_FALSE(ParseStat("9 (x) SS 1 9 1 0 -1 0 0 0 0 0 1 2 3 4 20 0"));
+    EXPECT_TRUE(ParseStat(good));
+}
+
+TEST(ParseStatusMemoryTest, PeakAndResidentInKilobytes) {
+    const std::string status = "Name:\tsh\nVmPeak:\t  9000 kB\nVmHWM:\t  204812 kB\nVmRSS:\t    1500 kB\n";
+    const ProcessMemory memory = ParseStatusMemory(status);
+    EXPECT_EQ(memory.peakKb, 204812u);
+    EXPECT_EQ(memory.residentKb, 1500u);
+    // A zombie has no memory lines at all.
+    EXPECT_EQ(ParseStatusMemory("Name:\tsh\nState:\tZ (zombie)\n").peakKb, 0u);
+    // "VmHWMx" is not "VmHWM".
+    EXPECT_EQ(ParseStatusMemory("VmHWMx:\t5 kB\n").peakKb, 0u);
+}
+
+TEST(ParseIoTest, ReadAndWriteCallsOrNothing) {
+    const auto io = ParseIo("rchar: 20956\nwchar: 10102\nsyscr: 10018\nsyscw: 10004\nread_bytes: 0\n");
+    ASSERT_TRUE(io);
+    EXPECT_EQ(io->reads, 10018u);
+    EXPECT_EQ(io->writes, 10004u);
+    EXPECT_FALSE(ParseIo("rchar: 1\nsyscr: 5\n"));
+    EXPECT_FALSE(ParseIo("syscr: five\nsyscw: 1\n"));
+    EXPECT_FALSE(ParseIo(""));
+}
+
+TEST(ParseCommandLineTest, ArgumentsJoinedByBlanks) {
+    EXPECT_EQ(ParseCommandLine(std::string("sh\0-c\0exit 3\0", 14)), "sh -c exit 3");
+    EXPECT_EQ(ParseCommandLine(""), "");
+}
+
+TEST(ProcFilesTest, ReadsAProcessFromAFolderOfFiles) {
+    test::TempDir dir;
+    const std::string root = dir.Path() + "proc";
+    std::filesystem::create_directories(root + "/42/task/42");
+    std::filesystem::create_directories(root + "/42/task/43");
+    std::filesystem::create_directories(root + "/self");
+    std::ofstream(root + "/42/stat") << StatLine(42, "helper", 'Z', 1, 42, 7, 1, 0, 0);
+    std::ofstream(root + "/42/io") << "syscr: 100\nsyscw: 5\n";
+    std::ofstream(root + "/42/cmdline") << std::string("helper\0burn\0", 12);
+    const ProcFiles proc(root);
+    EXPECT_EQ(proc.ListPids(), std::vector<pid_t>{42});
+    std::vector<pid_t> threads = proc.ListThreads(42);
+    std::sort(threads.begin(), threads.end());
+    EXPECT_EQ(threads, (std::vector<pid_t>{42, 43}));
+    const auto info = proc.ReadProcess(42);
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->stat.state, 'Z');
+    EXPECT_EQ(info->memory.peakKb, 0u);  // no status file
+    ASSERT_TRUE(info->io);
+    EXPECT_EQ(info->io->reads, 100u);
+    EXPECT_EQ(info->commandLine, "helper burn");
+    EXPECT_FALSE(proc.ReadProcess(43));
+}
+
+TEST(ProcFilesTest, ReadsThisVeryProcess) {
+    const auto info = ProcFiles().ReadProcess(::getpid());
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->stat.pid, ::getpid());
+    EXPECT_EQ(info->stat.pgrp, ::getpgrp());
+    EXPECT_GT(info->memory.peakKb, 0u);
+    ASSERT_TRUE(info->io);
+    EXPECT_GT(info->io->reads, 0u);
+    EXPECT_NE(info->commandLine.find("test_runlet"), std::string::npos);
+}
+
+TEST(StepPidsTest, GroupMembersAndDescendantsOfTheRunnerButNotItsGuard) {
+    const pid_t runner = 100, guard = 101, shell = 102;
+    std::vector<ProcessStat> all;
+    auto add = [&](pid_t pid, pid_t ppid, pid_t pgrp) {
+        ProcessStat s;
+        s.pid = pid;
+        s.ppid = ppid;
+        s.pgrp = pgrp;
+        all.push_back(s);
+    };
+    add(1, 0, 1);
+    add(50, 1, 50);          // the server
+    add(runner, 50, 50);
+    add(guard, runner, 50);
+    add(shell, runner, shell);
+    add(103, shell, shell);  // child
+    add(104, 103, shell);    // grandchild
+    add(105, runner, 105);   // orphan that left the group, now below the runner
+    add(106, 105, 105);      // and its child
+    add(107, 1, shell);      // a member of the group that is below someone else
+    add(108, 50, 50);        // another child of the server
+    add(109, guard, 50);     // nothing of the guard counts
+    EXPECT_EQ(StepPids(all, runner, shell, guard), (std::vector<pid_t>{102, 103, 104, 105, 106, 107}));
+    EXPECT_EQ(StepPids({}, runner, shell, guard), std::vector<pid_t>{});
+}
+
+TEST(StepPidsTest, LoopInAListReadWhileProcessesChangeEnds) {
+    std::vector<ProcessStat> all(2);
+    all[0].pid = 7;
+    all[0].ppid = 8;
+    all[0].pgrp = 7;
+    all[1].pid = 8;
+    all[1].ppid = 7;
+    all[1].pgrp = 8;
+    EXPECT_EQ(StepPids(all, 100, 99, -1), std::vector<pid_t>{});
+}
+
+}  // namespace
+}  // namespace vq

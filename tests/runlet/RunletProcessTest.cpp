@@ -1,0 +1,391 @@
+// The runlet program as the server sees it: started with pipes, given a start record and its
+// blocks, asked "STAT", "STOP", "STRT", "PRTY", "DIAG", "KILL" and "END ".
+#include <pwd.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "RunletDriver.h"
+#include "runlet/ProcReader.h"
+#include "tests/support/TestSupport.h"
+
+namespace vq::test {
+namespace {
+
+constexpr int64_t kTicksPerMs = 10'000;  // 100-ns ticks
+
+class RunletTest : public ::testing::Test {
+protected:
+    std::string Folder() const { return dir.Path(); }
+    StartRecord Start() const { return MakeStart(Folder()); }
+    std::string Output() const { return ReadFileText(Folder() + "Step1.txt"); }
+    // Starts `command` and runs it to its end, returning the reply to "END ".
+    Answer RunStep(const std::string& command, const std::string& fileRc = "") {
+        const StartAck ack = runlet.Start(Start(), command, fileRc);
+        EXPECT_EQ(ack.AckStage, "STARTED ");
+        return runlet.RunToEnd();
+    }
+    static std::vector<pid_t> PidsOf(const std::vector<std::string>& lines) {
+        std::vector<pid_t> pids;
+        for (const std::string& line : lines) pids.push_back(std::stoi(line));
+        return pids;
+    }
+    static pid_t GroupOf(const std::string& line) {
+        std::istringstream in(line);
+        pid_t pid = 0, group = 0;
+        in >> pid >> group;
+        return group;
+    }
+
+    TempDir dir;
+    RunletDriver runlet;
+};
+
+// --- return codes -------------------------------------------------------------------------
+
+TEST_F(RunletTest, ExitStatusZeroGivesOneAndTheRunnerEnds) {
+    const Answer end = RunStep("exit 0");
+    EXPECT_EQ(end.reply.StepRc, 1);
+    EXPECT_EQ(end.reply.RunnerState, 5);
+    EXPECT_EQ(end.reply.ReplyTextLength, 0);
+    EXPECT_EQ(end.reply.CountersValid, 1);
+    EXPECT_EQ(runlet.WaitExit(), 0);
+}
+
+TEST_F(RunletTest, ExitStatusThreeGivesFour) { EXPECT_EQ(RunStep("exit 3").reply.StepRc, 4); }
+
+TEST_F(RunletTest, HighExitStatusesStopAtNinetyEight) {
+    EXPECT_EQ(RunStep("exit 97").reply.StepRc, 98);
+    RunletDriver second;
+    second.Start(Start(), "exit 255");
+    EXPECT_EQ(second.RunToEnd().reply.StepRc, 98);
+}
+
+TEST_F(RunletTest, CommandEndedBySignalGivesNinetyEight) {
+    EXPECT_EQ(RunStep("kill -TERM $$").reply.StepRc, 98);
+}
+
+TEST_F(RunletTest, FileRcZeroIsTheReturnCodeAsItStands) {
+    const Answer end = RunStep("echo 0 > rc.txt; exit 5", "rc.txt\r\n");
+    EXPECT_EQ(end.reply.StepRc, 0);
+    EXPECT_EQ(end.text, "");
+}
+
+TEST_F(RunletTest, FileRcWithoutANumberLeavesTheExitStatusAndSaysSo) {
+    const Answer end = RunStep("echo 120 > rc.txt; exit 2", "rc.txt");
+    EXPECT_EQ(end.reply.StepRc, 3);
+    EXPECT_NE(end.text.find("holds no number from 0 to 99"), std::string::npos) << end.text;
+
+    RunletDriver missing;
+    missing.Start(Start(), "exit 0", Folder() + "absent.rc");
+    const Answer noFile = missing.RunToEnd();
+    EXPECT_EQ(noFile.reply.StepRc, 1);
+    EXPECT_NE(noFile.text.find("was not found"), std::string::npos) << noFile.text;
+}
+
+// --- counters -----------------------------------------------------------------------------
+
+TEST_F(RunletTest, CpuBoundStepReportsAtLeastTheCpuItBurned) {
+    const Answer end = RunStep(Helper("burn 300"));
+    EXPECT_EQ(end.reply.StepRc, 1);
+    EXPECT_GE(end.reply.CpuTimeA + end.reply.CpuTimeB, 300 * kTicksPerMs);
+    EXPECT_NE(Output().find("burned"), std::string::npos);
+}
+
+TEST_F(RunletTest, CountersWhileRunningGrowAndNeverGoBack) {
+    runlet.Start(Start(), Helper("burn 400"));
+    int64_t cpu = 0;
+    bool sawCpuWhileRunning = false;
+    for (;;) {
+        const Answer stat = runlet.Send("STAT");
+        ASSERT_EQ(stat.reply.CountersValid, 1);
+        const int64_t now = stat.reply.CpuTimeA + stat.reply.CpuTimeB;
+        EXPECT_GE(now, cpu);
+        cpu = now;
+        if (stat.reply.RunnerState >= 4) break;
+        EXPECT_EQ(stat.reply.RunnerState, 1);
+        sawCpuWhileRunning = sawCpuWhileRunning || now > 0;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_TRUE(sawCpuWhileRunning);
+    EXPECT_GE(runlet.Send("END ").reply.CpuTimeA, cpu - 20 * kTicksPerMs);
+}
+
+TEST_F(RunletTest, StepHolding200MegabytesReportsAPeakOfAtLeastThat) {
+    const Answer end = RunStep(Helper("hold 200 100"));
+    EXPECT_EQ(end.reply.StepRc, 1);
+    EXPECT_GE(end.reply.PeakMemory, 200 * 1024);
+}
+
+TEST_F(RunletTest, StepDoingTenThousandReadsReportsAtLeastTenThousandIo) {
+    // The reads are made by a grandchild: the counters of reaped children count too.
+    const Answer end = RunStep(Helper("reads 10000") + "; true");
+    EXPECT_EQ(end.reply.StepRc, 1);
+    EXPECT_GE(end.reply.IoCount, 10'000LL * 10'000);
+}
+
+// --- the step's surroundings ---------------------------------------------------------------
+
+TEST_F(RunletTest, OutputOfBothStreamsIsAppendedToTheOutputFile) {
+    { std::ofstream(Folder() + "Step1.txt") << "before\n"; }
+    RunStep("echo out; echo err >&2");
+    EXPECT_EQ(Output(), "before\nout\nerr\n");
+}
+
+TEST_F(RunletTest, WorkFolderEnvironmentAndTaskVariables) {
+    std::filesystem::create_directory(Folder() + "work");
+    StartRecord start = Start();
+    start.WorkDir = "%vqs%/work";
+    start.TaskRc = 7;
+    start.StepNumber = 2;
+    runlet.Start(start,
+                 "pwd; echo \"$GREETING|$SECOND|$ORVANTIS_TASK_ID|$ORVANTIS_TASK_NAME|$ORVANTIS_STEP|"
+                 "$ORVANTIS_TASK_FOLDER|$ORVANTIS_TASK_RC\"",
+                 "", "GREETING=hello world\r\nNOT A VARIABLE\r\nSECOND=a=b\n");
+    const Answer end = runlet.RunToEnd();
+    const std::string folder = Folder().substr(0, Folder().size() - 1);
+    EXPECT_EQ(Output(), folder + "/work\nhello world|a=b|000012|Runner test|2|" + folder + "|7\n");
+    EXPECT_NE(end.text.find("Environ line 2"), std::string::npos) << end.text;
+}
+
+TEST_F(RunletTest, StepGetsNoneOfTheRunnersPipes) {
+    // Standard input is empty, and no descriptor above 2 is open in the step.
+    RunStep("cat; ls /proc/self/fd | sort -n | tr '\\n' ' '");
+    EXPECT_EQ(Output(), "0 1 2 3 ");  // 3 is the folder that ls itself opens
+}
+
+// --- refusals and failed starts ------------------------------------------------------------
+
+TEST_F(RunletTest, AnotherUserIsRefusedAndTheStepNeverStarts) {
+    StartRecord start = Start();
+    start.UserName = "somebody";
+    const StartAck ack = runlet.Start(start, "touch ran");
+    EXPECT_EQ(ack.AckStage, "REFUSED ");
+    const Answer stat = runlet.Send("STAT");
+    EXPECT_EQ(stat.reply.RunnerState, 4);
+    EXPECT_EQ(stat.reply.CountersValid, 0);
+    const Answer end = runlet.Send("END ");
+    EXPECT_EQ(end.reply.StepRc, 98);
+    EXPECT_EQ(end.reply.RunnerState, 5);
+    EXPECT_NE(end.text.find("\"somebody\""), std::string::npos) << end.text;
+    EXPECT_FALSE(std::filesystem::exists(Folder() + "ran"));
+    EXPECT_EQ(runlet.WaitExit(), 0);
+}
+
+TEST_F(RunletTest, LocalUserInAnyCaseAndTheOwnLoginAreAccepted) {
+    StartRecord start = Start();
+    start.UserName = "$LocalUser$";
+    EXPECT_EQ(runlet.Start(start, "exit 0").AckStage, "STARTED ");
+    EXPECT_EQ(runlet.RunToEnd().reply.StepRc, 1);
+
+    RunletDriver own;
+    start.UserName = ::getpwuid(::geteuid())->pw_name;
+    EXPECT_EQ(own.Start(start, "exit 0").AckStage, "STARTED ");
+    EXPECT_EQ(own.RunToEnd().reply.StepRc, 1);
+}
+
+TEST_F(RunletTest, MissingWorkFolderFailsTheStartWithTheReason) {
+    StartRecord start = Start();
+    start.WorkDir = Folder() + "no-such-folder";
+    EXPECT_EQ(runlet.Start(start, "touch ran").AckStage, "FAILED  ");
+    const Answer end = runlet.Send("END ");
+    EXPECT_EQ(end.reply.StepRc, 98);
+    EXPECT_NE(end.text.find("no-such-folder"), std::string::npos) << end.text;
+}
+
+TEST_F(RunletTest, OversizedBlockIsSkippedAndTheConversationStaysInStep) {
+    StartRecord start = Start();
+    const std::string huge(17 * 1024 * 1024, 'x');
+    start.CommandLength = static_cast<int32_t>(huge.size());
+    start.FileRcLength = 0;
+    start.EnvironLength = 3;
+    std::thread writer([&] { runlet.WriteBytes(start.Encode() + huge + "A=1"); });
+    const StartAck ack = StartAck::Decode(runlet.ReadBytes(StartAck::kSize));
+    writer.join();
+    EXPECT_EQ(ack.AckStage, "FAILED  ");
+    const Answer end = runlet.Send("END ");
+    EXPECT_EQ(end.reply.RunnerState, 5);
+    EXPECT_EQ(end.reply.StepRc, 98);
+    EXPECT_NE(end.text.find("Command block"), std::string::npos) << end.text;
+}
+
+TEST_F(RunletTest, UnknownCommandIsAnsweredWithAText) {
+    runlet.Start(Start(), "exit 0");
+    const Answer odd = runlet.Send("WHAT");
+    EXPECT_EQ(odd.text, "Unknown command \"WHAT\".");
+    EXPECT_EQ(runlet.RunToEnd().reply.StepRc, 1);
+}
+
+// --- control of a running step -------------------------------------------------------------
+
+TEST_F(RunletTest, StopFreezesTheWholeGroupAndStrtLetsItGoOn) {
+    const std::string pidFile = Folder() + "pids";
+    runlet.Start(Start(), Helper("chain 3 300 " + pidFile));
+    const std::vector<pid_t> pids = PidsOf(WaitForLines(pidFile, 3));
+
+    const Answer stop = runlet.Repeat("STOP");
+    EXPECT_EQ(stop.reply.RunnerState, 2);
+    ProcFiles proc;
+    for (pid_t pid : pids) EXPECT_EQ(proc.ReadStat(pid)->state, 'T') << pid;
+    // Longer than the step would take: it is still there, frozen.
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    EXPECT_EQ(runlet.Send("STAT").reply.RunnerState, 2);
+    for (pid_t pid : pids) EXPECT_EQ(proc.ReadStat(pid)->state, 'T') << pid;
+
+    const Answer go = runlet.Repeat("STRT");
+    EXPECT_EQ(go.reply.RunnerState, 1);
+    for (pid_t pid : pids) {
+        const auto stat = proc.ReadStat(pid);
+        if (stat) {
+            EXPECT_NE(stat->state, 'T') << pid;
+        }
+    }
+    EXPECT_EQ(runlet.RunToEnd().reply.StepRc, 1);
+}
+
+TEST_F(RunletTest, StopOfAnEndedStepAnswersAtOnce) {
+    runlet.Start(Start(), "exit 0");
+    runlet.WaitForEnd();
+    const Answer stop = runlet.Send("STOP");
+    EXPECT_EQ(stop.reply.ReplyTextLength, 0);
+    EXPECT_EQ(stop.reply.WaitStatus, 0);
+    EXPECT_EQ(runlet.Send("END ").reply.StepRc, 1);
+}
+
+TEST_F(RunletTest, KillLeavesNoProcessOfTheGroup) {
+    const std::string pidFile = Folder() + "pids";
+    runlet.Start(Start(), Helper("chain 3 30000 " + pidFile));
+    const std::vector<std::string> lines = WaitForLines(pidFile, 3);
+    const pid_t group = GroupOf(lines[0]);
+    ASSERT_GE(GroupMembers(group).size(), 3u);
+
+    runlet.Send("KILL");
+    const Answer end = runlet.Send("END ");
+    EXPECT_EQ(end.reply.StepRc, 98);
+    EXPECT_EQ(end.reply.RunnerState, 5);
+    EXPECT_TRUE(GroupMembers(group).empty());
+    for (pid_t pid : PidsOf(lines)) EXPECT_FALSE(ProcessAlive(pid)) << pid;
+    EXPECT_EQ(runlet.WaitExit(), 0);
+}
+
+TEST_F(RunletTest, KillOfAHeldStepEndsIt) {
+    const std::string pidFile = Folder() + "pids";
+    runlet.Start(Start(), Helper("chain 2 30000 " + pidFile));
+    const std::vector<std::string> lines = WaitForLines(pidFile, 2);
+    runlet.Repeat("STOP");
+    runlet.Send("KILL");
+    EXPECT_EQ(runlet.Send("END ").reply.StepRc, 98);
+    EXPECT_TRUE(GroupMembers(GroupOf(lines[0])).empty());
+}
+
+TEST_F(RunletTest, InputClosedMidStepLeavesNoProcess) {
+    const std::string pidFile = Folder() + "pids";
+    runlet.Start(Start(), Helper("chain 3 30000 " + pidFile));
+    const std::vector<std::string> lines = WaitForLines(pidFile, 3);
+    runlet.CloseInput();
+    EXPECT_NE(runlet.WaitExit(), -1);
+    EXPECT_TRUE(GroupMembers(GroupOf(lines[0])).empty());
+    for (pid_t pid : PidsOf(lines)) EXPECT_FALSE(ProcessAlive(pid)) << pid;
+}
+
+TEST_F(RunletTest, ReplyPipeClosedEndsTheRunnerAndTheStep) {
+    const std::string pidFile = Folder() + "pids";
+    runlet.Start(Start(), Helper("chain 2 30000 " + pidFile));
+    const std::vector<std::string> lines = WaitForLines(pidFile, 2);
+    runlet.CloseReplies();
+    runlet.WriteBytes(CommandRecord{"STAT", 0}.Encode());
+    EXPECT_NE(runlet.WaitExit(), -1);
+    EXPECT_TRUE(GroupMembers(GroupOf(lines[0])).empty());
+}
+
+TEST_F(RunletTest, RunnerKilledFromOutsideTakesTheGroupWithIt) {
+    const std::string pidFile = Folder() + "pids";
+    runlet.Start(Start(), Helper("chain 3 30000 " + pidFile));
+    const std::vector<std::string> lines = WaitForLines(pidFile, 3);
+    ::kill(runlet.Pid(), SIGKILL);
+    EXPECT_NE(runlet.WaitExit(), -1);
+    // The orphans' zombies are for init to reap; what counts is that nothing runs on.
+    const pid_t group = GroupOf(lines[0]);
+    for (int i = 0; i < 200 && !GroupMembers(group, false).empty(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_TRUE(GroupMembers(group, false).empty());
+}
+
+TEST_F(RunletTest, EndWaitsForACommandThatStillRuns) {
+    runlet.Start(Start(), "sleep 0.3; exit 2");
+    const Answer end = runlet.Send("END ");
+    EXPECT_EQ(end.reply.StepRc, 3);
+    EXPECT_EQ(end.reply.RunnerState, 5);
+}
+
+TEST_F(RunletTest, ProcessesLeftBehindByTheCommandAreEndedAtEnd) {
+    const std::string pidFile = Folder() + "pids";
+    runlet.Start(Start(), Helper("linger " + pidFile + " 30000"));
+    const Answer end = runlet.RunToEnd();
+    EXPECT_EQ(end.reply.StepRc, 1);
+    EXPECT_NE(end.text.find("still ran after its command had ended"), std::string::npos) << end.text;
+    const std::vector<std::string> lines = WaitForLines(pidFile, 1);
+    EXPECT_FALSE(ProcessAlive(PidsOf(lines)[0]));
+}
+
+TEST_F(RunletTest, ProcessThatLeftTheGroupIsEndedToo) {
+    const std::string pidFile = Folder() + "pids";
+    runlet.Start(Start(), Helper("escape " + pidFile + " 30000"));
+    const std::vector<std::string> lines = WaitForLines(pidFile, 1);
+    runlet.Send("KILL");
+    runlet.Send("END ");
+    EXPECT_FALSE(ProcessAlive(PidsOf(lines)[0]));
+}
+
+TEST_F(RunletTest, PrtySetsTheNiceValueOfEveryProcessOfTheStep) {
+    const std::string pidFile = Folder() + "pids";
+    runlet.Start(Start(), Helper("chain 2 30000 " + pidFile));
+    const std::vector<pid_t> pids = PidsOf(WaitForLines(pidFile, 2));
+    const Answer low = runlet.Send("PRTY", 3);  // Low 3
+    EXPECT_EQ(low.text, "");
+    ProcFiles proc;
+    for (pid_t pid : pids) EXPECT_EQ(proc.ReadStat(pid)->nice, 19) << pid;
+
+    const Answer odd = runlet.Send("PRTY", 72);
+    EXPECT_EQ(odd.text, "Unknown CPU priority code 72.");
+    for (pid_t pid : pids) EXPECT_EQ(proc.ReadStat(pid)->nice, 19) << pid;
+    runlet.Send("KILL");
+    runlet.Send("END ");
+}
+
+TEST_F(RunletTest, StartPriorityGivesTheNiceValueOfItsClass) {
+    const std::string pidFile = Folder() + "pids";
+    StartRecord start = Start();
+    start.Priority = 12;  // BelowNormal 2
+    runlet.Start(start, Helper("chain 1 30000 " + pidFile));
+    const std::vector<pid_t> pids = PidsOf(WaitForLines(pidFile, 1));
+    EXPECT_EQ(ProcFiles().ReadStat(pids[0])->nice, 10);
+    runlet.Send("KILL");
+    runlet.Send("END ");
+}
+
+TEST_F(RunletTest, DiagWritesASnapshotOfTheGroupIntoTheTaskFolder) {
+    const std::string pidFile = Folder() + "pids";
+    runlet.Start(Start(), Helper("chain 2 30000 " + pidFile));
+    const std::vector<pid_t> pids = PidsOf(WaitForLines(pidFile, 2));
+    const Answer diag = runlet.Send("DIAG", 1);
+    EXPECT_EQ(diag.text, "");
+    EXPECT_EQ(diag.reply.RunnerState, 1);
+    const std::string text = ReadFileText(Folder() + "Diag1.txt");
+    EXPECT_NE(text.find("Diagnostic of step 1 of task 000012 Runner test"), std::string::npos) << text;
+    for (pid_t pid : pids) EXPECT_NE(text.find(" " + std::to_string(pid) + " "), std::string::npos) << text;
+    EXPECT_NE(text.find("vqstephelper chain 2 30000"), std::string::npos) << text;
+    EXPECT_NE(text.find("sleeping"), std::string::npos) << text;
+    runlet.Send("KILL");
+    runlet.Send("END ");
+}
+
+}  // namespace
+}  // namespace vq::test

@@ -1,0 +1,268 @@
+// The records of the step runner link, byte by byte: every field at its offset, little-endian,
+// text fields padded with blanks and cut at their width, and both directions agreeing.
+#include "runner/records/Records.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/Error.h"
+
+namespace vq {
+namespace {
+
+int64_t IntAt(const std::string& bytes, size_t offset, int size) {
+    uint64_t v = 0;
+    for (int i = 0; i < size; ++i) v |= static_cast<uint64_t>(static_cast<uint8_t>(bytes.at(offset + i))) << (8 * i);
+    if (size == 4) return static_cast<int32_t>(static_cast<uint32_t>(v));
+    return static_cast<int64_t>(v);
+}
+int32_t LongAt(const std::string& bytes, size_t offset) { return static_cast<int32_t>(IntAt(bytes, offset, 4)); }
+int64_t Int64At(const std::string& bytes, size_t offset) { return IntAt(bytes, offset, 8); }
+std::string TextAt(const std::string& bytes, size_t offset, size_t width) { return bytes.substr(offset, width); }
+
+TEST(FixedTextTest, PadsCutsAndKeepsEightBitCharacters) {
+    EXPECT_EQ(FixedText("", 4), "    ");
+    EXPECT_EQ(FixedText("ab", 4), "ab  ");
+    EXPECT_EQ(FixedText("abcd", 4), "abcd");
+    EXPECT_EQ(FixedText("abcdef", 4), "abcd");
+    EXPECT_EQ(FixedText("\xE9t\xE9", 4), "\xE9t\xE9 ");
+    EXPECT_EQ(FixedText(std::string("a\0b", 3), 4), std::string("a\0b ", 4));
+}
+
+TEST(CommandRecordTest, LayoutAndRoundTrip) {
+    CommandRecord command{"PRTY", 42};
+    const std::string bytes = command.Encode();
+    ASSERT_EQ(bytes.size(), 8u);
+    EXPECT_EQ(bytes, std::string("PRTY\x2A\0\0\0", 8));
+
+    const CommandRecord back = CommandRecord::Decode(bytes);
+    EXPECT_EQ(back.Command, "PRTY");
+    EXPECT_EQ(back.Argument, 42);
+}
+
+TEST(CommandRecordTest, ShortCommandIsPaddedLongOneCutNegativeArgumentTwosComplement) {
+    EXPECT_EQ(CommandRecord({"END", 0}).Encode().substr(0, 4), "END ");
+    EXPECT_EQ(CommandRecord({"STATUS", 0}).Encode().substr(0, 4), "STAT");
+    const std::string bytes = CommandRecord{"DIAG", -2}.Encode();
+    EXPECT_EQ(bytes.substr(4), std::string("\xFE\xFF\xFF\xFF", 4));
+    EXPECT_EQ(CommandRecord::Decode(bytes).Argument, -2);
+}
+
+TEST(CommandRecordTest, DecodeRefusesAnyOtherSize) {
+    EXPECT_THROW(CommandRecord::Decode(std::string(7, ' ')), VqError);
+    EXPECT_THROW(CommandRecord::Decode(std::string(9, ' ')), VqError);
+    EXPECT_THROW(CommandRecord::Decode(""), VqError);
+}
+
+StartRecord FullStartRecord() {
+    StartRecord s;
+    s.ConsMode = 7;
+    s.WindowX = -1;
+    s.WindowY = -2;
+    s.WindowWidth = -3;
+    s.WindowHeight = -4;
+    s.BufferWidth = 600;
+    s.BufferHeight = 800;
+    s.TaskId = 123456;
+    s.StepNumber = 3;
+    s.Priority = 22;
+    s.UserName = "$LOCALUSER$";
+    s.Password = std::string(40, '\x9C');
+    s.Reserved1 = "";
+    s.TaskName = "Nightly backup";
+    s.SubmitTime = "2026-11-22 12:00:00";
+    s.CommandLength = 4097;
+    s.FileRcLength = 0;
+    s.EnvironLength = 17;
+    s.WorkDir = "%VQS%/work";
+    s.OutputFile = "/q/$JobR/000123-Nightly backup/Step3.txt";
+    s.UserFolder = "/q/$LOCALS$/$LOCALUSER$/";
+    s.TaskIdText = "123456";
+    s.TaskMaxRc = 1;
+    s.TaskRc = 7;
+    s.StepMinRc = -5;
+    s.StepMaxRc = 99;
+    s.RepeatCount = 12;
+    s.Reserved2 = 0;
+    s.Reserved3 = 0;
+    s.SearchBlockSize = 2048;
+    s.MaxSearchSegment = 1024 * 1024;
+    s.MaxLineSize = 256;
+    s.CaptureDelay = -1;
+    s.Reserved4 = 0;
+    s.OsKind = 6;
+    return s;
+}
+
+TEST(StartRecordTest, EveryFieldAtItsOffset) {
+    const std::string b = FullStartRecord().Encode();
+    ASSERT_EQ(b.size(), 1085u);
+    EXPECT_EQ(LongAt(b, 0), 7);
+    EXPECT_EQ(LongAt(b, 4), -1);
+    EXPECT_EQ(LongAt(b, 8), -2);
+    EXPECT_EQ(LongAt(b, 12), -3);
+    EXPECT_EQ(LongAt(b, 16), -4);
+    EXPECT_EQ(LongAt(b, 20), 600);
+    EXPECT_EQ(LongAt(b, 24), 800);
+    EXPECT_EQ(LongAt(b, 28), 123456);
+    EXPECT_EQ(LongAt(b, 32), 3);
+    EXPECT_EQ(LongAt(b, 36), 22);
+    EXPECT_EQ(TextAt(b, 40, 40), FixedText("$LOCALUSER$", 40));
+    EXPECT_EQ(TextAt(b, 80, 40), std::string(40, '\x9C'));
+    EXPECT_EQ(TextAt(b, 120, 40), std::string(40, ' '));
+    EXPECT_EQ(TextAt(b, 160, 32), FixedText("Nightly backup", 32));
+    EXPECT_EQ(TextAt(b, 192, 32), FixedText("2026-11-22 12:00:00", 32));
+    EXPECT_EQ(LongAt(b, 224), 4097);
+    EXPECT_EQ(LongAt(b, 228), 0);
+    EXPECT_EQ(LongAt(b, 232), 17);
+    EXPECT_EQ(TextAt(b, 236, 256), FixedText("%VQS%/work", 256));
+    EXPECT_EQ(TextAt(b, 492, 256), FixedText("/q/$JobR/000123-Nightly backup/Step3.txt", 256));
+    EXPECT_EQ(TextAt(b, 748, 256), FixedText("/q/$LOCALS$/$LOCALUSER$/", 256));
+    EXPECT_EQ(TextAt(b, 1004, 32), FixedText("123456", 32));
+    EXPECT_EQ(LongAt(b, 1036), 1);
+    EXPECT_EQ(LongAt(b, 1040), 7);
+    EXPECT_EQ(LongAt(b, 1044), -5);
+    EXPECT_EQ(LongAt(b, 1048), 99);
+    EXPECT_EQ(LongAt(b, 1052), 12);
+    EXPECT_EQ(LongAt(b, 1056), 0);
+    EXPECT_EQ(LongAt(b, 1060), 0);
+    EXPECT_EQ(LongAt(b, 1064), 2048);
+    EXPECT_EQ(LongAt(b, 1068), 1048576);
+    EXPECT_EQ(LongAt(b, 1072), 256);
+    EXPECT_EQ(LongAt(b, 1076), -1);
+    EXPECT_EQ(b.substr(1080, 4), std::string(4, '\0'));
+    EXPECT_EQ(static_cast<uint8_t>(b[1084]), 6);
+}
+
+TEST(StartRecordTest, DefaultsAreTheFixedValues) {
+    const std::string b = StartRecord{}.Encode();
+    ASSERT_EQ(b.size(), 1085u);
+    EXPECT_EQ(LongAt(b, 0), 7);
+    for (size_t offset : {4u, 8u, 12u, 16u}) EXPECT_EQ(LongAt(b, offset), -1) << offset;
+    EXPECT_EQ(TextAt(b, 120, 40), std::string(40, ' '));
+    EXPECT_EQ(LongAt(b, 1064), 2048);
+    EXPECT_EQ(LongAt(b, 1068), 1024 * 1024);
+    EXPECT_EQ(LongAt(b, 1072), 256);
+    EXPECT_EQ(LongAt(b, 1076), 200);
+}
+
+TEST(StartRecordTest, LongTextsAreCutAtTheirWidthAndLeaveTheNextFieldAlone) {
+    StartRecord s = FullStartRecord();
+    s.WorkDir = std::string(256, 'w') + "overflow";
+    s.UserName = std::string(45, 'u');
+    s.TaskIdText = std::string(40, '9');
+    const std::string b = s.Encode();
+    ASSERT_EQ(b.size(), 1085u);
+    EXPECT_EQ(TextAt(b, 236, 256), std::string(256, 'w'));
+    EXPECT_EQ(TextAt(b, 492, 3), "/q/");
+    EXPECT_EQ(TextAt(b, 40, 40), std::string(40, 'u'));
+    EXPECT_EQ(TextAt(b, 80, 40), std::string(40, '\x9C'));
+    EXPECT_EQ(TextAt(b, 1004, 32), std::string(32, '9'));
+    EXPECT_EQ(LongAt(b, 1036), 1);
+}
+
+TEST(StartRecordTest, RoundTripKeepsEveryValueWithTextsPadded) {
+    const StartRecord s = FullStartRecord();
+    const StartRecord back = StartRecord::Decode(s.Encode());
+    EXPECT_EQ(back.Encode(), s.Encode());
+    EXPECT_EQ(back.WindowY, -2);
+    EXPECT_EQ(back.Priority, 22);
+    EXPECT_EQ(back.StepMinRc, -5);
+    EXPECT_EQ(back.CaptureDelay, -1);
+    EXPECT_EQ(back.OsKind, 6);
+    EXPECT_EQ(back.UserName, FixedText("$LOCALUSER$", 40));
+    EXPECT_EQ(back.TaskName, FixedText("Nightly backup", 32));
+    EXPECT_EQ(back.OutputFile.size(), 256u);
+    EXPECT_EQ(back.Password, std::string(40, '\x9C'));
+}
+
+TEST(StartRecordTest, DecodeRefusesAnyOtherSize) {
+    EXPECT_THROW(StartRecord::Decode(std::string(1084, ' ')), VqError);
+    EXPECT_THROW(StartRecord::Decode(std::string(1086, ' ')), VqError);
+}
+
+TEST(StartAckTest, LayoutAndRoundTrip) {
+    StartAck ack;
+    ack.AckTimes = "0123456789abcdefXYZ";
+    ack.AckStage = "STARTED";
+    ack.AckCode = -7;
+    const std::string b = ack.Encode();
+    ASSERT_EQ(b.size(), 28u);
+    EXPECT_EQ(TextAt(b, 0, 16), "0123456789abcdef");
+    EXPECT_EQ(TextAt(b, 16, 8), "STARTED ");
+    EXPECT_EQ(LongAt(b, 24), -7);
+    const StartAck back = StartAck::Decode(b);
+    EXPECT_EQ(back.AckStage, "STARTED ");
+    EXPECT_EQ(back.AckCode, -7);
+    EXPECT_THROW(StartAck::Decode(b.substr(0, 27)), VqError);
+}
+
+ReplyRecord FullReply() {
+    ReplyRecord r;
+    r.ReplyTimes = "times";
+    r.CpuTimeA = 0x0102030405060708LL;
+    r.CpuTimeB = 36'000'000'000LL;
+    r.ReplySpare1 = -9;
+    r.PeakMemory = 204800;
+    r.IoCount = 10'000LL * 10'000;
+    r.ReplyStage = "STAT";
+    r.WaitStatus = 258;
+    r.ReplySpare2 = 11;
+    r.ReplySpare3 = 12;
+    r.StepRc = 98;
+    r.ReplyFlag1 = 'a';
+    r.CountersValid = 1;
+    r.RunnerState = 5;
+    r.ReplyFlag2 = 'b';
+    r.ReplyTextLength = -1;
+    return r;
+}
+
+TEST(ReplyRecordTest, EveryFieldAtItsOffset) {
+    const std::string b = FullReply().Encode();
+    ASSERT_EQ(b.size(), 80u);
+    EXPECT_EQ(TextAt(b, 0, 16), FixedText("times", 16));
+    EXPECT_EQ(b.substr(16, 8), std::string("\x08\x07\x06\x05\x04\x03\x02\x01", 8));
+    EXPECT_EQ(Int64At(b, 24), 36'000'000'000LL);
+    EXPECT_EQ(LongAt(b, 32), -9);
+    EXPECT_EQ(LongAt(b, 36), 204800);
+    EXPECT_EQ(Int64At(b, 40), 100'000'000LL);
+    EXPECT_EQ(TextAt(b, 48, 8), "STAT    ");
+    EXPECT_EQ(LongAt(b, 56), 258);
+    EXPECT_EQ(LongAt(b, 60), 11);
+    EXPECT_EQ(LongAt(b, 64), 12);
+    EXPECT_EQ(LongAt(b, 68), 98);
+    EXPECT_EQ(b[72], 'a');
+    EXPECT_EQ(b[73], '\x01');
+    EXPECT_EQ(b[74], '\x05');
+    EXPECT_EQ(b[75], 'b');
+    EXPECT_EQ(LongAt(b, 76), -1);
+    EXPECT_EQ(b.substr(76), std::string(4, '\xFF'));
+}
+
+TEST(ReplyRecordTest, RoundTripWithNegativeAndLargeValues) {
+    ReplyRecord r = FullReply();
+    r.CpuTimeB = -1;
+    r.IoCount = INT64_MAX;
+    const ReplyRecord back = ReplyRecord::Decode(r.Encode());
+    EXPECT_EQ(back.Encode(), r.Encode());
+    EXPECT_EQ(back.CpuTimeA, 0x0102030405060708LL);
+    EXPECT_EQ(back.CpuTimeB, -1);
+    EXPECT_EQ(back.IoCount, INT64_MAX);
+    EXPECT_EQ(back.PeakMemory, 204800);
+    EXPECT_EQ(back.WaitStatus, 258);
+    EXPECT_EQ(back.StepRc, 98);
+    EXPECT_EQ(back.CountersValid, 1);
+    EXPECT_EQ(back.RunnerState, 5);
+    EXPECT_EQ(back.ReplyFlag1, 'a');
+    EXPECT_EQ(back.ReplyTextLength, -1);
+    EXPECT_EQ(back.ReplyStage, "STAT    ");
+}
+
+TEST(ReplyRecordTest, DecodeRefusesAnyOtherSize) {
+    const std::string b = FullReply().Encode();
+    EXPECT_THROW(ReplyRecord::Decode(b.substr(0, 79)), VqError);
+    EXPECT_THROW(ReplyRecord::Decode(b + "x"), VqError);
+}
+
+}  // namespace
+}  // namespace vq

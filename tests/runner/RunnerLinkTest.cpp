@@ -1,0 +1,311 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/Error.h"
+#include "runner/RunnerLink.h"
+#include "tests/support/RunnerSupport.h"
+
+namespace vq::test {
+namespace {
+
+// True when `pid` is no child of this process any more: it has ended and been reaped.
+bool Reaped(pid_t pid) { return ::waitpid(pid, nullptr, WNOHANG) == -1 && errno == ECHILD; }
+
+TEST(RunnerLaunchPlan, PutsThePipesOnStandardInputAndOutputAndNothingOnError) {
+    StartRecord start;
+    start.UserName = "alice   ";
+    start.TaskName = "Nightly ";
+    start.TaskId = 42;
+    start.StepNumber = 3;
+    const RunnerLaunchPlan plan = MakeRunnerLaunchPlan("/opt/vq/runlet", 7, 9, start);
+    EXPECT_EQ(plan.program, "/opt/vq/runlet");
+    ASSERT_EQ(plan.argv.size(), 1u);  // the runner gets no arguments
+    ASSERT_EQ(plan.fdActions.size(), 3u);
+    EXPECT_EQ(plan.fdActions[0].kind, ChildFdAction::Dup2);
+    EXPECT_EQ(plan.fdActions[0].from, 7);
+    EXPECT_EQ(plan.fdActions[0].to, STDIN_FILENO);
+    EXPECT_EQ(plan.fdActions[1].kind, ChildFdAction::Dup2);
+    EXPECT_EQ(plan.fdActions[1].from, 9);
+    EXPECT_EQ(plan.fdActions[1].to, STDOUT_FILENO);
+    EXPECT_EQ(plan.fdActions[2].kind, ChildFdAction::OpenNull);
+    EXPECT_EQ(plan.fdActions[2].to, STDERR_FILENO);
+    EXPECT_EQ(plan.title, "alice/Nightly.42.3");
+}
+
+TEST(RunnerLaunchPlan, RefusesDescriptorsThatTheSetupWouldOverwrite) {
+    const StartRecord start;
+    EXPECT_THROW(MakeRunnerLaunchPlan("r", 0, 9, start), std::invalid_argument);
+    EXPECT_THROW(MakeRunnerLaunchPlan("r", 7, 1, start), std::invalid_argument);
+    EXPECT_THROW(MakeRunnerLaunchPlan("r", 7, 7, start), std::invalid_argument);
+}
+
+TEST(RunnerLaunchPlan, LiftsAPipeEndThatLandedOnStandardInput) {
+    // A server started with its standard input closed gets pipe ends at 0.
+    UniqueFd savedInput(::dup(STDIN_FILENO));
+    ::close(STDIN_FILENO);
+    int fds[2];
+    ASSERT_EQ(::pipe2(fds, O_CLOEXEC), 0);
+    UniqueFd writeEnd(fds[1]);
+    ASSERT_EQ(fds[0], STDIN_FILENO);
+    UniqueFd lifted = LiftAboveStdio(UniqueFd(fds[0]));
+    const bool inputClosedAgain = ::fcntl(STDIN_FILENO, F_GETFD) == -1;
+    if (savedInput.Valid()) ::dup2(savedInput.Get(), STDIN_FILENO);
+    EXPECT_GT(lifted.Get(), 2);
+    EXPECT_TRUE(::fcntl(lifted.Get(), F_GETFD) & FD_CLOEXEC);
+    EXPECT_TRUE(inputClosedAgain);
+    // A descriptor above 2 stays as it is.
+    const int high = writeEnd.Get();
+    EXPECT_EQ(LiftAboveStdio(std::move(writeEnd)).Get(), high);
+}
+
+std::vector<size_t> SlicesOf(const std::string& text, int32_t length) {
+    std::vector<size_t> slices;
+    WriteInSlices(text, length, [&](const char*, size_t size) {
+        slices.push_back(size);
+        return static_cast<int32_t>(size);
+    });
+    return slices;
+}
+
+TEST(RunnerText, GoesOutInSlicesOfAtMost4096) {
+    EXPECT_EQ(SlicesOf(std::string(4096, 'a'), 4096), std::vector<size_t>{4096});
+    EXPECT_EQ(SlicesOf(std::string(4097, 'a'), 4097), (std::vector<size_t>{4096, 1}));
+    EXPECT_TRUE(SlicesOf("", 0).empty());
+    EXPECT_EQ(SlicesOf(std::string(10000, 'a'), 5000), (std::vector<size_t>{4096, 904}));
+}
+
+TEST(RunnerText, StopsAtTheFirstFailingWrite) {
+    int calls = 0;
+    const int32_t result = WriteInSlices(std::string(9000, 'a'), 9000, [&](const char*, size_t) {
+        ++calls;
+        return -EPIPE;
+    });
+    EXPECT_EQ(result, -EPIPE);
+    EXPECT_EQ(calls, 1);
+}
+
+TEST(RunnerText, CrossesAPipeWholeAndTellsTimeoutEndOfFileAndBrokenPipe) {
+    int fds[2];
+    ASSERT_EQ(::pipe2(fds, O_CLOEXEC), 0);
+    UniqueFd readEnd(fds[0]), writeEnd(fds[1]);
+    std::string text(10000, 'x');
+    text[4096] = 'y';
+    EXPECT_EQ(WriteRunnerText(writeEnd.Get(), 10000, text), 10000);
+    std::string received;
+    EXPECT_EQ(ReadRunnerText(readEnd.Get(), 10000, received), 10000);
+    EXPECT_EQ(received, text);
+    // Nothing more comes: the wait ends with a timeout, not for ever.
+    std::string nothing;
+    EXPECT_EQ(ReadRunnerText(readEnd.Get(), 1, nothing, 50), -ETIMEDOUT);
+    // The writer goes: what has come is returned, short.
+    EXPECT_EQ(WriteRunnerText(writeEnd.Get(), 3, "abc"), 3);
+    writeEnd.Reset();
+    std::string partial;
+    EXPECT_EQ(ReadRunnerText(readEnd.Get(), 10, partial, 1000), 3);
+    EXPECT_EQ(partial, "abc");
+    // The reader goes: the write fails, and the process lives on.
+    ASSERT_EQ(::pipe2(fds, O_CLOEXEC), 0);
+    ::close(fds[0]);
+    UniqueFd orphanWrite(fds[1]);
+    EXPECT_EQ(WriteRunnerText(orphanWrite.Get(), 3, "abc"), -EPIPE);
+}
+
+TEST(Slots, AreTakenOnceAndFreedOnce) {
+    TestServer t;
+    EXPECT_TRUE(TakeSlot(*t, 1));
+    EXPECT_EQ(t->RunningTaskCount, 1);
+    EXPECT_FALSE(TakeSlot(*t, 1));
+    EXPECT_EQ(t->RunningTaskCount, 1);
+    FreeSlot(*t, 1);
+    EXPECT_FALSE(t->SlotUsed[1]);
+    EXPECT_EQ(t->RunningTaskCount, 0);
+    FreeSlot(*t, 1);
+    EXPECT_EQ(t->RunningTaskCount, 0);
+    EXPECT_THROW(TakeSlot(*t, 2), VqError);  // one slot only
+    EXPECT_THROW(FreeSlot(*t, 31), VqError);
+}
+
+class RunnerLinkTest : public testing::Test {
+  protected:
+    // The current values of a start in slot 1 with the given texts.
+    void Prepare(const std::string& runner, const std::string& environ,
+                 const std::string& command = "true", const std::string& fileRc = "") {
+        t->RunnerPath = runner;
+        RunnerLink& link = t->link;
+        link.start = StartRecord{};
+        link.start.TaskId = 7;
+        link.start.StepNumber = 1;
+        link.start.WorkDir = t.dir.Path();
+        link.commandText = command;
+        link.fileRcText = fileRc;
+        link.environText = environ;
+        link.currentSlot = 1;
+    }
+    RunnerSlotEntry& Slot() { return t->link.slots[1]; }
+    void ExpectStandInReply() {
+        const ReplyRecord& reply = t->link.reply;
+        EXPECT_EQ(reply.RunnerState, 5);
+        EXPECT_EQ(reply.StepRc, 98);
+        EXPECT_EQ(reply.CountersValid, 0);
+        EXPECT_EQ(reply.ReplyTextLength, static_cast<int32_t>(kRunnerEndedText.size()));
+        EXPECT_EQ(t->link.ReplyText, "Step runner ended unexpectedly.");
+    }
+
+    TestServer t;
+};
+
+TEST_F(RunnerLinkTest, SendsTheStartRecordAndTheBlocksWithoutDelimitersSkippingAnEmptyOne) {
+    const std::string dump = t.dir.Path() + "start.bin";
+    const std::string environ = "FAKE=die\r\nFAKE_DUMP=" + dump;
+    Prepare(FakeRunnerPath(), environ, "", "rc.txt");
+    OpenRunner(*t);
+    EXPECT_FALSE(Slot().lost);
+    EXPECT_EQ(t->link.start.CommandLength, 0);
+    EXPECT_EQ(t->link.start.FileRcLength, 6);
+    EXPECT_EQ(t->link.start.EnvironLength, static_cast<int32_t>(environ.size()));
+    SendRunnerCommand(*t, 1, "END ");  // the fake ends without an answer
+    const std::string received = ReadFileText(dump);
+    EXPECT_EQ(received, t->link.start.Encode() + "rc.txt" + environ);
+}
+
+TEST_F(RunnerLinkTest, PollsTheRunnerUntilItEndsAndReapsIt) {
+    Prepare(FakeRunnerPath(), "FAKE_POLLS=2\nFAKE_RC=7\nFAKE_TEXT=all done");
+    OpenRunner(*t);
+    const pid_t pid = Slot().pid;
+    ASSERT_GT(pid, 0);
+    t->link.ReplyText = "before";
+    for (int i = 0; i < 2; ++i) {
+        SendRunnerCommand(*t, 1, "STAT");
+        EXPECT_EQ(t->link.reply.RunnerState, 1);
+        EXPECT_EQ(t->link.reply.CountersValid, 1);
+    }
+    // A reply without text leaves the last text in place.
+    EXPECT_EQ(t->link.ReplyText, "before");
+    SendRunnerCommand(*t, 1, "STAT");
+    EXPECT_EQ(t->link.reply.RunnerState, 4);
+    SendRunnerCommand(*t, 1, "END ");
+    EXPECT_EQ(t->link.reply.RunnerState, 5);
+    EXPECT_EQ(t->link.reply.StepRc, 7);
+    EXPECT_EQ(t->link.ReplyText, "all done");
+    // After the reply to "END " the runner is gone and the slot closed.
+    EXPECT_EQ(Slot().pid, -1);
+    EXPECT_FALSE(Slot().commandPipe.Valid());
+    EXPECT_FALSE(Slot().replyPipe.Valid());
+    EXPECT_TRUE(Reaped(pid));
+}
+
+TEST_F(RunnerLinkTest, ARunnerThatCantBeLaunchedEndsItsStepAtTheFirstPoll) {
+    Prepare(t.dir.Path() + "no-such-runner", "");
+    OpenRunner(*t);
+    EXPECT_TRUE(Slot().lost);
+    EXPECT_EQ(Slot().pid, -1);
+    SendRunnerCommand(*t, 1, "STAT");
+    ExpectStandInReply();
+    SendRunnerCommand(*t, 1, "END ");
+    ExpectStandInReply();
+}
+
+TEST_F(RunnerLinkTest, ARunnerThatEndsBeforeItsAcknowledgementIsLost) {
+    Prepare(FakeRunnerPath(), "FAKE=noack");
+    OpenRunner(*t);
+    EXPECT_TRUE(Slot().lost);
+    EXPECT_EQ(Slot().pid, -1);
+    SendRunnerCommand(*t, 1, "STAT");
+    ExpectStandInReply();
+}
+
+TEST_F(RunnerLinkTest, AnEndOfFileOnTheReplyPipeEndsTheStepWithTheCountersItHadReported) {
+    Prepare(FakeRunnerPath(), "FAKE=die\nFAKE_POLLS=1");
+    OpenRunner(*t);
+    const pid_t pid = Slot().pid;
+    SendRunnerCommand(*t, 1, "STAT");
+    ASSERT_EQ(t->link.reply.RunnerState, 1);
+    const int64_t cpu = t->link.reply.CpuTimeA;
+    ASSERT_GT(cpu, 0);
+    SendRunnerCommand(*t, 1, "STAT");
+    ExpectStandInReply();
+    EXPECT_EQ(t->link.reply.CpuTimeA, cpu);
+    EXPECT_EQ(t->link.reply.PeakMemory, 1000);
+    EXPECT_TRUE(Reaped(pid));
+}
+
+TEST_F(RunnerLinkTest, AReplyCutShortIsAnEndOfFileToo) {
+    Prepare(FakeRunnerPath(), "FAKE=cut");
+    OpenRunner(*t);
+    SendRunnerCommand(*t, 1, "STAT");
+    ExpectStandInReply();
+}
+
+TEST_F(RunnerLinkTest, ASilentRunnerIsKilledWhenItsReplyIsOverdue) {
+    Prepare(FakeRunnerPath(), "FAKE=silent");
+    t->link.replyTimeoutMs = 200;
+    OpenRunner(*t);
+    const pid_t pid = Slot().pid;
+    ASSERT_GT(pid, 0);
+    SendRunnerCommand(*t, 1, "STAT");
+    ExpectStandInReply();
+    EXPECT_TRUE(Slot().lost);
+    EXPECT_TRUE(Reaped(pid));
+}
+
+TEST_F(RunnerLinkTest, TheCommandArgumentKeepsWhatDiagOrPrtyLeft) {
+    Prepare(FakeRunnerPath(), "FAKE_POLLS=5");
+    OpenRunner(*t);
+    SendRunnerCommand(*t, 1, "DIAG", 1);
+    SendRunnerCommand(*t, 1, "STAT");
+    EXPECT_EQ(t->link.command.Command, "STAT");
+    EXPECT_EQ(t->link.command.Argument, 1);
+}
+
+TEST_F(RunnerLinkTest, StopIsRepeatedEvery200MillisecondsUntilTheStepHasStopped) {
+    Prepare(FakeRunnerPath(), "FAKE_POLLS=5\nFAKE_STOPWAIT=2");
+    OpenRunner(*t);
+    SendRunnerCommandRepeating(*t, 1, "STOP");
+    EXPECT_EQ(t.clock.slept, 600);  // three exchanges, each followed by its sleep
+    EXPECT_EQ(t->link.reply.ReplyTextLength, 0);
+}
+
+TEST_F(RunnerLinkTest, ATextLengthOfMinusOneWithoutWaitStatus258EndsTheRepeat) {
+    Prepare(FakeRunnerPath(), "FAKE_POLLS=5\nFAKE_STOPWAIT=3\nFAKE_STOPSTATUS=0");
+    OpenRunner(*t);
+    SendRunnerCommandRepeating(*t, 1, "STRT");
+    EXPECT_EQ(t.clock.slept, 200);
+    EXPECT_EQ(t->link.reply.ReplyTextLength, -1);
+}
+
+TEST_F(RunnerLinkTest, StopToALostRunnerDoesntLoop) {
+    Prepare(t.dir.Path() + "no-such-runner", "");
+    OpenRunner(*t);
+    SendRunnerCommandRepeating(*t, 1, "STOP");
+    EXPECT_EQ(t.clock.slept, 200);
+    ExpectStandInReply();
+}
+
+TEST_F(RunnerLinkTest, AServerThatGoesLeavesNoRunnerBehind) {
+    pid_t pid = -1;
+    {
+        TestServer other;
+        other->RunnerPath = RunletPath();
+        RunnerLink& link = other->link;
+        link.start.TaskId = 1;
+        link.start.StepNumber = 1;
+        link.start.UserName = "$LOCALUSER$";
+        link.start.WorkDir = other.dir.Path();
+        link.start.OutputFile = other.dir.Path() + "Step1.txt";
+        link.commandText = "sleep 30";
+        link.currentSlot = 1;
+        OpenRunner(*other);
+        pid = link.slots[1].pid;
+        ASSERT_GT(pid, 0);
+        ASSERT_FALSE(link.slots[1].lost);
+    }
+    EXPECT_TRUE(Reaped(pid));
+}
+
+}  // namespace
+}  // namespace vq::test

@@ -1,0 +1,181 @@
+#include <gtest/gtest.h>
+
+#include "calendar/Common.h"
+#include "platform/Error.h"
+#include "runner/StartFill.h"
+#include "storage/Settings.h"
+#include "tests/support/RunnerSupport.h"
+
+namespace vq::test {
+namespace {
+
+class StartFillTest : public testing::Test {
+  protected:
+    StartFillTest() {
+        key = t.AddTask(42, "Nightly");
+        t.AddSteps(key, 2);
+        SetTaskCell("SubTime", "2026-11-20 08:30:00");
+        SetTaskCell("RepCnt", "3");
+        SetTaskCell("JobRC", "05");
+        SetTaskCell("Password", "41424344");
+        SetStepCell(t, key, 2, "Command", "make all");
+        SetStepCell(t, key, 2, "FileRC", "rc.txt");
+        SetStepCell(t, key, 2, "Environ", "A=1\r\nB=2");
+        SetStepCell(t, key, 2, "WorkDir", "/srv/build");
+        SetStepCell(t, key, 2, "MinRC", "5");
+        SetStepCell(t, key, 2, "MaxRC", "09");
+        SetStepCell(t, key, 2, "BuffWidth", "0300");
+        SetStepCell(t, key, 2, "BuffHeight", "0400");
+        t->OsKind = 6;
+    }
+    void SetTaskCell(const char* column, const std::string& value) {
+        SetCell(t->tables, kTaskTable, key, column, value);
+    }
+    void SetSetting(const char* name, const std::string& value) {
+        SaveRegSetting(*t.registry, "ServerSettings", name, value);
+    }
+    StartFill Fill() { return FillStartRecord(*t, key, 2); }
+
+    TestServer t;
+    std::string key;
+};
+
+TEST_F(StartFillTest, TakesEveryFieldFromTheTablesAndTheDefaultSettings) {
+    const StartFill fill = Fill();
+    const StartRecord& r = fill.record;
+    EXPECT_EQ(r.ConsMode, 7);
+    EXPECT_EQ(r.WindowX, -1);
+    EXPECT_EQ(r.WindowY, -1);
+    EXPECT_EQ(r.WindowWidth, -1);
+    EXPECT_EQ(r.WindowHeight, -1);
+    EXPECT_EQ(r.BufferWidth, 300);
+    EXPECT_EQ(r.BufferHeight, 400);
+    EXPECT_EQ(r.TaskId, 42);
+    EXPECT_EQ(r.StepNumber, 2);
+    EXPECT_EQ(r.Priority, 22);
+    EXPECT_EQ(r.UserName, "tester");
+    EXPECT_EQ(r.Password, "ABCD");  // the block as it stands, hex-decoded only
+    EXPECT_EQ(r.TaskName, "Nightly");
+    EXPECT_EQ(r.SubmitTime, "2026-11-20 08:30:00");
+    EXPECT_EQ(r.CommandLength, 8);
+    EXPECT_EQ(r.FileRcLength, 6);
+    EXPECT_EQ(r.EnvironLength, 8);
+    EXPECT_EQ(r.WorkDir, "/srv/build");
+    EXPECT_EQ(r.OutputFile, TaskCellOf(t, key, "RF") + "/Step2.txt");
+    EXPECT_EQ(r.UserFolder, t->ServerPath + "LOCAL/tester/");
+    EXPECT_EQ(r.TaskIdText, "000042");
+    EXPECT_EQ(r.TaskMaxRc, 8);
+    EXPECT_EQ(r.TaskRc, 5);
+    EXPECT_EQ(r.StepMinRc, 5);
+    EXPECT_EQ(r.StepMaxRc, 9);
+    EXPECT_EQ(r.RepeatCount, 3);
+    EXPECT_EQ(r.SearchBlockSize, 2048);
+    EXPECT_EQ(r.MaxSearchSegment, 1024 * 1024);
+    EXPECT_EQ(r.MaxLineSize, 256);
+    EXPECT_EQ(r.CaptureDelay, 200);
+    EXPECT_EQ(r.OsKind, 6);
+    EXPECT_EQ(fill.commandText, "make all");
+    EXPECT_EQ(fill.fileRcText, "rc.txt");
+    EXPECT_EQ(fill.environText, "A=1\r\nB=2");
+    EXPECT_EQ(fill.warnings, "");
+}
+
+TEST_F(StartFillTest, ReadsTheSettingsAgainAtEveryStart) {
+    SetSetting("ConsMode", "0");
+    SetSetting("SBS", "4096");
+    SetSetting("MSFS", "1000");
+    SetSetting("MLS", "512");
+    SetSetting("CSTimeDelay", "350");
+    const StartRecord r = Fill().record;
+    EXPECT_EQ(r.ConsMode, 0);
+    EXPECT_EQ(r.SearchBlockSize, 4096);
+    EXPECT_EQ(r.MaxSearchSegment, 1000 * 1024);  // kilobytes into bytes
+    EXPECT_EQ(r.MaxLineSize, 512);
+    EXPECT_EQ(r.CaptureDelay, 350);
+}
+
+TEST_F(StartFillTest, CaptureDelayIsMinusOneWhenCaptureIsOff) {
+    SetSetting("CSEnabled", "0");
+    SetSetting("CSTimeDelay", "500");
+    EXPECT_EQ(Fill().record.CaptureDelay, -1);
+}
+
+TEST_F(StartFillTest, APriorityAboveTheServerMaximumTakesItAndIgnoresTheClass) {
+    SetTaskCell("CPU", "42");
+    SetSetting("MJP", "P32");  // above the class maximum (22) too
+    const StartFill fill = Fill();
+    EXPECT_EQ(fill.record.Priority, 32);
+    EXPECT_EQ(fill.warnings,
+              "\r\nCPU Priority = High 2!\r\nSetting To Maximum CPU Priority (AboveNormal 2)");
+    EXPECT_EQ(TaskCellOf(t, key, "CPU"), "42");  // the cell stays
+}
+
+TEST_F(StartFillTest, APriorityAboveOnlyTheClassMaximumTakesTheClassMaximum) {
+    SetTaskCell("CPU", "31");
+    SetSetting("MJP", "P42");
+    const StartFill fill = Fill();
+    EXPECT_EQ(fill.record.Priority, 22);
+    EXPECT_EQ(
+        fill.warnings,
+        "\r\nCPU Priority = AboveNormal 1!\r\nSetting To Maximum Class CPU Priority (Normal 2)");
+}
+
+TEST_F(StartFillTest, APriorityAtTheMaximumPassesWithoutWarning) {
+    SetTaskCell("CPU", "22");
+    const StartFill fill = Fill();
+    EXPECT_EQ(fill.record.Priority, 22);
+    EXPECT_EQ(fill.warnings, "");
+    SetTaskCell("CPU", "10");
+    EXPECT_EQ(Fill().record.Priority, 10);
+}
+
+TEST_F(StartFillTest, BufferSizesAreClampedAndTheWarningsComeInOrder) {
+    SetTaskCell("CPU", "23");
+    SetStepCell(t, key, 2, "BuffWidth", "0601");
+    SetStepCell(t, key, 2, "BuffHeight", "0900");
+    const StartFill fill = Fill();
+    EXPECT_EQ(fill.record.BufferWidth, 600);
+    EXPECT_EQ(fill.record.BufferHeight, 800);
+    EXPECT_EQ(
+        fill.warnings,
+        "\r\nCPU Priority = Normal 3!\r\nSetting To Maximum CPU Priority (Normal 2)"
+        "\r\nScreen Buffer Size Width = 601!\r\nSetting To Maximum Screen Buffer Size (600)"
+        "\r\nScreen Buffer Size Height = 900!\r\nSetting To Maximum Screen Buffer Size (800)");
+    EXPECT_EQ(StepCell(t, key, 2, "BuffWidth"), "0601");
+}
+
+TEST_F(StartFillTest, BufferMaximumsComeFromTheSettings) {
+    SetSetting("BufW", "1000");
+    SetStepCell(t, key, 2, "BuffWidth", "0601");
+    const StartFill fill = Fill();
+    EXPECT_EQ(fill.record.BufferWidth, 601);
+    EXPECT_EQ(fill.warnings, "");
+}
+
+TEST_F(StartFillTest, ALongWorkingDirectoryIsCutAt256InTheRecord) {
+    const std::string longDir = "/" + std::string(300, 'd');
+    SetStepCell(t, key, 2, "WorkDir", longDir);
+    const std::string bytes = Fill().record.Encode();
+    ASSERT_EQ(bytes.size(), StartRecord::kSize);
+    EXPECT_EQ(bytes.substr(236, 256), longDir.substr(0, 256));
+    EXPECT_EQ(bytes.substr(492, 8), TaskCellOf(t, key, "RF").substr(0, 8));  // OutputFile follows
+}
+
+TEST_F(StartFillTest, BadCellsFailIntoTheCaller) {
+    SetTaskCell("Password", "4G");
+    EXPECT_THROW(Fill(), VqError);
+    SetTaskCell("Password", "414");
+    EXPECT_THROW(Fill(), VqError);
+    SetTaskCell("Password", "");
+    SetStepCell(t, key, 2, "MinRC", "one");
+    EXPECT_THROW(Fill(), VqError);
+    EXPECT_THROW(FillStartRecord(*t, key, 3), VqError);  // no such step
+}
+
+TEST(HexDecodeBlock, GivesTheBytesOfAHexText) {
+    EXPECT_EQ(HexDecodeBlock(""), "");
+    EXPECT_EQ(HexDecodeBlock("00ff7F"), std::string("\x00\xff\x7f", 3));
+}
+
+}  // namespace
+}  // namespace vq::test

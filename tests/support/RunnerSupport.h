@@ -1,0 +1,57 @@
+#pragma once
+// What the tests that start real step runners share: the paths of the runner programs, a task
+// that the runner accepts, step cells, and ticks of the monitor until a task has ended.
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "access/QueueFolders.h"
+#include "core/Monitor.h"
+#include "core/tables/Status.h"
+#include "tests/support/TestSupport.h"
+
+namespace vq::test {
+
+#ifdef VQ_BIN_DIR
+inline std::string RunletPath() { return std::string(VQ_BIN_DIR) + "/runlet"; }
+inline std::string FakeRunnerPath() { return std::string(VQ_BIN_DIR) + "/vqfakerunner"; }
+#endif
+
+// A task of the server's own user with `steps` steps of range 1 to 1 running `true`, its folders
+// made as submission makes them.
+inline std::string AddRunnableTask(TestServer& t, int number, const std::string& name, int steps,
+                                   const std::string& status = "Ready") {
+    const std::string key = t.AddTask(number, name, status);
+    SetCell(t->tables, kTaskTable, key, "UserName", "$LOCALUSER$");
+    SetTaskFolder(*t, key);
+    t.AddSteps(key, steps);
+    EnsureTaskFolders(*t, key);
+    return key;
+}
+
+inline void SetStepCell(TestServer& t, const std::string& taskKey, int step, const char* column,
+                        const std::string& value) {
+    SetCell(t->tables, kStepTable, MakeStepKey(taskKey, step), column, value);
+}
+inline std::string StepCell(TestServer& t, const std::string& taskKey, int step,
+                            const char* column) {
+    return GetCell(t->tables, kStepTable, MakeStepKey(taskKey, step), column);
+}
+inline std::string TaskCellOf(TestServer& t, const std::string& taskKey, const char* column) {
+    return GetCell(t->tables, kTaskTable, taskKey, column);
+}
+
+// Runs monitor ticks, the fake clock two seconds on for each, until the task's phase is
+// Complete; false when it isn't within `limitMs` of real time.
+inline bool TickUntilComplete(TestServer& t, const std::string& taskKey, int limitMs = 20000) {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+    while (std::chrono::steady_clock::now() < until) {
+        Timer3_Timer(*t);
+        if (BaseStatus(TaskCellOf(t, taskKey, "Status")) == kComplete) return true;
+        t.clock.Advance(2);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return false;
+}
+
+}  // namespace vq::test
