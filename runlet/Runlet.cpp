@@ -152,7 +152,6 @@ void Runlet::StartStep(const StepInput& input) {
     }
     shell_ = launched.pid;
     if (!guard_.Start(shell_)) notes_.push_back("The guard of the step could not be started.");
-    Refresh();
 }
 
 bool Runlet::Answer(const CommandRecord& command) {
@@ -259,7 +258,10 @@ std::string Runlet::WriteDiagnostic() {
     header.takenAt = LocalTimeText();
     const std::string folder = !plan_.taskFolder.empty() ? plan_.taskFolder : plan_.workDir;
     const std::string path = (folder.empty() ? std::string(".") : folder) + "/Diag1.txt";
-    const std::string text = FormatDiagnostic(header, processes_, ticksPerSecond_);
+    std::vector<ProcessInfo> snapshot;
+    for (const ProcessInfo& p : processes_)
+        if (std::optional<ProcessInfo> info = proc_.ReadProcess(p.stat.pid)) snapshot.push_back(std::move(*info));
+    const std::string text = FormatDiagnostic(header, snapshot, ticksPerSecond_);
     // Written whole: to a temporary file first, then renamed over the old one.
     const std::string temporary = path + ".tmp";
     UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
@@ -285,8 +287,7 @@ void Runlet::Kill() {
 
 void Runlet::FinishStep() {
     if (shell_ > 0 && !ended_) {
-        const int64_t deadline = MonotonicMs() + kEndWaitMs;
-        while (!PeekEndedChild(shell_) && MonotonicMs() < deadline && !g_endRequested) SleepMs(5);
+        WaitForChildEnd(shell_, kEndWaitMs, g_endRequested);
         Refresh();
         if (!ended_ && !killedByRunner_) {
             notes_.push_back("The step still ran at \"END \" and was killed.");
@@ -328,13 +329,19 @@ void Runlet::ReapEnded() {
 void Runlet::Refresh() {
     if (shell_ <= 0) return;
     ReapEnded();
-    std::vector<ProcessStat> all;
-    for (pid_t pid : proc_.ListPids())
-        if (std::optional<ProcessStat> stat = proc_.ReadStat(pid)) all.push_back(std::move(*stat));
     processes_.clear();
-    for (pid_t pid : StepPids(all, runner_, shell_, guard_.Pid()))
-        if (std::optional<ProcessInfo> info = proc_.ReadProcess(pid)) processes_.push_back(std::move(*info));
-    countersValid_ = !all.empty();
+    std::optional<std::vector<pid_t>> pids = DescendantPids(proc_, runner_, guard_.Pid());
+    if (!pids) {
+        // Without children files: read every process and pick the step's.
+        std::vector<ProcessStat> all;
+        for (pid_t pid : proc_.ListPids())
+            if (std::optional<ProcessStat> stat = proc_.ReadStat(pid)) all.push_back(std::move(*stat));
+        if (!all.empty()) pids = StepPids(all, runner_, shell_, guard_.Pid());
+    }
+    countersValid_ = pids.has_value();
+    if (!pids) return;
+    for (pid_t pid : *pids)
+        if (std::optional<ProcessInfo> info = proc_.ReadProcess(pid, false)) processes_.push_back(std::move(*info));
     meter_.Sample(processes_);
 }
 
@@ -362,7 +369,7 @@ void Runlet::TerminateStep() {
             notes_.push_back(std::to_string(processes_.size()) + " process(es) of the step could not be ended.");
             return;
         }
-        SleepMs(2);
+        SleepMs(1);
     }
 }
 
