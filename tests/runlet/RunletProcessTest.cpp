@@ -361,6 +361,23 @@ TEST_F(RunletTest, PrtySetsTheNiceValueOfEveryProcessOfTheStep) {
     runlet.Send("END ");
 }
 
+TEST_F(RunletTest, PriorityThatTheSystemRefusesIsReportedInTheReply) {
+    // A user without the right to raise priorities: this one, or nobody when the test is root.
+    const uid_t user = ::geteuid() == 0 ? 65534 : static_cast<uid_t>(-1);
+    std::filesystem::permissions(Folder(), std::filesystem::perms::all);
+    RunletDriver plain(user);
+    const std::string pidFile = Folder() + "pids";
+    ASSERT_EQ(plain.Start(Start(), Helper("chain 1 30000 " + pidFile)).AckStage, "STARTED ");
+    const pid_t pid = PidsOf(WaitForLines(pidFile, 1))[0];
+    const Answer high = plain.Send("PRTY", 40);
+    EXPECT_EQ(high.text, "CPU priority High 0 (nice -10) refused by the system: Permission denied");
+    EXPECT_EQ(ProcFiles().ReadStat(pid)->nice, 0);
+    EXPECT_EQ(plain.Send("PRTY", 12).text, "");  // lowering is always allowed
+    EXPECT_EQ(ProcFiles().ReadStat(pid)->nice, 10);
+    plain.Send("KILL");
+    EXPECT_EQ(plain.Send("END ").reply.StepRc, 98);
+}
+
 TEST_F(RunletTest, StartPriorityGivesTheNiceValueOfItsClass) {
     const std::string pidFile = Folder() + "pids";
     StartRecord start = Start();
