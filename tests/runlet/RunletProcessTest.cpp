@@ -296,6 +296,25 @@ TEST_F(RunletTest, InputClosedMidStepLeavesNoProcess) {
     for (pid_t pid : PidsOf(lines)) EXPECT_FALSE(ProcessAlive(pid)) << pid;
 }
 
+TEST_F(RunletTest, InputClosedWithinTheStartRecordEndsTheRunnerWithoutAStep) {
+    StartRecord start = Start();
+    const std::string command = "touch ran";
+    start.CommandLength = static_cast<int32_t>(command.size());
+    runlet.WriteBytes(start.Encode() + command.substr(0, 3));
+    runlet.CloseInput();
+    EXPECT_EQ(runlet.WaitExit(), 1);
+    EXPECT_FALSE(std::filesystem::exists(Folder() + "ran"));
+}
+
+TEST_F(RunletTest, TerminationSignalEndsTheStepAndTheRunner) {
+    const std::string pidFile = Folder() + "pids";
+    runlet.Start(Start(), Helper("chain 2 30000 " + pidFile));
+    const std::vector<std::string> lines = WaitForLines(pidFile, 2);
+    ::kill(runlet.Pid(), SIGTERM);
+    EXPECT_EQ(runlet.WaitExit(), 1);
+    EXPECT_TRUE(GroupMembers(GroupOf(lines[0])).empty());
+}
+
 TEST_F(RunletTest, ReplyPipeClosedEndsTheRunnerAndTheStep) {
     const std::string pidFile = Folder() + "pids";
     runlet.Start(Start(), Helper("chain 2 30000 " + pidFile));
