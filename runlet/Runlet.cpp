@@ -1,7 +1,6 @@
 #include "runlet/Runlet.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -51,10 +50,16 @@ bool WriteAll(int fd, const std::string& bytes) {
     return true;
 }
 
+// The runner is linked statically, where the user database of the C library isn't at hand:
+// the local password file, then the login name that the session gave.
 std::string OwnLogin() {
-    if (const passwd* entry = ::getpwuid(::geteuid())) return entry->pw_name;
-    const char* name = ::getenv("LOGNAME");
-    return name ? name : "";
+    if (const std::optional<std::string> passwd = ReadSmallFile("/etc/passwd")) {
+        std::string login = LoginOfUser(*passwd, ::geteuid());
+        if (!login.empty()) return login;
+    }
+    for (const char* variable : {"LOGNAME", "USER"})
+        if (const char* name = ::getenv(variable); name && *name) return name;
+    return {};
 }
 
 std::vector<std::string> OwnEnvironment() {
@@ -136,7 +141,9 @@ void Runlet::StartStep(const StepInput& input) {
         ended_ = true;
         return;
     }
-    plan_ = MakeStepPlan(input, OwnEnvironment(), OwnLogin());
+    // The user database is read only when the name isn't $LOCALUSER$.
+    const bool localUser = UserAllowed(TrimRight(input.start.UserName), "");
+    plan_ = MakeStepPlan(input, OwnEnvironment(), localUser ? std::string() : OwnLogin());
     notes_ = plan_.notes;
     if (plan_.Refused()) {
         startError_ = plan_.refusal;
@@ -286,8 +293,8 @@ void Runlet::Kill() {
 }
 
 void Runlet::FinishStep() {
-    if (shell_ > 0 && !ended_) {
-        WaitForChildEnd(shell_, kEndWaitMs, g_endRequested);
+    if (shell_ > 0) {
+        if (!ended_) WaitForChildEnd(shell_, kEndWaitMs, g_endRequested);
         Refresh();
         if (!ended_ && !killedByRunner_) {
             notes_.push_back("The step still ran at \"END \" and was killed.");
@@ -302,7 +309,7 @@ void Runlet::FinishStep() {
                              " of the step still ran after its command had ended and " +
                              (left == 1 ? "was" : "were") + " killed.");
     }
-    TerminateStep();
+    TerminateStep(true);
     rusage children{};
     if (shell_ > 0 && ::getrusage(RUSAGE_CHILDREN, &children) == 0)
         meter_.Final(Ticks100ns(children.ru_utime), Ticks100ns(children.ru_stime), children.ru_maxrss);
@@ -316,7 +323,7 @@ void Runlet::ReapEnded() {
             continue;
         }
         // Read the last figures of the process while it can still be read.
-        if (const std::optional<ProcessInfo> info = proc_.ReadProcess(child->pid)) meter_.Reaped(*info);
+        if (const std::optional<ProcessInfo> info = proc_.ReadProcess(child->pid, false)) meter_.Reaped(*info);
         if (child->pid == shell_) {
             ended_ = true;
             endHow_ = child->how;
@@ -358,11 +365,12 @@ void Runlet::SignalStepProcesses(int signal) const {
     SignalStep(groupLives ? shell_ : 0, outside, signal);
 }
 
-void Runlet::TerminateStep() {
+void Runlet::TerminateStep(bool freshReading) {
     if (shell_ <= 0) return;
     const int64_t deadline = MonotonicMs() + kReapWaitMs;
     for (;;) {
-        Refresh();
+        if (!freshReading) Refresh();
+        freshReading = false;
         if (processes_.empty() && ended_) return;
         SignalStepProcesses(SIGKILL);
         if (MonotonicMs() >= deadline) {
