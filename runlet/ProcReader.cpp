@@ -139,21 +139,55 @@ std::vector<pid_t> ProcFiles::ListThreads(pid_t pid) const {
     return NumericEntries(root_ + "/" + std::to_string(pid) + "/task");
 }
 
+std::optional<std::vector<pid_t>> ProcFiles::ListChildren(pid_t pid) const {
+    std::vector<pid_t> children;
+    bool anyFile = false;
+    for (pid_t thread : ListThreads(pid)) {
+        const auto text = ReadSmallFile(root_ + "/" + std::to_string(pid) + "/task/" + std::to_string(thread) + "/children");
+        if (!text) continue;
+        anyFile = true;
+        for (std::string_view word : SplitBlanks(*text)) {
+            pid_t child = 0;
+            if (ParseNumber(word, child)) children.push_back(child);
+        }
+    }
+    if (!anyFile) return std::nullopt;
+    return children;
+}
+
 std::optional<ProcessStat> ProcFiles::ReadStat(pid_t pid) const {
     const auto text = ReadSmallFile(Path(pid, "stat"));
     if (!text) return std::nullopt;
     return ParseStat(*text);
 }
 
-std::optional<ProcessInfo> ProcFiles::ReadProcess(pid_t pid) const {
+std::optional<ProcessInfo> ProcFiles::ReadProcess(pid_t pid, bool withCommandLine) const {
     ProcessInfo info;
     const auto stat = ReadStat(pid);
     if (!stat) return std::nullopt;
     info.stat = *stat;
     if (const auto status = ReadSmallFile(Path(pid, "status"))) info.memory = ParseStatusMemory(*status);
     if (const auto io = ReadSmallFile(Path(pid, "io"))) info.io = ParseIo(*io);
+    if (!withCommandLine) return info;
     if (const auto cmdline = ReadSmallFile(Path(pid, "cmdline"))) info.commandLine = ParseCommandLine(*cmdline);
     return info;
+}
+
+std::optional<std::vector<pid_t>> DescendantPids(const ProcFiles& proc, pid_t runner, pid_t excluded) {
+    const auto first = proc.ListChildren(runner);
+    if (!first) return std::nullopt;
+    std::vector<pid_t> found;
+    std::set<pid_t> seen{runner};
+    std::vector<pid_t> next = *first;
+    while (!next.empty()) {
+        const pid_t pid = next.back();
+        next.pop_back();
+        if (pid == excluded || !seen.insert(pid).second) continue;
+        found.push_back(pid);
+        if (const auto children = proc.ListChildren(pid)) next.insert(next.end(), children->begin(), children->end());
+    }
+    std::sort(found.begin(), found.end());
+    return found;
 }
 
 std::vector<pid_t> StepPids(const std::vector<ProcessStat>& all, pid_t runner, pid_t group,

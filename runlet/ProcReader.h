@@ -53,9 +53,11 @@ public:
     explicit ProcFiles(std::string root = "/proc") : root_(std::move(root)) {}
     std::vector<pid_t> ListPids() const;
     std::vector<pid_t> ListThreads(pid_t pid) const;
+    // The children of all threads of a process; nothing when the kernel has no such files.
+    std::optional<std::vector<pid_t>> ListChildren(pid_t pid) const;
     std::optional<ProcessStat> ReadStat(pid_t pid) const;
-    // Stat, memory, I/O and command line; nothing when the process has gone.
-    std::optional<ProcessInfo> ReadProcess(pid_t pid) const;
+    // Stat, memory, I/O and, when asked, the command line; nothing when the process has gone.
+    std::optional<ProcessInfo> ReadProcess(pid_t pid, bool withCommandLine = true) const;
 
 private:
     std::string Path(pid_t pid, const char* file) const;
@@ -67,6 +69,10 @@ private:
 // it), except `excluded` (the runner's own guard).
 std::vector<pid_t> StepPids(const std::vector<ProcessStat>& all, pid_t runner, pid_t group,
                             pid_t excluded);
+
+// All descendants of `runner` but `excluded` and its descendants, found through the children
+// files, without reading every process of the system; nothing when those files are missing.
+std::optional<std::vector<pid_t>> DescendantPids(const ProcFiles& proc, pid_t runner, pid_t excluded);
 
 // Reads a whole small file; nothing when it can't be opened.
 std::optional<std::string> ReadSmallFile(const std::string& path);

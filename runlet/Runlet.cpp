@@ -1,7 +1,6 @@
 #include "runlet/Runlet.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -51,10 +50,16 @@ bool WriteAll(int fd, const std::string& bytes) {
     return true;
 }
 
+// The runner is linked statically, where the user database of the C library isn't at hand:
+// the local password file, then the login name that the session gave.
 std::string OwnLogin() {
-    if (const passwd* entry = ::getpwuid(::geteuid())) return entry->pw_name;
-    const char* name = ::getenv("LOGNAME");
-    return name ? name : "";
+    if (const std::optional<std::string> passwd = ReadSmallFile("/etc/passwd")) {
+        std::string login = LoginOfUser(*passwd, ::geteuid());
+        if (!login.empty()) return login;
+    }
+    for (const char* variable : {"LOGNAME", "USER"})
+        if (const char* name = ::getenv(variable); name && *name) return name;
+    return {};
 }
 
 std::vector<std::string> OwnEnvironment() {
@@ -136,7 +141,9 @@ void Runlet::StartStep(const StepInput& input) {
         ended_ = true;
         return;
     }
-    plan_ = MakeStepPlan(input, OwnEnvironment(), OwnLogin());
+    // The user database is read only when the name isn't $LOCALUSER$.
+    const bool localUser = UserAllowed(TrimRight(input.start.UserName), "");
+    plan_ = MakeStepPlan(input, OwnEnvironment(), localUser ? std::string() : OwnLogin());
     notes_ = plan_.notes;
     if (plan_.Refused()) {
         startError_ = plan_.refusal;
@@ -152,7 +159,6 @@ void Runlet::StartStep(const StepInput& input) {
     }
     shell_ = launched.pid;
     if (!guard_.Start(shell_)) notes_.push_back("The guard of the step could not be started.");
-    Refresh();
 }
 
 bool Runlet::Answer(const CommandRecord& command) {
@@ -259,7 +265,10 @@ std::string Runlet::WriteDiagnostic() {
     header.takenAt = LocalTimeText();
     const std::string folder = !plan_.taskFolder.empty() ? plan_.taskFolder : plan_.workDir;
     const std::string path = (folder.empty() ? std::string(".") : folder) + "/Diag1.txt";
-    const std::string text = FormatDiagnostic(header, processes_, ticksPerSecond_);
+    std::vector<ProcessInfo> snapshot;
+    for (const ProcessInfo& p : processes_)
+        if (std::optional<ProcessInfo> info = proc_.ReadProcess(p.stat.pid)) snapshot.push_back(std::move(*info));
+    const std::string text = FormatDiagnostic(header, snapshot, ticksPerSecond_);
     // Written whole: to a temporary file first, then renamed over the old one.
     const std::string temporary = path + ".tmp";
     UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
@@ -284,9 +293,8 @@ void Runlet::Kill() {
 }
 
 void Runlet::FinishStep() {
-    if (shell_ > 0 && !ended_) {
-        const int64_t deadline = MonotonicMs() + kEndWaitMs;
-        while (!PeekEndedChild(shell_) && MonotonicMs() < deadline && !g_endRequested) SleepMs(5);
+    if (shell_ > 0) {
+        if (!ended_) WaitForChildEnd(shell_, kEndWaitMs, g_endRequested);
         Refresh();
         if (!ended_ && !killedByRunner_) {
             notes_.push_back("The step still ran at \"END \" and was killed.");
@@ -301,7 +309,7 @@ void Runlet::FinishStep() {
                              " of the step still ran after its command had ended and " +
                              (left == 1 ? "was" : "were") + " killed.");
     }
-    TerminateStep();
+    TerminateStep(true);
     rusage children{};
     if (shell_ > 0 && ::getrusage(RUSAGE_CHILDREN, &children) == 0)
         meter_.Final(Ticks100ns(children.ru_utime), Ticks100ns(children.ru_stime), children.ru_maxrss);
@@ -315,7 +323,7 @@ void Runlet::ReapEnded() {
             continue;
         }
         // Read the last figures of the process while it can still be read.
-        if (const std::optional<ProcessInfo> info = proc_.ReadProcess(child->pid)) meter_.Reaped(*info);
+        if (const std::optional<ProcessInfo> info = proc_.ReadProcess(child->pid, false)) meter_.Reaped(*info);
         if (child->pid == shell_) {
             ended_ = true;
             endHow_ = child->how;
@@ -328,13 +336,19 @@ void Runlet::ReapEnded() {
 void Runlet::Refresh() {
     if (shell_ <= 0) return;
     ReapEnded();
-    std::vector<ProcessStat> all;
-    for (pid_t pid : proc_.ListPids())
-        if (std::optional<ProcessStat> stat = proc_.ReadStat(pid)) all.push_back(std::move(*stat));
     processes_.clear();
-    for (pid_t pid : StepPids(all, runner_, shell_, guard_.Pid()))
-        if (std::optional<ProcessInfo> info = proc_.ReadProcess(pid)) processes_.push_back(std::move(*info));
-    countersValid_ = !all.empty();
+    std::optional<std::vector<pid_t>> pids = DescendantPids(proc_, runner_, guard_.Pid());
+    if (!pids) {
+        // Without children files: read every process and pick the step's.
+        std::vector<ProcessStat> all;
+        for (pid_t pid : proc_.ListPids())
+            if (std::optional<ProcessStat> stat = proc_.ReadStat(pid)) all.push_back(std::move(*stat));
+        if (!all.empty()) pids = StepPids(all, runner_, shell_, guard_.Pid());
+    }
+    countersValid_ = pids.has_value();
+    if (!pids) return;
+    for (pid_t pid : *pids)
+        if (std::optional<ProcessInfo> info = proc_.ReadProcess(pid, false)) processes_.push_back(std::move(*info));
     meter_.Sample(processes_);
 }
 
@@ -351,18 +365,19 @@ void Runlet::SignalStepProcesses(int signal) const {
     SignalStep(groupLives ? shell_ : 0, outside, signal);
 }
 
-void Runlet::TerminateStep() {
+void Runlet::TerminateStep(bool freshReading) {
     if (shell_ <= 0) return;
     const int64_t deadline = MonotonicMs() + kReapWaitMs;
     for (;;) {
-        Refresh();
+        if (!freshReading) Refresh();
+        freshReading = false;
         if (processes_.empty() && ended_) return;
         SignalStepProcesses(SIGKILL);
         if (MonotonicMs() >= deadline) {
             notes_.push_back(std::to_string(processes_.size()) + " process(es) of the step could not be ended.");
             return;
         }
-        SleepMs(2);
+        SleepMs(1);
     }
 }
 

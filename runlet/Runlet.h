@@ -50,7 +50,8 @@ private:
 
     void ReapEnded();
     void Refresh();
-    void TerminateStep();
+    // Kills what is left of the step and reaps it; `freshReading` when Refresh has just run.
+    void TerminateStep(bool freshReading = false);
     bool AllInState(bool stopped) const;
     void SignalStepProcesses(int signal) const;
     int FinalStepRc();

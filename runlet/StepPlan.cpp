@@ -57,6 +57,24 @@ bool UserAllowed(std::string_view userName, std::string_view login) {
     return EqualsNoCase(userName, "$LOCALUSER$") || (!login.empty() && userName == login);
 }
 
+std::string LoginOfUser(std::string_view passwdText, unsigned uid) {
+    const std::string wanted = std::to_string(uid);
+    size_t at = 0;
+    while (at < passwdText.size()) {
+        size_t end = passwdText.find('\n', at);
+        if (end == std::string_view::npos) end = passwdText.size();
+        const std::string_view line = passwdText.substr(at, end - at);
+        at = end + 1;
+        // name:password:uid:...
+        const size_t first = line.find(':');
+        const size_t second = first == std::string_view::npos ? first : line.find(':', first + 1);
+        const size_t third = second == std::string_view::npos ? second : line.find(':', second + 1);
+        if (third == std::string_view::npos || first == 0) continue;
+        if (line.substr(second + 1, third - second - 1) == wanted) return std::string(line.substr(0, first));
+    }
+    return {};
+}
+
 std::optional<int> NiceForPriority(int code) {
     static constexpr int kNiceOfClass[] = {19, 10, 0, -5, -10, -15};
     if (code < 0 || code > 59) return std::nullopt;

@@ -45,6 +45,8 @@ std::string FolderOf(std::string_view path);
 std::string ExpandWorkDir(std::string_view workDir, std::string_view taskFolder);
 // The runner runs steps as its own user only: `$LOCALUSER$` in any case, or that login.
 bool UserAllowed(std::string_view userName, std::string_view login);
+// The login name of `uid` in the text of /etc/passwd; empty when it isn't there.
+std::string LoginOfUser(std::string_view passwdText, unsigned uid);
 // The nice value of a two-digit priority code, chosen by its first digit; nothing for an
 // unknown class.
 std::optional<int> NiceForPriority(int code);

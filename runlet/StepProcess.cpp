@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <poll.h>
+#include <sys/syscall.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -180,6 +182,23 @@ void ReapChild(pid_t pid) {
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
+}
+
+bool WaitForChildEnd(pid_t pid, int timeoutMs, const volatile sig_atomic_t& stop) {
+    const int64_t deadline = MonotonicMs() + timeoutMs;
+    // A pidfd becomes readable when the process ends; without one, look every few ms.
+    UniqueFd pidFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+    while (!PeekEndedChild(pid)) {
+        const int64_t left = deadline - MonotonicMs();
+        if (left <= 0 || stop) return false;
+        if (pidFd.Valid()) {
+            pollfd wait{pidFd.Get(), POLLIN, 0};
+            ::poll(&wait, 1, static_cast<int>(left));
+        } else {
+            SleepMs(5);
+        }
+    }
+    return true;
 }
 
 void SignalStep(pid_t group, const std::vector<pid_t>& pidsOutsideGroup, int signal) {

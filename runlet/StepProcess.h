@@ -1,6 +1,7 @@
 #pragma once
 // The operating-system side of a step: starting its command in a process group of its own,
 // the guard that ends the group when the runner itself dies, signals, and reaping.
+#include <signal.h>
 #include <sys/types.h>
 
 #include <optional>
@@ -56,6 +57,9 @@ struct EndedChild {
 std::optional<EndedChild> PeekEndedChild();
 std::optional<EndedChild> PeekEndedChild(pid_t pid);
 void ReapChild(pid_t pid);
+// Waits until the child `pid` has ended (without reaping it), at most `timeoutMs`, or until
+// `stop` becomes true; true when it has ended.
+bool WaitForChildEnd(pid_t pid, int timeoutMs, const volatile sig_atomic_t& stop);
 
 // Sends `signal` to the step's process group and to each of `pids` that has left the group.
 void SignalStep(pid_t group, const std::vector<pid_t>& pidsOutsideGroup, int signal);

@@ -120,6 +120,26 @@ TEST(ProcFilesTest, ReadsThisVeryProcess) {
     EXPECT_NE(info->commandLine.find("test_runlet"), std::string::npos);
 }
 
+TEST(ProcFilesTest, DescendantsThroughTheChildrenFilesOfEveryThread) {
+    test::TempDir dir;
+    const std::string root = dir.Path() + "proc";
+    auto children = [&](pid_t pid, pid_t thread, const std::string& list) {
+        const std::string folder = root + "/" + std::to_string(pid) + "/task/" + std::to_string(thread);
+        std::filesystem::create_directories(folder);
+        std::ofstream(folder + "/children") << list;
+    };
+    children(100, 100, "101 102 ");  // the runner: its guard and the shell
+    children(101, 101, "109 ");      // the guard's child counts as little as the guard
+    children(102, 102, "103 ");
+    children(102, 105, "104 ");      // a child forked by a second thread of the shell
+    children(103, 103, "");
+    const ProcFiles proc(root);
+    EXPECT_EQ(DescendantPids(proc, 100, 101), (std::vector<pid_t>{102, 103, 104}));
+    EXPECT_EQ(DescendantPids(proc, 102, -1), (std::vector<pid_t>{103, 104}));
+    // A kernel without children files gives nothing, and the caller reads every process.
+    EXPECT_FALSE(DescendantPids(proc, 555, -1));
+}
+
 TEST(StepPidsTest, GroupMembersAndDescendantsOfTheRunnerButNotItsGuard) {
     const pid_t runner = 100, guard = 101, shell = 102;
     std::vector<ProcessStat> all;

@@ -27,7 +27,7 @@ int64_t NowMs() {
 std::string BinPath(const std::string& program) { return std::string(VQ_BIN_DIR) + "/" + program; }
 std::string Helper(const std::string& arguments) { return BinPath("vqstephelper") + " " + arguments; }
 
-RunletDriver::RunletDriver() {
+RunletDriver::RunletDriver(uid_t user) {
     int toChild[2], fromChild[2];
     if (::pipe2(toChild, O_CLOEXEC) != 0 || ::pipe2(fromChild, O_CLOEXEC) != 0)
         throw std::runtime_error("pipes for runlet");
@@ -36,6 +36,7 @@ RunletDriver::RunletDriver() {
     if (pid_ == 0) {
         ::dup2(toChild[0], 0);
         ::dup2(fromChild[1], 1);
+        if (user != static_cast<uid_t>(-1) && (::setgid(user) != 0 || ::setuid(user) != 0)) ::_exit(126);
         ::execl(program.c_str(), "runlet", static_cast<char*>(nullptr));
         ::_exit(127);
     }

@@ -22,7 +22,8 @@ struct Answer {
 
 class RunletDriver {
 public:
-    RunletDriver();
+    // `user` other than -1: the runner runs as that user (the test must be root for that).
+    explicit RunletDriver(uid_t user = static_cast<uid_t>(-1));
     ~RunletDriver();
     RunletDriver(const RunletDriver&) = delete;
     RunletDriver& operator=(const RunletDriver&) = delete;

@@ -83,6 +83,21 @@ TEST(StepPlanTest, UsersOtherThanTheServersOwnAreRefused) {
     EXPECT_TRUE(plan.arguments.empty());
 }
 
+TEST(StepPlanTest, LoginOfAUserFromThePasswordFile) {
+    const std::string passwd =
+        "root:x:0:0:root:/root:/bin/bash\n"
+        "# a comment\n"
+        "broken line\n"
+        ":x:1000:1000::/:/bin/sh\n"
+        "ann:x:1000:1000:Ann:/home/ann:/bin/bash\n"
+        "bob:x:10001:10001::/home/bob:/bin/sh";
+    EXPECT_EQ(LoginOfUser(passwd, 0), "root");
+    EXPECT_EQ(LoginOfUser(passwd, 1000), "ann");
+    EXPECT_EQ(LoginOfUser(passwd, 10001), "bob");
+    EXPECT_EQ(LoginOfUser(passwd, 100), "");
+    EXPECT_EQ(LoginOfUser("", 0), "");
+}
+
 TEST(StepPlanTest, WorkFolderWithTheTaskFolderMarker) {
     EXPECT_EQ(ExpandWorkDir("%VQS%/data", "/q/t"), "/q/t/data");
     EXPECT_EQ(ExpandWorkDir("%vqs%", "/q/t"), "/q/t");
