@@ -12,6 +12,7 @@
 #include "platform/Clock.h"
 #include "platform/Operator.h"
 #include "platform/UniqueFd.h"
+#include "storage/Classes.h"
 #include "storage/Registry.h"
 
 namespace vq {
@@ -51,6 +52,7 @@ struct Server {
     Screen& screen;
 
     WorkingTables tables;
+    ClassData classes;  // ClassTable, Ponders and the non-working day cache
 
     std::string ServerPath;   // the queue root, always with a closing "/"
     std::string RunnerPath;   // the program folder and "runlet"
