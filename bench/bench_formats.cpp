@@ -29,13 +29,15 @@ vq::TaskFileData TaskOfSteps(int count) {
     g.TaskClass = "A";
     g.EditPpp = "1";
     for (int i = 1; i <= count; ++i)
-        task.steps.push_back({"Step " + std::to_string(i), "make -C /home/user/project target" + std::to_string(i),
-                              "", "/home/user/project", "PATH=/usr/bin\r\nLANG=C", "80", "300", "1", "1", "1"});
+        task.steps.push_back(
+            {"Step " + std::to_string(i), "make -C /home/user/project target" + std::to_string(i),
+             "", "/home/user/project", "PATH=/usr/bin\r\nLANG=C", "80", "300", "1", "1", "1"});
     return task;
 }
 
 std::string BenchFile(const char* name) {
-    return (std::filesystem::temp_directory_path() / (std::string("vq_bench_") + std::to_string(::getpid()) + name))
+    return (std::filesystem::temp_directory_path() /
+            (std::string("vq_bench_") + std::to_string(::getpid()) + name))
         .string();
 }
 
@@ -46,7 +48,8 @@ void WriteTaskFile(benchmark::State& state) {
     for (auto _ : state) {
         if (!vq::SaveTaskFile(path, task, encrypted)) state.SkipWithError("write failed");
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(std::filesystem::file_size(path)));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(std::filesystem::file_size(path)));
     std::filesystem::remove(path);
 }
 BENCHMARK(WriteTaskFile)->Arg(0)->Arg(1)->ArgName("encrypted")->Unit(benchmark::kMillisecond);
@@ -62,7 +65,8 @@ void ReadTaskFile(benchmark::State& state) {
         if (!vq::LoadTaskFile(clock, path, task, error)) state.SkipWithError(error.c_str());
         benchmark::DoNotOptimize(task.steps.data());
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(std::filesystem::file_size(path)));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(std::filesystem::file_size(path)));
     std::filesystem::remove(path);
 }
 BENCHMARK(ReadTaskFile)->Arg(0)->Arg(1)->ArgName("encrypted")->Unit(benchmark::kMillisecond);

@@ -28,18 +28,21 @@ vq::TaskFileData SeedTask(int steps) {
     g.TaskClass = "A";
     g.EditPpp = "1";
     for (int i = 1; i <= steps; ++i)
-        t.steps.push_back({"Step " + std::to_string(i), "echo a\r\necho b", "", "", "A=1", "80", "300", "1", "1", "1"});
+        t.steps.push_back({"Step " + std::to_string(i), "echo a\r\necho b", "", "", "A=1", "80",
+                           "300", "1", "1", "1"});
     t.taskFiles.push_back({"/a", "/b", "1"});
     t.environ.push_back({"1", "c", "V", "T", "v", "h", "0", "9", "5", "f"});
     return t;
 }
 
 std::string Lf(std::string text) {
-    for (size_t at = text.find("\r\n"); at != std::string::npos; at = text.find("\r\n", at)) text.replace(at, 2, "\n");
+    for (size_t at = text.find("\r\n"); at != std::string::npos; at = text.find("\r\n", at))
+        text.replace(at, 2, "\n");
     return text;
 }
 
-void Put(const std::string& dir, const std::string& target, const std::string& name, const std::string& content) {
+void Put(const std::string& dir, const std::string& target, const std::string& name,
+         const std::string& content) {
     vq::MakeFolders(dir + "/" + target);
     vq::WriteFileAtomic(dir + "/" + target + "/" + name, content);
 }
@@ -63,14 +66,19 @@ int main(int argc, char** argv) {
     Put(dir, "fuzz_task_file", "belquinn", old);
 
     // Data lines only, after an even byte; a plain text to be scrambled, after an odd one.
-    const size_t begin = encrypted.find("\r\n", encrypted.find(vq::EncryptedBeginMarker()) + 42) + 2;
+    const size_t begin =
+        encrypted.find("\r\n", encrypted.find(vq::EncryptedBeginMarker()) + 42) + 2;
     const size_t end = encrypted.find(vq::EncryptedEndMarker());
     Put(dir, "fuzz_encrypted_task_file", "lines", "\x02" + encrypted.substr(begin, end - begin));
     Put(dir, "fuzz_encrypted_task_file", "plain", "\x01" + vq::TaskFileText(SeedTask(1), true));
 
-    Put(dir, "fuzz_tagged_stream", "task", std::string("\x10\x00", 2) + "\x00\x03\x0B\x13\x05\x2D\x06\x01\x04\x0C\x1C\x02\x07\x00\x03\x24" + plain);
-    Put(dir, "fuzz_tagged_stream", "values", std::string("\x08\x01", 2) + "\x03\x04\x01\x01\x06\x05\x00\x02" +
-                                                 "\t<A>x</A>y</A>\n<STEP>\n\t<TASKNAME>a\x01" "b</TASKNAME>\n");
+    Put(dir, "fuzz_tagged_stream", "task",
+        std::string("\x10\x00", 2) +
+            "\x00\x03\x0B\x13\x05\x2D\x06\x01\x04\x0C\x1C\x02\x07\x00\x03\x24" + plain);
+    Put(dir, "fuzz_tagged_stream", "values",
+        std::string("\x08\x01", 2) + "\x03\x04\x01\x01\x06\x05\x00\x02" +
+            "\t<A>x</A>y</A>\n<STEP>\n\t<TASKNAME>a\x01"
+            "b</TASKNAME>\n");
 
     vq::ClassData classes;
     Put(dir, "fuzz_classes_file", "defaults", vq::ClassesFileText(classes));
@@ -79,8 +87,10 @@ int main(int argc, char** argv) {
     classes.ClassTable[2].MaxMemory = 2147483647;
     Put(dir, "fuzz_classes_file", "changed", vq::ClassesFileText(classes));
 
-    Put(dir, "fuzz_nonwork_file", "dates", std::string("\x00\x24", 2) + "\"2026-12-25\"\r\n\"2027-01-01\"\r\n\"12/31/26\"\r\n");
-    Put(dir, "fuzz_nonwork_file", "leap", std::string("\x00\x26", 2) + "\"2028-12-31\"\n\n\"2029-02-28\"\n");
+    Put(dir, "fuzz_nonwork_file", "dates",
+        std::string("\x00\x24", 2) + "\"2026-12-25\"\r\n\"2027-01-01\"\r\n\"12/31/26\"\r\n");
+    Put(dir, "fuzz_nonwork_file", "leap",
+        std::string("\x00\x26", 2) + "\"2028-12-31\"\n\n\"2029-02-28\"\n");
 
     Put(dir, "fuzz_scrambling", "short", vq::EncodeEncStr("pass", random));
     Put(dir, "fuzz_scrambling", "long", vq::EncodeEncStr(std::string(300, 'z'), random));

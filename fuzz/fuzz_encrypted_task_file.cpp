@@ -15,8 +15,9 @@
 namespace {
 
 std::string Frame(const std::string& dataLines) {
-    return "<?xml version=\"1.0\"?>\r\n<orvantisfile version=\"1.1\" encrypted=\"yes\">\r\n" + vq::EncryptedBeginMarker() +
-           "\r\nX\r\n" + dataLines + vq::EncryptedEndMarker() + "\r\n</orvantisfile>\r\n";
+    return "<?xml version=\"1.0\"?>\r\n<orvantisfile version=\"1.1\" encrypted=\"yes\">\r\n" +
+           vq::EncryptedBeginMarker() + "\r\nX\r\n" + dataLines + vq::EncryptedEndMarker() +
+           "\r\n</orvantisfile>\r\n";
 }
 
 }  // namespace
@@ -30,7 +31,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } else {
         vq::SeededRandom random(size);
         std::string lines;
-        for (size_t at = 0; at < rest.size(); at += 60) lines += vq::EncodeEncStr(rest.substr(at, 60), random) + "\r\n";
+        for (size_t at = 0; at < rest.size(); at += 60)
+            lines += vq::EncodeEncStr(rest.substr(at, 60), random) + "\r\n";
         file = Frame(lines);
         vq::VqStringReader reader(file);
         // An empty input gives no data line, and the plain form is then empty too.

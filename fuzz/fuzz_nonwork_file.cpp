@@ -12,7 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     vq::ClassData classes;
     classes.NonWorkBaseYear = 1990 + (data[0] << 8 | data[1]) % 80;
     try {
-        vq::FillNonWorkCache(classes, std::string(reinterpret_cast<const char*>(data) + 2, size - 2));
+        vq::FillNonWorkCache(classes,
+                             std::string(reinterpret_cast<const char*>(data) + 2, size - 2));
     } catch (const vq::VqError&) {
     }
     if (classes.NonWorkCache.size() != 732) std::abort();

@@ -13,7 +13,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t scriptLength = data[0] % 32;
     if (size < 2 + scriptLength) return 0;
     const uint8_t* script = data + 2;
-    const std::string text(reinterpret_cast<const char*>(data) + 2 + scriptLength, size - 2 - scriptLength);
+    const std::string text(reinterpret_cast<const char*>(data) + 2 + scriptLength,
+                           size - 2 - scriptLength);
     vq::VqStringReader reader(text);
     if (data[1] & 1) reader.Delimiter("\n");
     static const char* const kTags[] = {"TASKNAME", "STEP", "A", "", "/STEP", "GENERAL", "<", "V>"};
@@ -22,14 +23,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const std::string tag = kTags[(op >> 3) % 8];
         try {
             switch (op % 8) {
-                case 0: reader.ReadNextLine(); break;
-                case 1: reader.SkipOneBack(); break;
-                case 2: reader.SkipOneForward(); break;
-                case 3: vq::InputZkStreamC(reader, tag, true); break;
-                case 4: vq::InputZkStreamC(reader, tag, false); break;
-                case 5: vq::InputZkStreamTag(reader, tag); break;
-                case 6: vq::InputZkStreamLine(reader); break;
-                case 7: reader.ResetPosition(); break;
+                case 0:
+                    reader.ReadNextLine();
+                    break;
+                case 1:
+                    reader.SkipOneBack();
+                    break;
+                case 2:
+                    reader.SkipOneForward();
+                    break;
+                case 3:
+                    vq::InputZkStreamC(reader, tag, true);
+                    break;
+                case 4:
+                    vq::InputZkStreamC(reader, tag, false);
+                    break;
+                case 5:
+                    vq::InputZkStreamTag(reader, tag);
+                    break;
+                case 6:
+                    vq::InputZkStreamLine(reader);
+                    break;
+                case 7:
+                    reader.ResetPosition();
+                    break;
             }
         } catch (const vq::VqError& e) {
             if (e.Number() != 5) std::abort();

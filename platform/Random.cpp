@@ -2,8 +2,8 @@
 
 #include <sys/random.h>
 
-#include <cerrno>
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <random>
 
@@ -11,7 +11,7 @@ namespace vq {
 namespace {
 
 class KernelRandom final : public RandomSource {
-public:
+  public:
     void Fill(uint8_t* data, size_t size) override {
         while (size > 0) {
             if (used_ == sizeof buffer_) Refill();
@@ -23,7 +23,7 @@ public:
         }
     }
 
-private:
+  private:
     void Refill() {
         size_t done = 0;
         while (done < sizeof buffer_) {
@@ -33,7 +33,8 @@ private:
             } else if (n < 0 && errno != EINTR) {
                 // No getrandom: the library's device source is the fall-back.
                 std::random_device device;
-                for (; done < sizeof buffer_; ++done) buffer_[done] = static_cast<uint8_t>(device());
+                for (; done < sizeof buffer_; ++done)
+                    buffer_[done] = static_cast<uint8_t>(device());
             }
         }
         used_ = 0;

@@ -7,7 +7,7 @@
 namespace vq {
 
 class RandomSource {
-public:
+  public:
     virtual ~RandomSource() = default;
     // Fills `size` bytes with random values.
     virtual void Fill(uint8_t* data, size_t size) = 0;
@@ -22,11 +22,11 @@ RandomSource& SystemRandom();
 
 // A repeatable source for tests and benchmarks: the same seed gives the same bytes.
 class SeededRandom final : public RandomSource {
-public:
+  public:
     explicit SeededRandom(uint64_t seed) : state_(seed) {}
     void Fill(uint8_t* data, size_t size) override;
 
-private:
+  private:
     uint64_t state_;
 };
 

@@ -34,7 +34,9 @@ int32_t RoundUnits(double value) {
     double rounded = std::floor(value);
     const double diff = value - rounded;
     if (diff > 0.5 || (diff == 0.5 && std::fmod(rounded, 2.0) != 0)) rounded += 1;
-    if (rounded < std::numeric_limits<int32_t>::min() || rounded > std::numeric_limits<int32_t>::max()) return 0;
+    if (rounded < std::numeric_limits<int32_t>::min() ||
+        rounded > std::numeric_limits<int32_t>::max())
+        return 0;
     return static_cast<int32_t>(rounded);
 }
 
@@ -42,7 +44,8 @@ int32_t RoundUnits(double value) {
 // without trailing zeros, in the locale's decimal format.
 std::string FormatIo(int64_t tenThousandths) {
     const bool negative = tenThousandths < 0;
-    const uint64_t magnitude = negative ? 0 - static_cast<uint64_t>(tenThousandths) : static_cast<uint64_t>(tenThousandths);
+    const uint64_t magnitude = negative ? 0 - static_cast<uint64_t>(tenThousandths)
+                                        : static_cast<uint64_t>(tenThousandths);
     std::string text = (negative ? "-" : "") + std::to_string(magnitude / kIoScale);
     uint64_t fraction = magnitude % kIoScale;
     if (fraction != 0) {
@@ -99,13 +102,16 @@ int ClassIndex(const ClassData& data, const std::string& name) {
     return 0;
 }
 
-int ClassIndex(const Server& server, const std::string& name) { return ClassIndex(server.classes, name); }
+int ClassIndex(const Server& server, const std::string& name) {
+    return ClassIndex(server.classes, name);
+}
 
 std::string ClassesFileText(const ClassData& data) {
     ZkOutFile file;
     OutputZkTag(file, kClassesSection);
     OutputZkTag(file, kPondersSection);
-    for (int i = 0; i < kPonderCount; ++i) OutputZkC(file, PonderTag(i), FormatDecimal(data.Ponders[static_cast<size_t>(i)]));
+    for (int i = 0; i < kPonderCount; ++i)
+        OutputZkC(file, PonderTag(i), FormatDecimal(data.Ponders[static_cast<size_t>(i)]));
     OutputZkTag(file, "/" + kPondersSection);
     for (int i = 0; i < kClassCount; ++i) {
         const ClassEntry& entry = data.ClassTable[static_cast<size_t>(i)];
@@ -160,19 +166,27 @@ bool LoadClasses(Server& server) {
         ComputeClassUnits(data);
         return true;
     } catch (const std::exception& e) {
-        WriteServerLog(server, std::string("Error occured while loading classes.\n\nDefault values will be used.\n\n") + e.what());
+        WriteServerLog(
+            server,
+            std::string(
+                "Error occured while loading classes.\n\nDefault values will be used.\n\n") +
+                e.what());
         return false;
     }
 }
 
 bool SaveClasses(Server& server) {
     std::string error;
-    if (WriteFileAtomic(server.DataPath + kClassesFileName, ClassesFileText(server.classes), &error)) return true;
+    if (WriteFileAtomic(server.DataPath + kClassesFileName, ClassesFileText(server.classes),
+                        &error))
+        return true;
     WriteServerLog(server, "Error occured while saving classes.\n\n" + error);
     return false;
 }
 
-std::string NonWorkFilePath(const Server& server) { return server.ServerPath + "$JobQ/" + kNonWorkFileName; }
+std::string NonWorkFilePath(const Server& server) {
+    return server.ServerPath + "$JobQ/" + kNonWorkFileName;
+}
 
 void FillNonWorkCache(ClassData& data, const std::string& text) {
     size_t from = 0;
@@ -214,7 +228,8 @@ bool IsNonWorkDay(Server& server, VqDate date) {
     }
     // A date before the cached years has no place in it.
     if (row < 0) return false;
-    return data.NonWorkCache[static_cast<size_t>(row * kCacheRow + DayOfYear(day) - 1)] == kNonWorkMark;
+    return data.NonWorkCache[static_cast<size_t>(row * kCacheRow + DayOfYear(day) - 1)] ==
+           kNonWorkMark;
 }
 
 }  // namespace vq

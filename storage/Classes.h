@@ -19,14 +19,14 @@ inline const std::string kClassesFileName = "Classes.dat";
 inline const std::string kNonWorkFileName = "NonWork.dat";
 
 struct ClassEntry {
-    std::string ClassName;       // CLASSNAME: the letter
-    int32_t MaxTime = 0;         // MAXTIME: maximum running time, seconds; 0 no limit
-    int32_t MaxCpu = 1;          // CPU: maximum CPU time, seconds; 0 no limit
-    uint8_t CpuPriority = 22;    // CPUP: class digit and level digit of a priority key
-    int32_t MaxMemory = 0;       // MEM: maximum memory, kilobytes; 0 no limit
-    int64_t MaxIo = 0;           // IO: maximum I/O count in ten-thousandths; 0 no limit
-    int32_t QueuePriority = 0;   // QP: highest starting queue priority number
-    int32_t MaxUnits = 0;        // maximum system units, computed, not stored
+    std::string ClassName;      // CLASSNAME: the letter
+    int32_t MaxTime = 0;        // MAXTIME: maximum running time, seconds; 0 no limit
+    int32_t MaxCpu = 1;         // CPU: maximum CPU time, seconds; 0 no limit
+    uint8_t CpuPriority = 22;   // CPUP: class digit and level digit of a priority key
+    int32_t MaxMemory = 0;      // MEM: maximum memory, kilobytes; 0 no limit
+    int64_t MaxIo = 0;          // IO: maximum I/O count in ten-thousandths; 0 no limit
+    int32_t QueuePriority = 0;  // QP: highest starting queue priority number
+    int32_t MaxUnits = 0;       // maximum system units, computed, not stored
 };
 
 // The class data of one server.

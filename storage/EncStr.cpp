@@ -31,7 +31,9 @@ struct ReverseTables {
     }
 };
 
-[[noreturn]] void ThrowBadText() { throw VqError("Invalid procedure call or argument", 5, "DecodeEncStr"); }
+[[noreturn]] void ThrowBadText() {
+    throw VqError("Invalid procedure call or argument", 5, "DecodeEncStr");
+}
 
 // The 0-based place of `c` in table `table`.
 int PlaceIn(int table, char c) {
@@ -41,10 +43,14 @@ int PlaceIn(int table, char c) {
     return place;
 }
 
-char CodeAt(int table, unsigned place) { return kCodeTables[static_cast<size_t>(table)][place & 63]; }
+char CodeAt(int table, unsigned place) {
+    return kCodeTables[static_cast<size_t>(table)][place & 63];
+}
 
 // The pad count, from the bits that frame characters 1, 4 and 6 carry.
-unsigned PadCount(unsigned r1, unsigned r2, unsigned r3) { return ((r1 & 12) | (r2 & 3) | (r3 & 48)) % 5; }
+unsigned PadCount(unsigned r1, unsigned r2, unsigned r3) {
+    return ((r1 & 12) | (r2 & 3) | (r3 & 48)) % 5;
+}
 
 void SwapBitGroup(uint8_t& x, uint8_t& y, uint8_t mask) {
     const uint8_t gx = x & mask, gy = y & mask;
@@ -79,7 +85,8 @@ EncKey MakeKey(RandomSource& random) {
 }
 
 std::string KeyToText(const EncKey& key) {
-    const uint32_t value = static_cast<uint32_t>(key[0] & 63) << 24 | static_cast<uint32_t>(key[1]) << 16 |
+    const uint32_t value = static_cast<uint32_t>(key[0] & 63) << 24 |
+                           static_cast<uint32_t>(key[1]) << 16 |
                            static_cast<uint32_t>(key[2]) << 8 | key[3];
     std::string text(6, '\0');
     text[0] = CodeAt(0, (key[0] / 64u + 1) * 9 - 1);
@@ -91,7 +98,8 @@ EncKey TextToKey(std::string_view keyText) {
     if (keyText.size() != 6) ThrowBadText();
     const unsigned top = static_cast<unsigned>(PlaceIn(0, keyText[0])) / 9;
     uint32_t value = 0;
-    for (int i = 0; i < 5; ++i) value = value << 6 | static_cast<uint32_t>(PlaceIn(1 + i, keyText[1 + i]));
+    for (int i = 0; i < 5; ++i)
+        value = value << 6 | static_cast<uint32_t>(PlaceIn(1 + i, keyText[1 + i]));
     return {static_cast<uint8_t>(top << 6 | (value >> 24 & 63)), static_cast<uint8_t>(value >> 16),
             static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)};
 }
@@ -174,7 +182,9 @@ std::string ToText64(std::string_view bytes, RandomSource& random) {
 std::string FromText64(std::string_view text) {
     std::string out;
     out.reserve(text.size() / 4 * 3 + 2);
-    const auto high = [](int place, int shift) { return static_cast<unsigned>(place >> shift & 3) << 6; };
+    const auto high = [](int place, int shift) {
+        return static_cast<unsigned>(place >> shift & 3) << 6;
+    };
     size_t i = 0;
     for (; i + 4 <= text.size(); i += 4) {
         const int h = PlaceIn(3, text[i + 2]);
@@ -210,7 +220,8 @@ std::string DecodeEncStr(std::string_view text) {
     const size_t n = text.size();
     if (n < kFrameSize + 1) ThrowBadText();
     // 1. The pad count from frame characters 1, 4 and 6.
-    const unsigned pad = PadCount(static_cast<unsigned>(PlaceIn(5, text[0])), static_cast<unsigned>(PlaceIn(3, text[3])),
+    const unsigned pad = PadCount(static_cast<unsigned>(PlaceIn(5, text[0])),
+                                  static_cast<unsigned>(PlaceIn(3, text[3])),
                                   static_cast<unsigned>(PlaceIn(1, text[5])));
     if (n < kFrameSize + 1 + pad) ThrowBadText();
     // 2. The key's six characters from their places in the frame.

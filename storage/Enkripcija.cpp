@@ -5,7 +5,8 @@ namespace {
 
 // The order of the block's characters, as hex digits among characters that HexDecode skips.
 constexpr std::string_view kBlockPositionsText =
-    "psho0F.191Bj170403g0:C18081_C0iB~?q05271mx0000E200wD12250723z091uE2k1141A!1n1-v15021F261*3t0+r1220A1yDl240;616";
+    "psho0F.191Bj170403g0:C18081_C0iB~?q05271mx0000E200wD12250723z091uE2k1141A!1n1-v15021F261*3t0+"
+    "r1220A1yDl240;616";
 // The key of the XOR stage.
 constexpr std::string_view kBlockMaskText = "+i+B(lm(}(X}iZ/";
 
@@ -99,7 +100,8 @@ std::string ScrambleBlock(std::string_view mode, std::string_view text, RandomSo
     std::string block(kBlockSize, '\0');
     for (size_t i = 1; i <= kBlockSize; ++i) {
         const auto code = static_cast<uint8_t>(text[i - 1]);
-        block[static_cast<uint8_t>(positions[i - 1])] = static_cast<char>(i % 2 == 1 ? RotateLeft(code) : RotateRight(code));
+        block[static_cast<uint8_t>(positions[i - 1])] =
+            static_cast<char>(i % 2 == 1 ? RotateLeft(code) : RotateRight(code));
     }
     block = XorText(block, BlockMask());
     const size_t length = static_cast<uint8_t>(block[kBlockSize - 1]) / kLengthFactor;

@@ -15,7 +15,8 @@ inline constexpr int kLengthFactor = 5;
 
 // Mode "E" scrambles a text of at most 39 characters into a block; any other mode unscrambles
 // a block of 40 characters. A text that doesn't fit gives the empty text.
-std::string ScrambleBlock(std::string_view mode, std::string_view text, RandomSource& random = SystemRandom());
+std::string ScrambleBlock(std::string_view mode, std::string_view text,
+                          RandomSource& random = SystemRandom());
 // Each character as two upper-case hex digits followed by `separator`.
 std::string HexEncode(std::string_view text, std::string_view separator = {});
 // Pairs of the digits 0-9 and A-F give one character each; any other character is skipped

@@ -22,7 +22,8 @@ const std::string kFileValueIndent(8, ' ');
 
 // The value between "<tag>" and "</tag>" on `line`. With `lastClosing` the closing tag is
 // searched from the end of the line, else the first one behind the opening tag counts.
-bool CutTaggedValue(const std::string& line, const std::string& tag, bool lastClosing, std::string& value) {
+bool CutTaggedValue(const std::string& line, const std::string& tag, bool lastClosing,
+                    std::string& value) {
     const std::string opening = "<" + tag + ">";
     const std::string closing = "</" + tag + ">";
     const size_t open = line.find(opening);
@@ -34,8 +35,10 @@ bool CutTaggedValue(const std::string& line, const std::string& tag, bool lastCl
     return true;
 }
 
-std::string TaggedValueLine(const std::string& indent, const std::string& tag, std::string_view value) {
-    return indent + "<" + tag + ">" + ConvertTagValue(value, TagValueDirection::ForWriting) + "</" + tag + ">";
+std::string TaggedValueLine(const std::string& indent, const std::string& tag,
+                            std::string_view value) {
+    return indent + "<" + tag + ">" + ConvertTagValue(value, TagValueDirection::ForWriting) + "</" +
+           tag + ">";
 }
 
 char LocaleDecimalPoint() {
@@ -96,7 +99,8 @@ long long DecimalMagnitude(const std::string& c) {
     }
     if (i < c.size()) {
         long long exponent = 0;
-        const auto result = std::from_chars(c.data() + i + 1 + (c[i + 1] == '+'), c.data() + c.size(), exponent);
+        const auto result =
+            std::from_chars(c.data() + i + 1 + (c[i + 1] == '+'), c.data() + c.size(), exponent);
         if (result.ec == std::errc::result_out_of_range) return c[i + 1] == '-' ? -1 : 1;
         if (exponent > (1LL << 40) || exponent < -(1LL << 40)) return exponent < 0 ? -1 : 1;
         magnitude += exponent;
@@ -200,7 +204,8 @@ std::string ZkInFile::ReadLine(const char* source) {
     }
     std::string line = content_.substr(position_, end - position_);
     position_ = end + 1;
-    if (content_[end] == '\r' && position_ < content_.size() && content_[position_] == '\n') ++position_;
+    if (content_[end] == '\r' && position_ < content_.size() && content_[position_] == '\n')
+        ++position_;
     return line;
 }
 
@@ -208,10 +213,13 @@ void OutputZkC(ZkOutFile& file, const std::string& tag, std::string_view value) 
     file.Print(TaggedValueLine(kFileValueIndent, tag, value));
 }
 
-void OutputZkTag(ZkOutFile& file, const std::string& tag) { file.Print(kFileSectionIndent + "<" + tag + ">"); }
+void OutputZkTag(ZkOutFile& file, const std::string& tag) {
+    file.Print(kFileSectionIndent + "<" + tag + ">");
+}
 
 std::string InputZkC(ZkInFile& file, const std::string& tag) {
-    const std::string line = ConvertTagValue(file.ReadLine("InputZkC"), TagValueDirection::ForReading);
+    const std::string line =
+        ConvertTagValue(file.ReadLine("InputZkC"), TagValueDirection::ForReading);
     std::string value;
     if (!CutTaggedValue(line, tag, false, value)) ThrowInvalidData("InputZkC", tag);
     return value;
@@ -238,7 +246,9 @@ int32_t ConvertToLong(std::string_view text) {
     return static_cast<int32_t>(RoundedWhole(text, INT32_MIN, INT32_MAX));
 }
 
-uint8_t ConvertToByte(std::string_view text) { return static_cast<uint8_t>(RoundedWhole(text, 0, 255)); }
+uint8_t ConvertToByte(std::string_view text) {
+    return static_cast<uint8_t>(RoundedWhole(text, 0, 255));
+}
 
 std::string FormatDecimal(double value) {
     char buffer[64];

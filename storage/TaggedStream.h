@@ -33,25 +33,25 @@ std::string InputZkStreamLine(VqStringReader& reader);
 // The text of a file written in file form: each print is one line closed by CR LF. The caller
 // writes the text whole (WriteFileAtomic).
 class ZkOutFile {
-public:
+  public:
     void Print(std::string_view line);
     const std::string& Text() const { return text_; }
 
-private:
+  private:
     std::string text_;
 };
 
 // A file opened for reading line by line. A line ends at CR LF, LF or CR. Reading past the
 // end is VqError 62 "Input past end of file".
 class ZkInFile {
-public:
+  public:
     explicit ZkInFile(std::string content) : content_(std::move(content)) {}
     // Reads a whole file; VqError with the system's description when it can't be read.
     static ZkInFile Open(const std::string& path);
     bool AtEnd() const { return position_ >= content_.size(); }
     std::string ReadLine(const char* source);
 
-private:
+  private:
     std::string content_;
     size_t position_ = 0;
 };

@@ -71,7 +71,8 @@ std::string ReadTaskFileBytes(const std::string& path, int& progress) {
     if (::fstat(fd.Get(), &st) != 0) throw VqError(ErrnoText(errno), errno, "LoadTaskFile");
     if (!S_ISREG(st.st_mode)) throw VqError("Path/File access error", 75, "LoadTaskFile");
     progress = 2;
-    if (static_cast<uint64_t>(st.st_size) > kMaxTaskFileSize) throw VqError("File too big.", 111, "LoadTaskFile");
+    if (static_cast<uint64_t>(st.st_size) > kMaxTaskFileSize)
+        throw VqError("File too big.", 111, "LoadTaskFile");
     progress = 3;
     std::string text(static_cast<size_t>(st.st_size), '\0');
     size_t done = 0;
@@ -176,8 +177,8 @@ TaskEnviron ReadEnviron(VqStringReader& r) {
 
 // `count` sections of one kind; the records go to `list`.
 template <typename Record, typename ReadRecord>
-void ReadSections(VqStringReader& reader, const std::string& tag, int32_t count, std::vector<Record>& list,
-                  ReadRecord read) {
+void ReadSections(VqStringReader& reader, const std::string& tag, int32_t count,
+                  std::vector<Record>& list, ReadRecord read) {
     for (int32_t i = 0; i < count; ++i) {
         ExpectSection(reader, tag);
         list.push_back(read(reader));
@@ -194,9 +195,11 @@ void ParseTaskText(std::string text, TaskFileData& task, int& progress) {
 
     progress = 6;
     const std::string version = InputZkStreamLine(reader);
-    if (version != kTaskFileVersion && version != kTaskFileVersionOld) ThrowFormat("Invalid File Version.");
+    if (version != kTaskFileVersion && version != kTaskFileVersionOld)
+        ThrowFormat("Invalid File Version.");
     const std::string fileTag = InputZkStreamLine(reader);
-    if (fileTag != "<" + kTaskFileTag + ">" && fileTag != "<" + kTaskFileTagOld + ">") ThrowFormat("Invalid File Format.");
+    if (fileTag != "<" + kTaskFileTag + ">" && fileTag != "<" + kTaskFileTagOld + ">")
+        ThrowFormat("Invalid File Format.");
     ExpectSection(reader, "GENERAL");
     ReadGeneral(reader, encrypted, task.general);
     reader.SkipOneForward();
@@ -205,18 +208,21 @@ void ParseTaskText(std::string text, TaskFileData& task, int& progress) {
     if (task.general.NumberSteps < 1) ThrowFormat("Invalid File Format.");
     ReadSections(reader, "STEP", task.general.NumberSteps, task.steps, ReadStep);
     progress = 8;
-    ReadSections(reader, "TASKFILE", task.general.NumberTaskFiles, task.taskFiles, ReadTaskFileEntry);
+    ReadSections(reader, "TASKFILE", task.general.NumberTaskFiles, task.taskFiles,
+                 ReadTaskFileEntry);
     progress = 9;
     ReadSections(reader, "ENVIRON", task.general.NumberEnviron, task.environ, ReadEnviron);
     progress = 10;
 }
 
 std::string LoadErrorText(const std::string& path, const std::string& description, int progress) {
-    return "ERROR: Cannot Open \"" + path + "\". \n\n" + description + "\n\nLoad Progress Number: " +
-           std::to_string(progress);
+    return "ERROR: Cannot Open \"" + path + "\". \n\n" + description +
+           "\n\nLoad Progress Number: " + std::to_string(progress);
 }
 
-std::string Marker(std::string_view enciphered) { return XorText(HexDecode(enciphered), BlockMask()); }
+std::string Marker(std::string_view enciphered) {
+    return XorText(HexDecode(enciphered), BlockMask());
+}
 
 void WriteGeneral(VqStringBuilder& b, const TaskFileData& task, bool withEditPpp) {
     const TaskGeneral& g = task.general;
@@ -309,8 +315,8 @@ const std::string& EncryptedEndMarker() {
     return marker;
 }
 
-bool LoadTaskFile(Clock& clock, const std::string& path, TaskFileData& task, std::string& LastTaskFileError,
-                  bool /*quiet*/) {
+bool LoadTaskFile(Clock& clock, const std::string& path, TaskFileData& task,
+                  std::string& LastTaskFileError, bool /*quiet*/) {
     task = TaskFileData{};
     int progress = 0;
     try {
@@ -328,7 +334,8 @@ bool LoadTaskFile(Clock& clock, const std::string& path, TaskFileData& task, std
     }
 }
 
-bool ParseTaskFileText(std::string text, const std::string& path, TaskFileData& task, std::string& LastTaskFileError) {
+bool ParseTaskFileText(std::string text, const std::string& path, TaskFileData& task,
+                       std::string& LastTaskFileError) {
     task = TaskFileData{};
     int progress = 5;
     try {
@@ -352,7 +359,8 @@ bool OpenEncryptedTaskFile(VqStringReader& reader) {
     if (reader.ReadNextLine().empty()) return noEncryptedFile();
     VqStringBuilder plain;
     try {
-        for (std::string line = reader.ReadNextLine(); line != EncryptedEndMarker(); line = reader.ReadNextLine()) {
+        for (std::string line = reader.ReadNextLine(); line != EncryptedEndMarker();
+             line = reader.ReadNextLine()) {
             if (reader.IsEOF()) return noEncryptedFile();
             plain.AppendElement(DecodeEncStr(line));
         }
@@ -387,25 +395,30 @@ std::string EncryptedTaskFileText(const TaskFileData& task, RandomSource& random
     b.AppendElement(EncryptedBeginMarker());
     b.AppendElement(HexEncode(RandomBytes(8, random)));  // must not be empty; not read
     for (size_t at = 0; at < plain.size(); at += kEncryptedPieceSize)
-        b.AppendElement(EncodeEncStr(std::string_view(plain).substr(at, kEncryptedPieceSize), random));
+        b.AppendElement(
+            EncodeEncStr(std::string_view(plain).substr(at, kEncryptedPieceSize), random));
     b.AppendElement(EncryptedEndMarker());
     b.AppendElement(kEncryptedCloseLine);
     return b.toDelimitedString(kCrLf) + kCrLf;
 }
 
-bool SaveTaskFile(const std::string& path, const TaskFileData& task, bool encrypted, std::string* error) {
-    return WriteFileAtomic(path, encrypted ? EncryptedTaskFileText(task) : TaskFileText(task), error);
+bool SaveTaskFile(const std::string& path, const TaskFileData& task, bool encrypted,
+                  std::string* error) {
+    return WriteFileAtomic(path, encrypted ? EncryptedTaskFileText(task) : TaskFileText(task),
+                           error);
 }
 
 std::string FileSystemNameProblem(const TaskGeneral& general) {
-    const std::pair<const char*, const std::string*> fields[] = {{"TASKNAME", &general.TaskName},
-                                                                 {"USER", &general.User},
-                                                                 {"DOMAIN", &general.Domain},
-                                                                 {"TASKREPORTFILE", &general.TaskReportFile}};
+    const std::pair<const char*, const std::string*> fields[] = {
+        {"TASKNAME", &general.TaskName},
+        {"USER", &general.User},
+        {"DOMAIN", &general.Domain},
+        {"TASKREPORTFILE", &general.TaskReportFile}};
     for (const auto& [tag, value] : fields) {
         if (IsBadName(*value))
             return std::string("The field ") + tag + " \"" + *value +
-                   "\" can't be a folder or file name: it must not be empty, hold \"/\" or a NUL character, "
+                   "\" can't be a folder or file name: it must not be empty, hold \"/\" or a NUL "
+                   "character, "
                    "or be \".\" or \"..\".";
     }
     return {};

@@ -56,10 +56,11 @@ struct TaskFileData {
 // "ERROR: Cannot Open \"path\". ", two line feeds, the description, two line feeds and
 // "Load Progress Number: " with the progress number. The probe for a writer that still holds
 // the file waits through `clock`. `quiet` changes nothing: the reader shows nothing.
-bool LoadTaskFile(Clock& clock, const std::string& path, TaskFileData& task, std::string& LastTaskFileError,
-                  bool quiet = true);
+bool LoadTaskFile(Clock& clock, const std::string& path, TaskFileData& task,
+                  std::string& LastTaskFileError, bool quiet = true);
 // The part of the load after the file was read (progress 5 to 10), on a text in memory.
-bool ParseTaskFileText(std::string text, const std::string& path, TaskFileData& task, std::string& LastTaskFileError);
+bool ParseTaskFileText(std::string text, const std::string& path, TaskFileData& task,
+                       std::string& LastTaskFileError);
 // Replaces the reader's text by the plain form when it holds an encrypted task file; false,
 // with the reader at position 1 and its text unchanged, when it doesn't.
 bool OpenEncryptedTaskFile(VqStringReader& reader);
@@ -69,7 +70,8 @@ std::string TaskFileText(const TaskFileData& task, bool withEditPpp = false);
 // The encrypted form: the plain form with EDITPPP, in scrambled pieces.
 std::string EncryptedTaskFileText(const TaskFileData& task, RandomSource& random = SystemRandom());
 // Writes a task file whole; false with `error` set on failure.
-bool SaveTaskFile(const std::string& path, const TaskFileData& task, bool encrypted, std::string* error = nullptr);
+bool SaveTaskFile(const std::string& path, const TaskFileData& task, bool encrypted,
+                  std::string* error = nullptr);
 
 // The begin and end markers of the encrypted form, 40 characters each.
 const std::string& EncryptedBeginMarker();

@@ -88,7 +88,8 @@ void VqStringReader::SkipOneBack() {
     // The search starts at position - delimiter length - 1 (1-based), so that the delimiter
     // that closed the line just read is passed over; a delimiter counts when it lies wholly
     // at or before that start. Behind the one found begins the line just read.
-    const long long start = static_cast<long long>(position_) - static_cast<long long>(delimiter_.size()) - 1;
+    const long long start =
+        static_cast<long long>(position_) - static_cast<long long>(delimiter_.size()) - 1;
     if (start < 1) {
         position_ = 1;
         return;

@@ -10,7 +10,7 @@ namespace vq {
 inline const std::string kCrLf = "\r\n";
 
 class VqStringBuilder {
-public:
+  public:
     // A new collection holding all the elements in order.
     std::vector<std::string> Items() const { return elements_; }
     void AppendElement(std::string text);
@@ -32,12 +32,12 @@ public:
     // Used by AppendElementWithDefDelim; nothing in the server sets it.
     std::string DefaultDelimiter;
 
-private:
+  private:
     std::vector<std::string> elements_;
 };
 
 class VqStringReader {
-public:
+  public:
     VqStringReader() = default;
     explicit VqStringReader(std::string text) { toString(std::move(text)); }
 
@@ -62,7 +62,7 @@ public:
     // The 1-based index of the next character to read.
     size_t Position() const { return position_; }
 
-private:
+  private:
     // The 0-based index of the next delimiter at or after the position, or npos.
     size_t NextDelimiter() const;
 

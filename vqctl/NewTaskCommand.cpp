@@ -58,7 +58,8 @@ const char* const kUsage =
     "  --skip               write the step but don't run it\n"
     "\n"
     "Example:\n"
-    "  vqctl new-task --name nightly --step 'make -C ~/src' --step 'make -C ~/src check' nightly.vqf\n";
+    "  vqctl new-task --name nightly --step 'make -C ~/src' --step 'make -C ~/src check' "
+    "nightly.vqf\n";
 
 int Fail(const std::string& message) {
     std::fprintf(stderr, "vqctl new-task: %s\n(see vqctl new-task --help)\n", message.c_str());
@@ -70,14 +71,16 @@ bool IsDigits(const std::string& text) {
 }
 
 std::string LoginName() {
-    if (const passwd* entry = ::getpwuid(::geteuid()); entry && entry->pw_name) return entry->pw_name;
+    if (const passwd* entry = ::getpwuid(::geteuid()); entry && entry->pw_name)
+        return entry->pw_name;
     const char* user = std::getenv("USER");
     return user ? user : "";
 }
 
 std::string FileBaseName(const std::string& path) {
     std::string name = path.substr(path.find_last_of('/') + 1);
-    if (name.size() > 4 && vq::ToUpper(name.substr(name.size() - 4)) == ".VQF") name.resize(name.size() - 4);
+    if (name.size() > 4 && vq::ToUpper(name.substr(name.size() - 4)) == ".VQF")
+        name.resize(name.size() - 4);
     return name;
 }
 
@@ -181,10 +184,12 @@ int NewTaskCommand(const Args& args) {
             step->WorkingDirectory = value;
         } else if (option == "--rc") {
             if (!ParseRange(value, step->MinRC, step->MaxRC))
-                return Fail("--rc takes MIN or MIN-MAX, numbers 0 to 99 with MIN not above MAX: '" + value + "'");
+                return Fail("--rc takes MIN or MIN-MAX, numbers 0 to 99 with MIN not above MAX: '" +
+                            value + "'");
         } else if (option == "--env") {
             const size_t equals = value.find('=');
-            if (equals == std::string::npos || equals == 0) return Fail("--env takes NAME=VALUE: '" + value + "'");
+            if (equals == std::string::npos || equals == 0)
+                return Fail("--env takes NAME=VALUE: '" + value + "'");
             step->Environment += (step->Environment.empty() ? "" : "\r\n") + value;
         } else if (option == "--file-rc") {
             step->FileRC = value;
@@ -192,27 +197,36 @@ int NewTaskCommand(const Args& args) {
             name = value;
         } else if (option == "--class") {
             const std::string letter = vq::ToUpper(value);
-            if (letter.size() != 1 || letter[0] < 'A' || letter[0] > 'Z') return Fail("--class takes a letter A to Z");
+            if (letter.size() != 1 || letter[0] < 'A' || letter[0] > 'Z')
+                return Fail("--class takes a letter A to Z");
             g.TaskClass = letter;
         } else if (option == "--priority") {
-            if (value.size() != 1 || value[0] < '0' || value[0] > '5') return Fail("--priority takes a code 0 to 5");
+            if (value.size() != 1 || value[0] < '0' || value[0] > '5')
+                return Fail("--priority takes a code 0 to 5");
             g.QueuePriority = value;
         } else if (option == "--cpu-priority") {
-            if (value.size() != 2 || value[0] < '0' || value[0] > '4' || value[1] < '0' || value[1] > '6')
-                return Fail("--cpu-priority takes a class digit 0 to 4 and a level digit 0 to 6, such as 22");
+            if (value.size() != 2 || value[0] < '0' || value[0] > '4' || value[1] < '0' ||
+                value[1] > '6')
+                return Fail(
+                    "--cpu-priority takes a class digit 0 to 4 and a level digit 0 to 6, such as "
+                    "22");
             g.CpuPriority = value;
         } else if (option == "--at") {
             vq::VqDate date = 0;
-            if (!vq::TryReadDate(value, date)) return Fail("--at takes \"yyyy-mm-dd hh:mm:ss\": '" + value + "'");
+            if (!vq::TryReadDate(value, date))
+                return Fail("--at takes \"yyyy-mm-dd hh:mm:ss\": '" + value + "'");
             g.ScheduledTime = vq::FormatDateTime(date);
         } else if (option == "--repeat") {
-            if (!ValidRepeat(value)) return Fail("--repeat takes a repeat string of at least 47 characters");
+            if (!ValidRepeat(value))
+                return Fail("--repeat takes a repeat string of at least 47 characters");
             g.TaskRepeat = value;
         } else if (option == "--max-rc") {
-            if (!IsDigits(value) || value.size() > 2) return Fail("--max-rc takes a number 0 to 99");
+            if (!IsDigits(value) || value.size() > 2)
+                return Fail("--max-rc takes a number 0 to 99");
             g.MaxRC = value;
         } else if (option == "--max-time") {
-            if (!IsDigits(value) || value.size() > 9) return Fail("--max-time takes a number of seconds");
+            if (!IsDigits(value) || value.size() > 9)
+                return Fail("--max-time takes a number of seconds");
             g.MaxTime = value;
         } else if (option == "--depends") {
             g.Dependent = value;
@@ -236,15 +250,17 @@ int NewTaskCommand(const Args& args) {
     g.TaskName = name.value_or(FileBaseName(*file));
     g.TaskReportFile = report.value_or(g.TaskName);
     g.Password = vq::HexEncode(vq::ScrambleBlock("E", password));
-    if (const std::string problem = vq::FileSystemNameProblem(g); !problem.empty()) return Fail(problem);
+    if (const std::string problem = vq::FileSystemNameProblem(g); !problem.empty())
+        return Fail(problem);
 
     std::string error;
     if (!vq::SaveTaskFile(*file, task, encrypted, &error)) {
         std::fprintf(stderr, "vqctl new-task: cannot write the task file: %s\n", error.c_str());
         return 1;
     }
-    std::printf("%s: task \"%s\", %zu step%s%s\n", file->c_str(), g.TaskName.c_str(), task.steps.size(),
-                task.steps.size() == 1 ? "" : "s", encrypted ? ", encrypted" : "");
+    std::printf("%s: task \"%s\", %zu step%s%s\n", file->c_str(), g.TaskName.c_str(),
+                task.steps.size(), task.steps.size() == 1 ? "" : "s",
+                encrypted ? ", encrypted" : "");
     return 0;
 }
 

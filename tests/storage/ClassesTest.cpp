@@ -1,11 +1,10 @@
-#include "storage/Classes.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 
 #include "platform/Files.h"
+#include "storage/Classes.h"
 #include "storage/TaggedStream.h"
 #include "tests/support/TestSupport.h"
 
@@ -161,7 +160,8 @@ TEST(ClassesFile, SavedAndLoadedFieldByField) {
         EXPECT_EQ(c.MaxIo, (400 + i) * kIoScale);
         EXPECT_EQ(c.QueuePriority, 500 + i);
         // The units of the file's values, rounded half to even as nearbyint does by default.
-        EXPECT_EQ(c.MaxUnits, static_cast<int32_t>(std::nearbyint(2.0 * (200 + i) + 0.5 * (300 + i) + 0.25 * (400 + i))));
+        EXPECT_EQ(c.MaxUnits, static_cast<int32_t>(std::nearbyint(
+                                  2.0 * (200 + i) + 0.5 * (300 + i) + 0.25 * (400 + i))));
     }
     EXPECT_EQ(ts.LogText(), "");
 }
@@ -193,9 +193,10 @@ TEST(ClassesFile, WrongSectionKeepsTheClassesReadBeforeIt) {
     EXPECT_EQ(data.ClassTable[2].MaxMemory, 0);
     // The units stay those of the defaults.
     EXPECT_EQ(data.ClassTable[0].MaxUnits, 0);
-    EXPECT_NE(ts.LogText().find("Error occured while loading classes.\n\nDefault values will be used.\n\n"
-                                "Invalid File Format."),
-              std::string::npos)
+    EXPECT_NE(
+        ts.LogText().find("Error occured while loading classes.\n\nDefault values will be used.\n\n"
+                          "Invalid File Format."),
+        std::string::npos)
         << ts.LogText();
 }
 
@@ -208,14 +209,17 @@ TEST(ClassesFile, WrongClosingTagFailsLikeAnOpeningOne) {
 
 TEST(ClassesFile, IoAboveTheLongRangeFailsTheLoad) {
     TestServer ts;
-    ASSERT_TRUE(WriteFileAtomic(ClassesPath(ts), DefaultsWith("<IO>0</IO>", "<IO>2147483647</IO>")));
+    ASSERT_TRUE(
+        WriteFileAtomic(ClassesPath(ts), DefaultsWith("<IO>0</IO>", "<IO>2147483647</IO>")));
     EXPECT_TRUE(LoadClasses(*ts));
     EXPECT_EQ(ts->classes.ClassTable[0].MaxIo, int64_t{2147483647} * kIoScale);
 
-    ASSERT_TRUE(WriteFileAtomic(ClassesPath(ts), DefaultsWith("<IO>0</IO>", "<IO>2147483648</IO>")));
+    ASSERT_TRUE(
+        WriteFileAtomic(ClassesPath(ts), DefaultsWith("<IO>0</IO>", "<IO>2147483648</IO>")));
     EXPECT_FALSE(LoadClasses(*ts));
     EXPECT_EQ(ts->classes.ClassTable[0].MaxIo, 0);
-    EXPECT_NE(ts.LogText().find("Default values will be used.\n\nOverflow"), std::string::npos) << ts.LogText();
+    EXPECT_NE(ts.LogText().find("Default values will be used.\n\nOverflow"), std::string::npos)
+        << ts.LogText();
 }
 
 TEST(ClassesFile, CutOrBrokenFilesFailWithTheirDescription) {
@@ -242,9 +246,13 @@ TEST(ClassesFile, FailedSaveIsLogged) {
 }
 
 class NonWorkDays : public ::testing::Test {
-protected:
-    void WriteDates(const std::string& lines) { ASSERT_TRUE(WriteFileAtomic(NonWorkFilePath(*ts), lines)); }
-    bool NonWork(int y, int m, int d) { return IsNonWorkDay(*ts, MakeDate({y, m, d, 10, 30, 0, 0})); }
+  protected:
+    void WriteDates(const std::string& lines) {
+        ASSERT_TRUE(WriteFileAtomic(NonWorkFilePath(*ts), lines));
+    }
+    bool NonWork(int y, int m, int d) {
+        return IsNonWorkDay(*ts, MakeDate({y, m, d, 10, 30, 0, 0}));
+    }
     size_t Marks() const {
         return static_cast<size_t>(std::count(ts.server->classes.NonWorkCache.begin(),
                                               ts.server->classes.NonWorkCache.end(), 'H'));
@@ -253,7 +261,8 @@ protected:
 };
 
 TEST_F(NonWorkDays, QuotedDatesInBothFormsAreNonWorking) {
-    WriteDates("\"2026-12-25\"\r\n\"" + FormatLocaleDate(MakeDate({2026, 12, 26})) + "\"\r\n\r\n\"2027-01-01\"\r\n");
+    WriteDates("\"2026-12-25\"\r\n\"" + FormatLocaleDate(MakeDate({2026, 12, 26})) +
+               "\"\r\n\r\n\"2027-01-01\"\r\n");
     EXPECT_TRUE(NonWork(2026, 12, 25));
     EXPECT_TRUE(NonWork(2026, 12, 26));
     EXPECT_FALSE(NonWork(2026, 12, 27));

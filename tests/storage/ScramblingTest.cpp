@@ -15,7 +15,8 @@ namespace {
 std::string AllCodes(size_t length, RandomSource& random) {
     std::string text(length, '\0');
     const uint8_t start = random.NextByte();
-    for (size_t i = 0; i < length; ++i) text[i] = static_cast<char>(static_cast<uint8_t>(start + i * 7 + (i / 256)));
+    for (size_t i = 0; i < length; ++i)
+        text[i] = static_cast<char>(static_cast<uint8_t>(start + i * 7 + (i / 256)));
     return text;
 }
 
@@ -26,16 +27,18 @@ int PlaceIn(int table, char c) {
 
 // The pad count of an encoded text, from its characters 1, 4 and 6 alone.
 int PadOf(const std::string& encoded) {
-    return ((PlaceIn(5, encoded[0]) & 12) | (PlaceIn(3, encoded[3]) & 3) | (PlaceIn(1, encoded[5]) & 48)) % 5;
+    return ((PlaceIn(5, encoded[0]) & 12) | (PlaceIn(3, encoded[3]) & 3) |
+            (PlaceIn(1, encoded[5]) & 48)) %
+           5;
 }
 
 TEST(Enkripcija, HexEncodeAndDecode) {
     EXPECT_EQ(HexEncode("\n"), "0A");
     EXPECT_EQ(HexEncode(std::string("\x00\xFF", 2), ":"), "00:FF:");
     EXPECT_EQ(HexDecode("0A"), "\n");
-    EXPECT_EQ(HexDecode("0a"), "");         // lower-case digits are skipped
-    EXPECT_EQ(HexDecode("0-x A"), "\n");    // others don't break a pair under way
-    EXPECT_EQ(HexDecode("0A4"), "\n");      // a last digit alone is dropped
+    EXPECT_EQ(HexDecode("0a"), "");       // lower-case digits are skipped
+    EXPECT_EQ(HexDecode("0-x A"), "\n");  // others don't break a pair under way
+    EXPECT_EQ(HexDecode("0A4"), "\n");    // a last digit alone is dropped
     std::string all;
     for (int c = 0; c < 256; ++c) all += static_cast<char>(c);
     EXPECT_EQ(HexDecode(HexEncode(all)), all);
@@ -107,7 +110,8 @@ TEST(EncStr, CodeTablesHold64DifferentPrintableCharacters) {
     for (std::string_view table : CodeTables()) {
         ASSERT_EQ(table.size(), 64u);
         EXPECT_EQ(std::set<char>(table.begin(), table.end()).size(), 64u);
-        for (char c : table) EXPECT_TRUE(c > 32 && c < 127 && c != '<' && c != '>' && c != '&') << c;
+        for (char c : table)
+            EXPECT_TRUE(c > 32 && c < 127 && c != '<' && c != '>' && c != '&') << c;
     }
 }
 
@@ -130,7 +134,8 @@ TEST(EncStr, BodyLengthsAndPadComeFromTheFrame) {
             const std::string encoded = EncodeEncStr(std::string(length, 'q'));
             const int pad = PadOf(encoded);
             pads.insert(pad);
-            EXPECT_EQ(encoded.size(), 12 + static_cast<size_t>(pad) + expectedBody[length]) << length;
+            EXPECT_EQ(encoded.size(), 12 + static_cast<size_t>(pad) + expectedBody[length])
+                << length;
         }
     }
     EXPECT_EQ(pads, (std::set<int>{0, 1, 2, 3, 4}));
@@ -145,7 +150,8 @@ TEST(EncStr, FillerCharactersOfTheFrameDontMatter) {
         encoded[f7] = CodeTables()[4][static_cast<size_t>(round % 64)];
         encoded[f7 + 2] = CodeTables()[2][static_cast<size_t>(round % 64)];
         encoded[f7 + 3] = CodeTables()[0][static_cast<size_t>(round % 64)];
-        for (size_t p = 0; p < pad; ++p) encoded[f7 + 5 + p] = CodeTables()[3][static_cast<size_t>((round + p) % 64)];
+        for (size_t p = 0; p < pad; ++p)
+            encoded[f7 + 5 + p] = CodeTables()[3][static_cast<size_t>((round + p) % 64)];
         EXPECT_EQ(DecodeEncStr(encoded), "filler test");
     }
 }
@@ -209,8 +215,8 @@ TEST(EncStr, ToText64PlacesTheBitsInTheirTables) {
 }
 
 TEST(EncStr, TextThatNoEncodingGaveRaisesAnError) {
-    for (const std::string& bad :
-         std::vector<std::string>{"", "short", "           ", "<<<<<<<<<<<<<<<<", std::string(40, '\0')}) {
+    for (const std::string& bad : std::vector<std::string>{
+             "", "short", "           ", "<<<<<<<<<<<<<<<<", std::string(40, '\0')}) {
         EXPECT_THROW(DecodeEncStr(bad), VqError) << bad;
     }
     std::string encoded = EncodeEncStr("some text");

@@ -1,10 +1,9 @@
-#include "storage/TaggedStream.h"
-
 #include <gtest/gtest.h>
 
 #include <functional>
 
 #include "platform/Error.h"
+#include "storage/TaggedStream.h"
 
 namespace vq {
 namespace {
@@ -20,7 +19,8 @@ std::string ReadBack(const std::string& tag, const std::string& value) {
     return InputZkStreamC(r, tag);
 }
 
-void ExpectVqError(const std::function<void()>& call, int number, const std::string& source, const std::string& text) {
+void ExpectVqError(const std::function<void()>& call, int number, const std::string& source,
+                   const std::string& text) {
     try {
         call();
         ADD_FAILURE() << "no error raised";
@@ -32,7 +32,14 @@ void ExpectVqError(const std::function<void()>& call, int number, const std::str
 }
 
 TEST(ConvertTagValue, LineBreaksAndCode26BecomeCode1AndComeBackAsCrLf) {
-    EXPECT_EQ(ConvertTagValue("a\r\nb\nc\rd\x1A" "e", TagValueDirection::ForWriting), "a\x01" "b\x01" "c\x01" "d\x01" "e");
+    EXPECT_EQ(ConvertTagValue("a\r\nb\nc\rd\x1A"
+                              "e",
+                              TagValueDirection::ForWriting),
+              "a\x01"
+              "b\x01"
+              "c\x01"
+              "d\x01"
+              "e");
     EXPECT_EQ(ConvertTagValue("\n\r", TagValueDirection::ForWriting), "\x01\x01");
     EXPECT_EQ(ConvertTagValue("\r\r\n", TagValueDirection::ForWriting), "\x01\x01");
     EXPECT_EQ(ConvertTagValue("x\x01y", TagValueDirection::ForReading), "x\r\ny");
@@ -45,13 +52,21 @@ TEST(TaggedStream, WritesValueLinesAndSectionTagsExactly) {
     OutputZkStreamC(b, "NAME", "a\r\nb");
     OutputZkStreamC(b, "EMPTY", "");
     OutputZkStreamTag(b, "/TASK");
-    EXPECT_EQ(b.toDelimitedString("\r\n"), "<TASK>\r\n\t<NAME>a\x01" "b</NAME>\r\n\t<EMPTY></EMPTY>\r\n</TASK>");
+    EXPECT_EQ(b.toDelimitedString("\r\n"),
+              "<TASK>\r\n\t<NAME>a\x01"
+              "b</NAME>\r\n\t<EMPTY></EMPTY>\r\n</TASK>");
 }
 
 TEST(TaggedStream, EveryLineBreakReadsBackAsCrLf) {
     EXPECT_EQ(ReadBack("V", "1\r\n2\n3\r4"), "1\r\n2\r\n3\r\n4");
-    EXPECT_EQ(ReadBack("V", "a\x1A" "b"), "a\r\nb");
-    EXPECT_EQ(ReadBack("V", "a\x01" "b"), "a\r\nb");
+    EXPECT_EQ(ReadBack("V",
+                       "a\x1A"
+                       "b"),
+              "a\r\nb");
+    EXPECT_EQ(ReadBack("V",
+                       "a\x01"
+                       "b"),
+              "a\r\nb");
     EXPECT_EQ(ReadBack("V", "x < y & z > w"), "x < y & z > w");
     EXPECT_EQ(ReadBack("V", ""), "");
 }
@@ -104,7 +119,9 @@ TEST(TaggedFile, WritesFourAndEightBlanksAndCrLf) {
     OutputZkTag(f, "PONDERS");
     OutputZkC(f, "PONDER0", "1\r\n2");
     OutputZkTag(f, "/PONDERS");
-    EXPECT_EQ(f.Text(), "    <PONDERS>\r\n        <PONDER0>1\x01" "2</PONDER0>\r\n    </PONDERS>\r\n");
+    EXPECT_EQ(f.Text(),
+              "    <PONDERS>\r\n        <PONDER0>1\x01"
+              "2</PONDER0>\r\n    </PONDERS>\r\n");
 }
 
 TEST(TaggedFile, ReadsValuesCutAtTheFirstClosingTag) {

@@ -1,16 +1,14 @@
-#include "storage/TaskFile.h"
-
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <thread>
 
 #include "platform/Files.h"
 #include "storage/TaggedStream.h"
+#include "storage/TaskFile.h"
 #include "tests/support/TestSupport.h"
 
 namespace vq {
@@ -51,7 +49,8 @@ TaskFileData SampleTask() {
     g.Reserved1 = "r1";
     g.Reserved2 = "r2";
     g.EditPpp = "1";
-    t.steps.push_back({"Build", "make\r\nmake install", "rc.txt", "/tmp", "A=1\r\nB=2", "80", "300", "1", "2", "1"});
+    t.steps.push_back({"Build", "make\r\nmake install", "rc.txt", "/tmp", "A=1\r\nB=2", "80", "300",
+                       "1", "2", "1"});
     t.taskFiles.push_back({"/home/a/x", "/srv/x", "1"});
     t.environ.push_back({"1", "Cap", "VAR", "T", "V", "H", "0", "9", "5", "F"});
     return t;
@@ -63,7 +62,8 @@ const char* const kSampleText =
     "<GENERAL>\r\n"
     "\t<TASKNAME>Nightly build</TASKNAME>\r\n"
     "\t<USER>$LOCALUSER$</USER>\r\n"
-    "\t<PASSWORD>0DE15DC7FDF21B9763B790482CDEF7F5E14FA8930373F8F84DA2EB06AD1FCC2AA8AB9C5F97031ABD</PASSWORD>\r\n"
+    "\t<PASSWORD>0DE15DC7FDF21B9763B790482CDEF7F5E14FA8930373F8F84DA2EB06AD1FCC2AA8AB9C5F97031ABD</"
+    "PASSWORD>\r\n"
     "\t<DOMAIN>$LOCALS$</DOMAIN>\r\n"
     "\t<SERVER>HOST</SERVER>\r\n"
     "\t<SERVERPATH>/srv</SERVERPATH>\r\n"
@@ -98,7 +98,8 @@ const char* const kSampleText =
     "\t<COMMAND>make\x01make install</COMMAND>\r\n"
     "\t<FILERC>rc.txt</FILERC>\r\n"
     "\t<WORKINGDIRECTORY>/tmp</WORKINGDIRECTORY>\r\n"
-    "\t<ENVIRONMENT>A=1\x01" "B=2</ENVIRONMENT>\r\n"
+    "\t<ENVIRONMENT>A=1\x01"
+    "B=2</ENVIRONMENT>\r\n"
     "\t<BUFFWIDTH>80</BUFFWIDTH>\r\n"
     "\t<BUFFHEIGHT>300</BUFFHEIGHT>\r\n"
     "\t<MINRC>1</MINRC>\r\n"
@@ -127,20 +128,34 @@ const char* const kSampleText =
 void ExpectSameTask(const TaskFileData& a, const TaskFileData& b, bool withEditPpp) {
     const TaskGeneral &x = a.general, &y = b.general;
     const std::pair<const std::string*, const std::string*> general[] = {
-        {&x.TaskName, &y.TaskName},       {&x.User, &y.User},
-        {&x.Password, &y.Password},       {&x.Domain, &y.Domain},
-        {&x.Server, &y.Server},           {&x.ServerPath, &y.ServerPath},
-        {&x.Dependent, &y.Dependent},     {&x.TaskReportFile, &y.TaskReportFile},
-        {&x.MaxRC, &y.MaxRC},             {&x.QueuePriority, &y.QueuePriority},
-        {&x.CpuPriority, &y.CpuPriority}, {&x.ScheduledTime, &y.ScheduledTime},
-        {&x.TaskRepeat, &y.TaskRepeat},   {&x.MaxTime, &y.MaxTime},
-        {&x.TaskClass, &y.TaskClass},     {&x.SubUser, &y.SubUser},
-        {&x.SubDomain, &y.SubDomain},     {&x.SubServer, &y.SubServer},
-        {&x.SubData, &y.SubData},         {&x.RepeatCancel, &y.RepeatCancel},
-        {&x.FontName, &y.FontName},       {&x.FontSize, &y.FontSize},
-        {&x.FontColor, &y.FontColor},     {&x.FontCharset, &y.FontCharset},
-        {&x.FontBold, &y.FontBold},       {&x.FontItalic, &y.FontItalic},
-        {&x.Reserved1, &y.Reserved1},     {&x.Reserved2, &y.Reserved2}};
+        {&x.TaskName, &y.TaskName},
+        {&x.User, &y.User},
+        {&x.Password, &y.Password},
+        {&x.Domain, &y.Domain},
+        {&x.Server, &y.Server},
+        {&x.ServerPath, &y.ServerPath},
+        {&x.Dependent, &y.Dependent},
+        {&x.TaskReportFile, &y.TaskReportFile},
+        {&x.MaxRC, &y.MaxRC},
+        {&x.QueuePriority, &y.QueuePriority},
+        {&x.CpuPriority, &y.CpuPriority},
+        {&x.ScheduledTime, &y.ScheduledTime},
+        {&x.TaskRepeat, &y.TaskRepeat},
+        {&x.MaxTime, &y.MaxTime},
+        {&x.TaskClass, &y.TaskClass},
+        {&x.SubUser, &y.SubUser},
+        {&x.SubDomain, &y.SubDomain},
+        {&x.SubServer, &y.SubServer},
+        {&x.SubData, &y.SubData},
+        {&x.RepeatCancel, &y.RepeatCancel},
+        {&x.FontName, &y.FontName},
+        {&x.FontSize, &y.FontSize},
+        {&x.FontColor, &y.FontColor},
+        {&x.FontCharset, &y.FontCharset},
+        {&x.FontBold, &y.FontBold},
+        {&x.FontItalic, &y.FontItalic},
+        {&x.Reserved1, &y.Reserved1},
+        {&x.Reserved2, &y.Reserved2}};
     for (const auto& [left, right] : general) EXPECT_EQ(*left, *right);
     if (withEditPpp) {
         EXPECT_EQ(x.EditPpp, y.EditPpp);
@@ -185,7 +200,7 @@ void ExpectSameTask(const TaskFileData& a, const TaskFileData& b, bool withEditP
 }
 
 class TaskFileLoad : public ::testing::Test {
-protected:
+  protected:
     std::string Write(const std::string& text, const std::string& name = "task.vqf") {
         const std::string path = dir.Path() + name;
         EXPECT_TRUE(WriteFileAtomic(path, text));
@@ -223,14 +238,17 @@ TEST_F(TaskFileLoad, PlainFileIsWrittenToTheByteAndReadBackFieldByField) {
 
 TEST_F(TaskFileLoad, LineBreaksInValuesComeBackAsCrLf) {
     TaskFileData sample = SampleTask();
-    sample.steps[0].Command = "a\nb\rc\r\nd\x1A" "e";
+    sample.steps[0].Command =
+        "a\nb\rc\r\nd\x1A"
+        "e";
     ASSERT_TRUE(Load(Write(TaskFileText(sample))));
     EXPECT_EQ(task.steps[0].Command, "a\r\nb\r\nc\r\nd\r\ne");
 }
 
 TEST_F(TaskFileLoad, FileWithLfLineEndsAndFreeIndentationIsRead) {
     std::string text = kSampleText;
-    for (size_t at = text.find("\r\n"); at != std::string::npos; at = text.find("\r\n", at)) text.replace(at, 2, "\n");
+    for (size_t at = text.find("\r\n"); at != std::string::npos; at = text.find("\r\n", at))
+        text.replace(at, 2, "\n");
     text = Replace(text, "\n<GENERAL>\n", "\n      <GENERAL>   \n");
     text = Replace(text, "\t<USER>", "<USER>");
     ASSERT_TRUE(Load(Write(text))) << error;
@@ -238,7 +256,8 @@ TEST_F(TaskFileLoad, FileWithLfLineEndsAndFreeIndentationIsRead) {
 }
 
 TEST_F(TaskFileLoad, VersionLinesAndFileTagsCombineFreely) {
-    ASSERT_TRUE(Load(Write(Replace(kSampleText, "Orvantis File Version 1.0", "  Belquinn File Version 1.0 \t"))));
+    ASSERT_TRUE(Load(Write(
+        Replace(kSampleText, "Orvantis File Version 1.0", "  Belquinn File Version 1.0 \t"))));
     ASSERT_TRUE(Load(Write(Replace(kSampleText, "<ORVANTIS>", "<BELQUINN>"))));
     ExpectFailure(Replace(kSampleText, "Orvantis File Version 1.0", "orvantis file version 1.0"),
                   "Invalid File Version.", 6);
@@ -248,8 +267,11 @@ TEST_F(TaskFileLoad, VersionLinesAndFileTagsCombineFreely) {
 }
 
 TEST_F(TaskFileLoad, EveryFieldIsRequiredAndInOrder) {
-    ExpectFailure(Replace(kSampleText, "\t<RESERVED1>r1</RESERVED1>\r\n", ""), "Invalid Data: RESERVED1", 6);
-    ExpectFailure(Replace(kSampleText, "\t<USER>$LOCALUSER$</USER>\r\n\t<PASSWORD>", "\t<PASSWORD>"), "Invalid Data: USER", 6);
+    ExpectFailure(Replace(kSampleText, "\t<RESERVED1>r1</RESERVED1>\r\n", ""),
+                  "Invalid Data: RESERVED1", 6);
+    ExpectFailure(
+        Replace(kSampleText, "\t<USER>$LOCALUSER$</USER>\r\n\t<PASSWORD>", "\t<PASSWORD>"),
+        "Invalid Data: USER", 6);
     // Two fields swapped fail at the first of them.
     const std::string user = "\t<USER>$LOCALUSER$</USER>\r\n";
     std::string swapped = Replace(kSampleText, user, "");
@@ -257,15 +279,20 @@ TEST_F(TaskFileLoad, EveryFieldIsRequiredAndInOrder) {
     ExpectFailure(swapped, "Invalid Data: USER", 6);
     ExpectFailure(Replace(kSampleText, "\t<HELP>H</HELP>\r\n", ""), "Invalid Data: HELP", 9);
     ExpectFailure(Replace(kSampleText, "\t<COPY>1</COPY>\r\n", ""), "Invalid Data: COPY", 8);
-    ExpectFailure(Replace(kSampleText, "<STEPNAME>Build", "<STEPNAME2>Build"), "Invalid Data: STEPNAME", 7);
+    ExpectFailure(Replace(kSampleText, "<STEPNAME>Build", "<STEPNAME2>Build"),
+                  "Invalid Data: STEPNAME", 7);
 }
 
 TEST_F(TaskFileLoad, CountsDecideTheSections) {
-    ExpectFailure(Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>0<"), "Invalid File Format.", 7);
-    ExpectFailure(Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>-3<"), "Invalid File Format.", 7);
+    ExpectFailure(Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>0<"),
+                  "Invalid File Format.", 7);
+    ExpectFailure(Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>-3<"),
+                  "Invalid File Format.", 7);
     ExpectFailure(Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>one<"), "Type mismatch", 6);
-    ExpectFailure(Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>99999999999<"), "Overflow", 6);
-    ExpectFailure(Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>2<"), "Invalid File Format.", 7);
+    ExpectFailure(Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>99999999999<"), "Overflow",
+                  6);
+    ExpectFailure(Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>2<"),
+                  "Invalid File Format.", 7);
     ExpectFailure(Replace(kSampleText, "<TASKFILE>\r\n", "<FILE>\r\n"), "Invalid File Format.", 8);
     ExpectFailure(Replace(kSampleText, "<ENVIRON>\r\n", "<ENV>\r\n"), "Invalid File Format.", 9);
     TaskFileData noLists = SampleTask();
@@ -299,7 +326,8 @@ TEST_F(TaskFileLoad, MissingFileFailsAfterFiveWaitsWithProgress907) {
     const std::string path = dir.Path() + "absent.vqf";
     EXPECT_FALSE(Load(path));
     EXPECT_EQ(clock.slept, 500);
-    EXPECT_EQ(error, "ERROR: Cannot Open \"" + path + "\". \n\nNo such file or directory\n\nLoad Progress Number: 907");
+    EXPECT_EQ(error, "ERROR: Cannot Open \"" + path +
+                         "\". \n\nNo such file or directory\n\nLoad Progress Number: 907");
 }
 
 TEST_F(TaskFileLoad, AFolderIsNoTaskFile) {
@@ -325,7 +353,7 @@ TEST_F(TaskFileLoad, RecordLockOfAWriterKeepsTheFileShared) {
 
 // A writer that holds an exclusive lock on the file for `ms` milliseconds, on its own thread.
 class LockingWriter {
-public:
+  public:
     LockingWriter(const std::string& path, int ms) : fd_(::open(path.c_str(), O_RDWR | O_CLOEXEC)) {
         EXPECT_EQ(::flock(fd_, LOCK_EX), 0);
         thread_ = std::thread([this, ms] {
@@ -338,7 +366,7 @@ public:
         ::close(fd_);
     }
 
-private:
+  private:
     int fd_;
     std::thread thread_;
 };

@@ -1,6 +1,6 @@
-#include "storage/VqString.h"
-
 #include <gtest/gtest.h>
+
+#include "storage/VqString.h"
 
 namespace vq {
 namespace {

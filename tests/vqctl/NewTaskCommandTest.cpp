@@ -1,7 +1,6 @@
 // vqctl new-task, run as a process.
-#include <sys/wait.h>
-
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <cstdio>
 #include <string>
@@ -43,7 +42,7 @@ RunResult RunVqctl(const std::vector<std::string>& args) {
 }
 
 class NewTask : public ::testing::Test {
-protected:
+  protected:
     bool Load(const std::string& path) { return LoadTaskFile(clock, path, task, error); }
     test::TempDir dir;
     test::FakeClock clock;
@@ -88,13 +87,15 @@ TEST_F(NewTask, FillsWhatIsNotGivenWithSensibleValues) {
 
 TEST_F(NewTask, TakesTaskAndStepOptions) {
     const std::string path = dir.Path() + "t.vqf";
-    const RunResult run = RunVqctl({"new-task", "--name", "Nightly build", "--class", "c", "--priority", "5",
-                                    "--cpu-priority", "31", "--at", "2027-01-02 03:04:05", "--max-rc", "2",
-                                    "--max-time", "3600", "--depends", "Other", "--report", "rep",
-                                    "--password", "secret", "--encrypted",
-                                    "--step", "make", "--step-name", "Build", "--dir", "/tmp", "--rc", "1-3",
-                                    "--env", "A=1", "--env", "B=two words", "--file-rc", "rc.txt",
-                                    "--step", "echo cleanup", "--rc", "0-99", "--skip", path});
+    // clang-format off
+    const RunResult run = RunVqctl({"new-task", "--name", "Nightly build", "--class", "c",
+        "--priority", "5", "--cpu-priority", "31", "--at", "2027-01-02 03:04:05", "--max-rc", "2",
+        "--max-time", "3600", "--depends", "Other", "--report", "rep", "--password", "secret",
+        "--encrypted",
+        "--step", "make", "--step-name", "Build", "--dir", "/tmp", "--rc", "1-3", "--env", "A=1",
+        "--env", "B=two words", "--file-rc", "rc.txt",
+        "--step", "echo cleanup", "--rc", "0-99", "--skip", path});
+    // clang-format on
     ASSERT_EQ(run.exitCode, 0) << run.output;
     ASSERT_TRUE(Load(path)) << error;
     const TaskGeneral& g = task.general;
@@ -126,7 +127,8 @@ TEST_F(NewTask, TakesTaskAndStepOptions) {
 TEST_F(NewTask, HelpExplainsTheOptions) {
     const RunResult run = RunVqctl({"new-task", "--help"});
     EXPECT_EQ(run.exitCode, 0);
-    for (const char* option : {"--step", "--rc", "--class", "--priority", "--at", "--repeat", "--encrypted"})
+    for (const char* option :
+         {"--step", "--rc", "--class", "--priority", "--at", "--repeat", "--encrypted"})
         EXPECT_NE(run.output.find(option), std::string::npos) << option;
     EXPECT_NE(RunVqctl({}).output.find("new-task"), std::string::npos);
 }
@@ -134,17 +136,17 @@ TEST_F(NewTask, HelpExplainsTheOptions) {
 TEST_F(NewTask, RefusesWhatWouldMakeAnInvalidTaskFile) {
     const std::string path = dir.Path() + "bad.vqf";
     const std::vector<std::vector<std::string>> bad = {
-        {"new-task", path},                                          // no step
-        {"new-task", "--step", "x"},                                 // no file
-        {"new-task", "--rc", "1-1", "--step", "x", path},            // step option before a step
-        {"new-task", "--step", "x", "--rc", "5-2", path},            // range upside down
-        {"new-task", "--step", "x", "--class", "AB", path},          // no class letter
-        {"new-task", "--step", "x", "--priority", "6", path},        // no priority code
-        {"new-task", "--step", "x", "--at", "tomorrow", path},       // no date
-        {"new-task", "--step", "x", "--name", "a/b", path},          // no folder name
-        {"new-task", "--step", "x", "--user", "..", path},           // no folder name
-        {"new-task", "--step", "x", "--env", "novalue", path},       // no NAME=VALUE
-        {"new-task", "--step", "x", "--repeat", "short", path},      // no repeat string
+        {"new-task", path},                                      // no step
+        {"new-task", "--step", "x"},                             // no file
+        {"new-task", "--rc", "1-1", "--step", "x", path},        // step option before a step
+        {"new-task", "--step", "x", "--rc", "5-2", path},        // range upside down
+        {"new-task", "--step", "x", "--class", "AB", path},      // no class letter
+        {"new-task", "--step", "x", "--priority", "6", path},    // no priority code
+        {"new-task", "--step", "x", "--at", "tomorrow", path},   // no date
+        {"new-task", "--step", "x", "--name", "a/b", path},      // no folder name
+        {"new-task", "--step", "x", "--user", "..", path},       // no folder name
+        {"new-task", "--step", "x", "--env", "novalue", path},   // no NAME=VALUE
+        {"new-task", "--step", "x", "--repeat", "short", path},  // no repeat string
         {"new-task", "--step", "x", "--password", std::string(40, 'p'), path},
         {"new-task", "--step", "x", "--bogus", "1", path},
         {"new-task", "--step"},
@@ -155,7 +157,8 @@ TEST_F(NewTask, RefusesWhatWouldMakeAnInvalidTaskFile) {
         EXPECT_NE(run.output.find("vqctl new-task: "), std::string::npos) << run.output;
     }
     EXPECT_FALSE(PathExists(path));
-    const RunResult unwritable = RunVqctl({"new-task", "--step", "x", dir.Path() + "missing/t.vqf"});
+    const RunResult unwritable =
+        RunVqctl({"new-task", "--step", "x", dir.Path() + "missing/t.vqf"});
     EXPECT_EQ(unwritable.exitCode, 1) << unwritable.output;
 }
 
