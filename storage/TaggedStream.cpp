@@ -5,7 +5,6 @@
 #include <cmath>
 
 #include "platform/Error.h"
-#include "platform/Files.h"
 
 namespace vq {
 namespace {
@@ -186,12 +185,6 @@ std::string InputZkStreamLine(VqStringReader& reader) { return TrimLine(reader.R
 void ZkOutFile::Print(std::string_view line) {
     text_ += line;
     text_ += kCrLf;
-}
-
-ZkInFile ZkInFile::Open(const std::string& path) {
-    std::string content;
-    if (!ReadWholeFile(path, content)) throw VqError(ErrnoText(errno), errno, "Open");
-    return ZkInFile(std::move(content));
 }
 
 std::string ZkInFile::ReadLine(const char* source) {

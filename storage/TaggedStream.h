@@ -41,13 +41,11 @@ class ZkOutFile {
     std::string text_;
 };
 
-// A file opened for reading line by line. A line ends at CR LF, LF or CR. Reading past the
+// The text of a file, read line by line. A line ends at CR LF, LF or CR. Reading past the
 // end is VqError 62 "Input past end of file".
 class ZkInFile {
   public:
     explicit ZkInFile(std::string content) : content_(std::move(content)) {}
-    // Reads a whole file; VqError with the system's description when it can't be read.
-    static ZkInFile Open(const std::string& path);
     bool AtEnd() const { return position_ >= content_.size(); }
     std::string ReadLine(const char* source);
 
