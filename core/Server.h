@@ -14,6 +14,7 @@
 #include "platform/Operator.h"
 #include "platform/UniqueFd.h"
 #include "runner/RunnerLinkState.h"
+#include "storage/Classes.h"
 #include "storage/Registry.h"
 
 namespace vq {
@@ -53,6 +54,7 @@ struct Server {
     Screen& screen;
 
     WorkingTables tables;
+    ClassData classes;  // ClassTable, Ponders and the non-working day cache
 
     std::string ServerPath;   // the queue root, always with a closing "/"
     std::string RunnerPath;   // the program folder and "runlet"

@@ -9,5 +9,7 @@ using Args = std::vector<std::string>;
 
 // config get|set|list SECTION [NAME [VALUE]]
 int ConfigCommand(const Args& args);
+// new-task [OPTIONS] --step COMMAND ... FILE: writes a task file
+int NewTaskCommand(const Args& args);
 
 }  // namespace vqctl

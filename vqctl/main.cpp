@@ -11,7 +11,8 @@ int Usage() {
     std::fputs(
         "usage: vqctl COMMAND ...\n"
         "commands:\n"
-        "  config get|set|list SECTION [NAME [VALUE]]   read and change the server's settings\n",
+        "  config get|set|list SECTION [NAME [VALUE]]   read and change the server's settings\n"
+        "  new-task [OPTIONS] --step COMMAND ... FILE     write a task file (new-task --help)\n",
         stderr);
     return 2;
 }
@@ -24,6 +25,7 @@ int main(int argc, char** argv) {
     const std::string command = argv[1];
     const vqctl::Args args(argv + 2, argv + argc);
     if (command == "config") return vqctl::ConfigCommand(args);
+    if (command == "new-task") return vqctl::NewTaskCommand(args);
     if (command == "--help" || command == "-h" || command == "help") {
         Usage();
         return 0;

@@ -1,0 +1,170 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "platform/Error.h"
+#include "storage/TaggedStream.h"
+
+namespace vq {
+namespace {
+
+std::string Written(const std::string& tag, const std::string& value) {
+    VqStringBuilder b;
+    OutputZkStreamC(b, tag, value);
+    return b.toString();
+}
+
+std::string ReadBack(const std::string& tag, const std::string& value) {
+    VqStringReader r(Written(tag, value) + "\r\n");
+    return InputZkStreamC(r, tag);
+}
+
+void ExpectVqError(const std::function<void()>& call, int number, const std::string& source,
+                   const std::string& text) {
+    try {
+        call();
+        ADD_FAILURE() << "no error raised";
+    } catch (const VqError& e) {
+        EXPECT_EQ(e.Number(), number);
+        EXPECT_EQ(e.Source(), source);
+        EXPECT_EQ(std::string(e.what()), text);
+    }
+}
+
+TEST(ConvertTagValue, LineBreaksAndCode26BecomeCode1AndComeBackAsCrLf) {
+    EXPECT_EQ(ConvertTagValue("a\r\nb\nc\rd\x1A"
+                              "e",
+                              TagValueDirection::ForWriting),
+              "a\x01"
+              "b\x01"
+              "c\x01"
+              "d\x01"
+              "e");
+    EXPECT_EQ(ConvertTagValue("\n\r", TagValueDirection::ForWriting), "\x01\x01");
+    EXPECT_EQ(ConvertTagValue("\r\r\n", TagValueDirection::ForWriting), "\x01\x01");
+    EXPECT_EQ(ConvertTagValue("x\x01y", TagValueDirection::ForReading), "x\r\ny");
+    EXPECT_EQ(ConvertTagValue("<&>", TagValueDirection::ForWriting), "<&>");
+}
+
+TEST(TaggedStream, WritesValueLinesAndSectionTagsExactly) {
+    VqStringBuilder b;
+    OutputZkStreamTag(b, "TASK");
+    OutputZkStreamC(b, "NAME", "a\r\nb");
+    OutputZkStreamC(b, "EMPTY", "");
+    OutputZkStreamTag(b, "/TASK");
+    EXPECT_EQ(b.toDelimitedString("\r\n"),
+              "<TASK>\r\n\t<NAME>a\x01"
+              "b</NAME>\r\n\t<EMPTY></EMPTY>\r\n</TASK>");
+}
+
+TEST(TaggedStream, EveryLineBreakReadsBackAsCrLf) {
+    EXPECT_EQ(ReadBack("V", "1\r\n2\n3\r4"), "1\r\n2\r\n3\r\n4");
+    EXPECT_EQ(ReadBack("V",
+                       "a\x1A"
+                       "b"),
+              "a\r\nb");
+    EXPECT_EQ(ReadBack("V",
+                       "a\x01"
+                       "b"),
+              "a\r\nb");
+    EXPECT_EQ(ReadBack("V", "x < y & z > w"), "x < y & z > w");
+    EXPECT_EQ(ReadBack("V", ""), "");
+}
+
+TEST(TaggedStream, StreamValueHoldingItsClosingTagReadsBackWhole) {
+    EXPECT_EQ(ReadBack("V", "a</V>b"), "a</V>b");
+    VqStringReader r("junk <V>value</V> trailing\r\n");
+    EXPECT_EQ(InputZkStreamC(r, "V"), "value");
+}
+
+TEST(TaggedStream, OptionalReadStepsBackSoTheNextFieldSeesTheLine) {
+    VqStringReader r("\t<A>1</A>\r\n\t<C>3</C>\r\n");
+    EXPECT_EQ(InputZkStreamC(r, "A"), "1");
+    EXPECT_EQ(InputZkStreamC(r, "B", true), "");
+    EXPECT_EQ(InputZkStreamC(r, "C"), "3");
+    EXPECT_TRUE(r.IsEOF());
+}
+
+TEST(TaggedStream, MissingTagIsError5WithTheTagName) {
+    VqStringReader r("\t<A>1</A>\r\n\t<B>2\r\n");
+    ExpectVqError([&] { InputZkStreamC(r, "X"); }, 5, "InputZkStreamC", "Invalid Data: X");
+    ExpectVqError([&] { InputZkStreamC(r, "B"); }, 5, "InputZkStreamC", "Invalid Data: B");
+    // The end of the text holds no tag either.
+    ExpectVqError([&] { InputZkStreamC(r, "B"); }, 5, "InputZkStreamC", "Invalid Data: B");
+    VqStringReader swapped("</A>x<A>\r\n");
+    ExpectVqError([&] { InputZkStreamC(swapped, "A"); }, 5, "InputZkStreamC", "Invalid Data: A");
+}
+
+TEST(TaggedStream, SectionTagsMatchWhateverTheirIndentation) {
+    VqStringReader r("\t<GENERAL>\r\n    <STEP>  \r\n<step>\r\n");
+    EXPECT_TRUE(InputZkStreamTag(r, "GENERAL"));
+    EXPECT_TRUE(InputZkStreamTag(r, "STEP"));
+    EXPECT_FALSE(InputZkStreamTag(r, "STEP"));  // case-sensitive; the line is consumed
+    EXPECT_TRUE(r.IsEOF());
+    EXPECT_FALSE(InputZkStreamTag(r, "STEP"));  // at the end: the empty line
+    VqStringReader lines("  \tword \r\n");
+    lines.Delimiter("\n");
+    EXPECT_EQ(InputZkStreamLine(lines), "word");
+}
+
+TEST(TrimLine, RemovesEveryCodeUpTo32FromBothEnds) {
+    EXPECT_EQ(TrimLine("\t<A>\r"), "<A>");
+    EXPECT_EQ(TrimLine("\x01\x1F a b \x7F"), "a b \x7F");
+    EXPECT_EQ(TrimLine(" \t\r\n "), "");
+    EXPECT_EQ(TrimLine("\xE9x\xE9"), "\xE9x\xE9");  // high codes are characters, not blanks
+}
+
+TEST(TaggedFile, WritesFourAndEightBlanksAndCrLf) {
+    ZkOutFile f;
+    OutputZkTag(f, "PONDERS");
+    OutputZkC(f, "PONDER0", "1\r\n2");
+    OutputZkTag(f, "/PONDERS");
+    EXPECT_EQ(f.Text(),
+              "    <PONDERS>\r\n        <PONDER0>1\x01"
+              "2</PONDER0>\r\n    </PONDERS>\r\n");
+}
+
+TEST(TaggedFile, ReadsValuesCutAtTheFirstClosingTag) {
+    ZkOutFile out;
+    OutputZkTag(out, "S");
+    OutputZkC(out, "V", "a</V>b");
+    OutputZkC(out, "W", "x\ny");
+    ZkInFile in(out.Text());
+    EXPECT_TRUE(InputZkTag(in, "S"));
+    EXPECT_EQ(InputZkC(in, "V"), "a");
+    EXPECT_EQ(InputZkC(in, "W"), "x\r\ny");
+    EXPECT_TRUE(in.AtEnd());
+    ExpectVqError([&] { InputZkC(in, "V"); }, 62, "InputZkC", "Input past end of file");
+}
+
+TEST(TaggedFile, MissingTagIsError5AndLinesEndInAnyBreak) {
+    ZkInFile in("<A>1</A>\n<B>2</B>\r<C>3\r\n");
+    EXPECT_EQ(InputZkC(in, "A"), "1");
+    EXPECT_EQ(InputZkC(in, "B"), "2");
+    ExpectVqError([&] { InputZkC(in, "C"); }, 5, "InputZkC", "Invalid Data: C");
+}
+
+TEST(TagNumbers, ConvertLikeThePlatformWithOverflowAndMismatch) {
+    EXPECT_EQ(ConvertToLong(" 12 "), 12);
+    EXPECT_EQ(ConvertToLong("-2147483648"), INT32_MIN);
+    EXPECT_EQ(ConvertToLong("2147483647"), INT32_MAX);
+    EXPECT_EQ(ConvertToLong("2.5"), 2);  // half to even
+    EXPECT_EQ(ConvertToLong("3.5"), 4);
+    EXPECT_EQ(ConvertToLong("1e3"), 1000);
+    ExpectVqError([] { ConvertToLong("2147483648"); }, 6, "", "Overflow");
+    ExpectVqError([] { ConvertToLong("1e400"); }, 6, "", "Overflow");
+    ExpectVqError([] { ConvertToLong(""); }, 13, "", "Type mismatch");
+    ExpectVqError([] { ConvertToLong("12abc"); }, 13, "", "Type mismatch");
+    ExpectVqError([] { ConvertToLong("."); }, 13, "", "Type mismatch");
+    EXPECT_EQ(ConvertToByte("255"), 255);
+    ExpectVqError([] { ConvertToByte("256"); }, 6, "", "Overflow");
+    ExpectVqError([] { ConvertToByte("-1"); }, 6, "", "Overflow");
+    EXPECT_DOUBLE_EQ(ConvertToDouble("0.25"), 0.25);
+    EXPECT_DOUBLE_EQ(ConvertToDouble("1e-400"), 0.0);
+    EXPECT_EQ(FormatDecimal(0.25), "0.25");
+    EXPECT_EQ(FormatDecimal(1), "1");
+    EXPECT_DOUBLE_EQ(ConvertToDouble(FormatDecimal(0.1 + 0.2)), 0.1 + 0.2);
+}
+
+}  // namespace
+}  // namespace vq

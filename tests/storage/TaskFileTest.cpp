@@ -1,0 +1,474 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "platform/Files.h"
+#include "storage/TaggedStream.h"
+#include "storage/TaskFile.h"
+#include "tests/support/TestSupport.h"
+
+namespace vq {
+namespace {
+
+using test::FakeClock;
+using test::TempDir;
+
+TaskFileData SampleTask() {
+    TaskFileData t;
+    TaskGeneral& g = t.general;
+    g.TaskName = "Nightly build";
+    g.User = "$LOCALUSER$";
+    g.Password = "0DE15DC7FDF21B9763B790482CDEF7F5E14FA8930373F8F84DA2EB06AD1FCC2AA8AB9C5F97031ABD";
+    g.Domain = "$LOCALS$";
+    g.Server = "HOST";
+    g.ServerPath = "/srv";
+    g.Dependent = "Other";
+    g.TaskReportFile = "report";
+    g.MaxRC = "1";
+    g.QueuePriority = "3";
+    g.CpuPriority = "22";
+    g.ScheduledTime = "2026-11-22 12:00:00";
+    g.TaskRepeat = "0000" + std::string(38, ' ') + "0000ED";
+    g.MaxTime = "0";
+    g.TaskClass = "B";
+    g.SubUser = "anna";
+    g.SubDomain = "$LOCALS$";
+    g.SubServer = "HOST";
+    g.SubData = "d";
+    g.RepeatCancel = "0";
+    g.FontName = "Mono";
+    g.FontSize = "10";
+    g.FontColor = "0";
+    g.FontCharset = "0";
+    g.FontBold = "1";
+    g.FontItalic = "0";
+    g.Reserved1 = "r1";
+    g.Reserved2 = "r2";
+    g.EditPpp = "1";
+    t.steps.push_back({"Build", "make\r\nmake install", "rc.txt", "/tmp", "A=1\r\nB=2", "80", "300",
+                       "1", "2", "1"});
+    t.taskFiles.push_back({"/home/a/x", "/srv/x", "1"});
+    t.environ.push_back({"1", "Cap", "VAR", "T", "V", "H", "0", "9", "5", "F"});
+    return t;
+}
+
+const char* const kSampleText =
+    "Orvantis File Version 1.0\r\n"
+    "<ORVANTIS>\r\n"
+    "<GENERAL>\r\n"
+    "\t<TASKNAME>Nightly build</TASKNAME>\r\n"
+    "\t<USER>$LOCALUSER$</USER>\r\n"
+    "\t<PASSWORD>0DE15DC7FDF21B9763B790482CDEF7F5E14FA8930373F8F84DA2EB06AD1FCC2AA8AB9C5F97031ABD</"
+    "PASSWORD>\r\n"
+    "\t<DOMAIN>$LOCALS$</DOMAIN>\r\n"
+    "\t<SERVER>HOST</SERVER>\r\n"
+    "\t<SERVERPATH>/srv</SERVERPATH>\r\n"
+    "\t<DEPENDENT>Other</DEPENDENT>\r\n"
+    "\t<TASKREPORTFILE>report</TASKREPORTFILE>\r\n"
+    "\t<MAXRC>1</MAXRC>\r\n"
+    "\t<QUEUEPRIORITY>3</QUEUEPRIORITY>\r\n"
+    "\t<CPUPRIORITY>22</CPUPRIORITY>\r\n"
+    "\t<SCHEDULEDTIME>2026-11-22 12:00:00</SCHEDULEDTIME>\r\n"
+    "\t<TASKREPEAT>0000                                      0000ED</TASKREPEAT>\r\n"
+    "\t<MAXTIME>0</MAXTIME>\r\n"
+    "\t<TASKCLASS>B</TASKCLASS>\r\n"
+    "\t<SUBUSER>anna</SUBUSER>\r\n"
+    "\t<SUBDOMAIN>$LOCALS$</SUBDOMAIN>\r\n"
+    "\t<SUBSERVER>HOST</SUBSERVER>\r\n"
+    "\t<SUBDATA>d</SUBDATA>\r\n"
+    "\t<REPEATCANCEL>0</REPEATCANCEL>\r\n"
+    "\t<FONTNAME>Mono</FONTNAME>\r\n"
+    "\t<FONTSIZE>10</FONTSIZE>\r\n"
+    "\t<FONTCOLOR>0</FONTCOLOR>\r\n"
+    "\t<FONTCHARSET>0</FONTCHARSET>\r\n"
+    "\t<FONTBOLD>1</FONTBOLD>\r\n"
+    "\t<FONTITALIC>0</FONTITALIC>\r\n"
+    "\t<RESERVED1>r1</RESERVED1>\r\n"
+    "\t<RESERVED2>r2</RESERVED2>\r\n"
+    "\t<NUMBERSTEPS>1</NUMBERSTEPS>\r\n"
+    "\t<NUMBERTASKFILES>1</NUMBERTASKFILES>\r\n"
+    "\t<NUMBERENVIRON>1</NUMBERENVIRON>\r\n"
+    "</GENERAL>\r\n"
+    "<STEP>\r\n"
+    "\t<STEPNAME>Build</STEPNAME>\r\n"
+    "\t<COMMAND>make\x01make install</COMMAND>\r\n"
+    "\t<FILERC>rc.txt</FILERC>\r\n"
+    "\t<WORKINGDIRECTORY>/tmp</WORKINGDIRECTORY>\r\n"
+    "\t<ENVIRONMENT>A=1\x01"
+    "B=2</ENVIRONMENT>\r\n"
+    "\t<BUFFWIDTH>80</BUFFWIDTH>\r\n"
+    "\t<BUFFHEIGHT>300</BUFFHEIGHT>\r\n"
+    "\t<MINRC>1</MINRC>\r\n"
+    "\t<MAXRC>2</MAXRC>\r\n"
+    "\t<EXECUTE>1</EXECUTE>\r\n"
+    "</STEP>\r\n"
+    "<TASKFILE>\r\n"
+    "\t<LOCALPATH>/home/a/x</LOCALPATH>\r\n"
+    "\t<SERVERPATH>/srv/x</SERVERPATH>\r\n"
+    "\t<COPY>1</COPY>\r\n"
+    "</TASKFILE>\r\n"
+    "<ENVIRON>\r\n"
+    "\t<STEP>1</STEP>\r\n"
+    "\t<CAPTION>Cap</CAPTION>\r\n"
+    "\t<VARIABLE>VAR</VARIABLE>\r\n"
+    "\t<TYPE>T</TYPE>\r\n"
+    "\t<VALUE>V</VALUE>\r\n"
+    "\t<HELP>H</HELP>\r\n"
+    "\t<MIN>0</MIN>\r\n"
+    "\t<MAX>9</MAX>\r\n"
+    "\t<PERCENT>5</PERCENT>\r\n"
+    "\t<FORMAT>F</FORMAT>\r\n"
+    "</ENVIRON>\r\n"
+    "</ORVANTIS>\r\n";
+
+void ExpectSameTask(const TaskFileData& a, const TaskFileData& b, bool withEditPpp) {
+    const TaskGeneral &x = a.general, &y = b.general;
+    const std::pair<const std::string*, const std::string*> general[] = {
+        {&x.TaskName, &y.TaskName},
+        {&x.User, &y.User},
+        {&x.Password, &y.Password},
+        {&x.Domain, &y.Domain},
+        {&x.Server, &y.Server},
+        {&x.ServerPath, &y.ServerPath},
+        {&x.Dependent, &y.Dependent},
+        {&x.TaskReportFile, &y.TaskReportFile},
+        {&x.MaxRC, &y.MaxRC},
+        {&x.QueuePriority, &y.QueuePriority},
+        {&x.CpuPriority, &y.CpuPriority},
+        {&x.ScheduledTime, &y.ScheduledTime},
+        {&x.TaskRepeat, &y.TaskRepeat},
+        {&x.MaxTime, &y.MaxTime},
+        {&x.TaskClass, &y.TaskClass},
+        {&x.SubUser, &y.SubUser},
+        {&x.SubDomain, &y.SubDomain},
+        {&x.SubServer, &y.SubServer},
+        {&x.SubData, &y.SubData},
+        {&x.RepeatCancel, &y.RepeatCancel},
+        {&x.FontName, &y.FontName},
+        {&x.FontSize, &y.FontSize},
+        {&x.FontColor, &y.FontColor},
+        {&x.FontCharset, &y.FontCharset},
+        {&x.FontBold, &y.FontBold},
+        {&x.FontItalic, &y.FontItalic},
+        {&x.Reserved1, &y.Reserved1},
+        {&x.Reserved2, &y.Reserved2}};
+    for (const auto& [left, right] : general) EXPECT_EQ(*left, *right);
+    if (withEditPpp) {
+        EXPECT_EQ(x.EditPpp, y.EditPpp);
+    }
+    EXPECT_EQ(y.NumberSteps, static_cast<int32_t>(a.steps.size()));
+    EXPECT_EQ(y.NumberTaskFiles, static_cast<int32_t>(a.taskFiles.size()));
+    EXPECT_EQ(y.NumberEnviron, static_cast<int32_t>(a.environ.size()));
+    ASSERT_EQ(a.steps.size(), b.steps.size());
+    for (size_t i = 0; i < a.steps.size(); ++i) {
+        const TaskStep &s = a.steps[i], &t = b.steps[i];
+        EXPECT_EQ(s.StepName, t.StepName);
+        EXPECT_EQ(s.Command, t.Command);
+        EXPECT_EQ(s.FileRC, t.FileRC);
+        EXPECT_EQ(s.WorkingDirectory, t.WorkingDirectory);
+        EXPECT_EQ(s.Environment, t.Environment);
+        EXPECT_EQ(s.BuffWidth, t.BuffWidth);
+        EXPECT_EQ(s.BuffHeight, t.BuffHeight);
+        EXPECT_EQ(s.MinRC, t.MinRC);
+        EXPECT_EQ(s.MaxRC, t.MaxRC);
+        EXPECT_EQ(s.Execute, t.Execute);
+    }
+    ASSERT_EQ(a.taskFiles.size(), b.taskFiles.size());
+    for (size_t i = 0; i < a.taskFiles.size(); ++i) {
+        EXPECT_EQ(a.taskFiles[i].LocalPath, b.taskFiles[i].LocalPath);
+        EXPECT_EQ(a.taskFiles[i].ServerPath, b.taskFiles[i].ServerPath);
+        EXPECT_EQ(a.taskFiles[i].Copy, b.taskFiles[i].Copy);
+    }
+    ASSERT_EQ(a.environ.size(), b.environ.size());
+    for (size_t i = 0; i < a.environ.size(); ++i) {
+        const TaskEnviron &e = a.environ[i], &f = b.environ[i];
+        EXPECT_EQ(e.Step, f.Step);
+        EXPECT_EQ(e.Caption, f.Caption);
+        EXPECT_EQ(e.Variable, f.Variable);
+        EXPECT_EQ(e.Type, f.Type);
+        EXPECT_EQ(e.Value, f.Value);
+        EXPECT_EQ(e.Help, f.Help);
+        EXPECT_EQ(e.Min, f.Min);
+        EXPECT_EQ(e.Max, f.Max);
+        EXPECT_EQ(e.Percent, f.Percent);
+        EXPECT_EQ(e.Format, f.Format);
+    }
+}
+
+class TaskFileLoad : public ::testing::Test {
+  protected:
+    std::string Write(const std::string& text, const std::string& name = "task.vqf") {
+        const std::string path = dir.Path() + name;
+        EXPECT_TRUE(WriteFileAtomic(path, text));
+        return path;
+    }
+    bool Load(const std::string& path) { return LoadTaskFile(clock, path, task, error); }
+    // Loads `text` and expects failure with `description` at `progress`.
+    void ExpectFailure(const std::string& text, const std::string& description, int progress) {
+        const std::string path = Write(text);
+        EXPECT_FALSE(Load(path));
+        EXPECT_EQ(error, "ERROR: Cannot Open \"" + path + "\". \n\n" + description +
+                             "\n\nLoad Progress Number: " + std::to_string(progress));
+    }
+    static std::string Replace(std::string text, const std::string& from, const std::string& to) {
+        const size_t at = text.find(from);
+        EXPECT_NE(at, std::string::npos) << from;
+        return text.replace(at, from.size(), to);
+    }
+
+    TempDir dir;
+    FakeClock clock;
+    TaskFileData task;
+    std::string error;
+};
+
+TEST_F(TaskFileLoad, PlainFileIsWrittenToTheByteAndReadBackFieldByField) {
+    const TaskFileData sample = SampleTask();
+    EXPECT_EQ(TaskFileText(sample), kSampleText);
+    ASSERT_TRUE(Load(Write(kSampleText))) << error;
+    ExpectSameTask(sample, task, false);
+    EXPECT_EQ(task.general.EditPpp, "");
+    EXPECT_EQ(task.steps[0].Command, "make\r\nmake install");
+    EXPECT_EQ(clock.slept, 0);
+}
+
+TEST_F(TaskFileLoad, LineBreaksInValuesComeBackAsCrLf) {
+    TaskFileData sample = SampleTask();
+    sample.steps[0].Command =
+        "a\nb\rc\r\nd\x1A"
+        "e";
+    ASSERT_TRUE(Load(Write(TaskFileText(sample))));
+    EXPECT_EQ(task.steps[0].Command, "a\r\nb\r\nc\r\nd\r\ne");
+}
+
+TEST_F(TaskFileLoad, FileWithLfLineEndsAndFreeIndentationIsRead) {
+    std::string text = kSampleText;
+    for (size_t at = text.find("\r\n"); at != std::string::npos; at = text.find("\r\n", at))
+        text.replace(at, 2, "\n");
+    text = Replace(text, "\n<GENERAL>\n", "\n      <GENERAL>   \n");
+    text = Replace(text, "\t<USER>", "<USER>");
+    ASSERT_TRUE(Load(Write(text))) << error;
+    ExpectSameTask(SampleTask(), task, false);
+}
+
+TEST_F(TaskFileLoad, VersionLinesAndFileTagsCombineFreely) {
+    ASSERT_TRUE(Load(Write(
+        Replace(kSampleText, "Orvantis File Version 1.0", "  Belquinn File Version 1.0 \t"))));
+    ASSERT_TRUE(Load(Write(Replace(kSampleText, "<ORVANTIS>", "<BELQUINN>"))));
+    ExpectFailure(Replace(kSampleText, "Orvantis File Version 1.0", "orvantis file version 1.0"),
+                  "Invalid File Version.", 6);
+    ExpectFailure(Replace(kSampleText, "<ORVANTIS>", "<OTHER>"), "Invalid File Format.", 6);
+    ExpectFailure(Replace(kSampleText, "<GENERAL>", "<GENERAL2>"), "Invalid File Format.", 6);
+    ExpectFailure("", "Invalid File Version.", 6);
+}
+
+TEST_F(TaskFileLoad, EveryFieldIsRequiredAndInOrder) {
+    ExpectFailure(Replace(kSampleText, "\t<RESERVED1>r1</RESERVED1>\r\n", ""),
+                  "Invalid Data: RESERVED1", 6);
+    ExpectFailure(
+        Replace(kSampleText, "\t<USER>$LOCALUSER$</USER>\r\n\t<PASSWORD>", "\t<PASSWORD>"),
+        "Invalid Data: USER", 6);
+    // Two fields swapped fail at the first of them.
+    const std::string user = "\t<USER>$LOCALUSER$</USER>\r\n";
+    std::string swapped = Replace(kSampleText, user, "");
+    swapped = Replace(swapped, "\t<DOMAIN>", user + "\t<DOMAIN>");
+    ExpectFailure(swapped, "Invalid Data: USER", 6);
+    ExpectFailure(Replace(kSampleText, "\t<HELP>H</HELP>\r\n", ""), "Invalid Data: HELP", 9);
+    ExpectFailure(Replace(kSampleText, "\t<COPY>1</COPY>\r\n", ""), "Invalid Data: COPY", 8);
+    ExpectFailure(Replace(kSampleText, "<STEPNAME>Build", "<STEPNAME2>Build"),
+                  "Invalid Data: STEPNAME", 7);
+}
+
+TEST_F(TaskFileLoad, CountsDecideTheSections) {
+    ExpectFailure(Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>0<"),
+                  "Invalid File Format.", 7);
+    ExpectFailure(Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>-3<"),
+                  "Invalid File Format.", 7);
+    ExpectFailure(Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>one<"), "Type mismatch", 6);
+    ExpectFailure(Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>99999999999<"), "Overflow",
+                  6);
+    ExpectFailure(Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>2<"),
+                  "Invalid File Format.", 7);
+    ExpectFailure(Replace(kSampleText, "<TASKFILE>\r\n", "<FILE>\r\n"), "Invalid File Format.", 8);
+    ExpectFailure(Replace(kSampleText, "<ENVIRON>\r\n", "<ENV>\r\n"), "Invalid File Format.", 9);
+    TaskFileData noLists = SampleTask();
+    noLists.taskFiles.clear();
+    noLists.environ.clear();
+    ASSERT_TRUE(Load(Write(TaskFileText(noLists))));
+    EXPECT_TRUE(task.taskFiles.empty());
+    EXPECT_TRUE(task.environ.empty());
+    EXPECT_EQ(task.steps.size(), 1u);
+}
+
+TEST_F(TaskFileLoad, ClosingLinesAndWhatFollowsAreNotRead) {
+    std::string text = Replace(kSampleText, "</GENERAL>", "</WRONG>");
+    text = Replace(text, "</STEP>", "whatever");
+    text = Replace(text, "</ORVANTIS>", "</ORVANTIS>\r\ntrailing garbage <STEP>");
+    ASSERT_TRUE(Load(Write(text))) << error;
+    ExpectSameTask(SampleTask(), task, false);
+}
+
+TEST_F(TaskFileLoad, SizeBoundIsTenMebibytes) {
+    // The closing file tag and what follows it are never read, so padding there is harmless.
+    std::string text = kSampleText;
+    text.resize(kMaxTaskFileSize, 'x');
+    ASSERT_TRUE(Load(Write(text))) << error;
+    EXPECT_EQ(task.general.TaskName, "Nightly build");
+    text += 'x';
+    ExpectFailure(text, "File too big.", 2);
+}
+
+TEST_F(TaskFileLoad, MissingFileFailsAfterFiveWaitsWithProgress907) {
+    const std::string path = dir.Path() + "absent.vqf";
+    EXPECT_FALSE(Load(path));
+    EXPECT_EQ(clock.slept, 500);
+    EXPECT_EQ(error, "ERROR: Cannot Open \"" + path +
+                         "\". \n\nNo such file or directory\n\nLoad Progress Number: 907");
+}
+
+TEST_F(TaskFileLoad, AFolderIsNoTaskFile) {
+    ASSERT_TRUE(MakeFolders(dir.Path() + "folder.vqf"));
+    EXPECT_FALSE(Load(dir.Path() + "folder.vqf"));
+    EXPECT_NE(error.find("Load Progress Number: 1"), std::string::npos) << error;
+}
+
+TEST_F(TaskFileLoad, RecordLockOfAWriterKeepsTheFileShared) {
+    const std::string path = Write(kSampleText);
+    const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    ASSERT_EQ(::fcntl(fd, F_OFD_SETLK, &lock), 0);
+    EXPECT_FALSE(Load(path));
+    EXPECT_EQ(clock.slept, 500);
+    EXPECT_NE(error.find("Load Progress Number: 907"), std::string::npos);
+    ::close(fd);
+    EXPECT_TRUE(Load(path)) << error;
+}
+
+// A writer that holds an exclusive lock on the file for `ms` milliseconds, on its own thread.
+class LockingWriter {
+  public:
+    LockingWriter(const std::string& path, int ms) : fd_(::open(path.c_str(), O_RDWR | O_CLOEXEC)) {
+        EXPECT_EQ(::flock(fd_, LOCK_EX), 0);
+        thread_ = std::thread([this, ms] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+            ::flock(fd_, LOCK_UN);
+        });
+    }
+    ~LockingWriter() {
+        thread_.join();
+        ::close(fd_);
+    }
+
+  private:
+    int fd_;
+    std::thread thread_;
+};
+
+TEST(TaskFileProbe, FileHeldBriefly300msIsReadAtTheFirstFreeAttempt) {
+    TempDir dir;
+    const std::string path = dir.Path() + "held.vqf";
+    ASSERT_TRUE(WriteFileAtomic(path, kSampleText));
+    SystemClock clock;
+    TaskFileData task;
+    std::string error;
+    LockingWriter writer(path, 300);
+    EXPECT_TRUE(LoadTaskFile(clock, path, task, error)) << error;
+    EXPECT_EQ(task.general.TaskName, "Nightly build");
+}
+
+TEST(TaskFileProbe, FileHeldForASecondIsRefusedWithProgress907) {
+    TempDir dir;
+    const std::string path = dir.Path() + "held.vqf";
+    ASSERT_TRUE(WriteFileAtomic(path, kSampleText));
+    SystemClock clock;
+    TaskFileData task;
+    std::string error;
+    LockingWriter writer(path, 1000);
+    EXPECT_FALSE(LoadTaskFile(clock, path, task, error));
+    EXPECT_EQ(error, "ERROR: Cannot Open \"" + path + "\". \n\n" + ErrnoText(EWOULDBLOCK) +
+                         "\n\nLoad Progress Number: 907");
+}
+
+TEST_F(TaskFileLoad, EncryptedFileIsReadLikeItsPlainTwin) {
+    const TaskFileData sample = SampleTask();
+    const std::string encrypted = EncryptedTaskFileText(sample);
+    VqStringReader lines(encrypted);
+    EXPECT_EQ(lines.ReadNextLine(), "<?xml version=\"1.0\"?>");
+    EXPECT_EQ(lines.ReadNextLine(), "<orvantisfile version=\"1.1\" encrypted=\"yes\">");
+    EXPECT_EQ(lines.ReadNextLine(), EncryptedBeginMarker());
+    EXPECT_EQ(EncryptedBeginMarker().size(), 40u);
+    EXPECT_EQ(EncryptedEndMarker().size(), 40u);
+    EXPECT_EQ(encrypted.find("Nightly"), std::string::npos);
+    const std::string closing = EncryptedEndMarker() + "\r\n</orvantisfile>\r\n";
+    EXPECT_EQ(encrypted.substr(encrypted.size() - closing.size()), closing);
+
+    ASSERT_TRUE(Load(Write(encrypted))) << error;
+    ExpectSameTask(sample, task, true);
+    EXPECT_EQ(task.general.EditPpp, "1");
+}
+
+TEST_F(TaskFileLoad, DamagedEncryptedFileFailsAsAnInvalidVersion) {
+    const std::string encrypted = EncryptedTaskFileText(SampleTask());
+    // A data line with a character that no code table holds.
+    const size_t data = encrypted.find("\r\n", encrypted.find(EncryptedBeginMarker()) + 42) + 2;
+    std::string damaged = encrypted;
+    damaged[data + 3] = ' ';
+    ExpectFailure(damaged, "Invalid File Version.", 6);
+    // No end marker, no closing line, an empty fourth line.
+    ExpectFailure(Replace(encrypted, EncryptedEndMarker(), "end"), "Invalid File Version.", 6);
+    ExpectFailure(Replace(encrypted, "</orvantisfile>", "</other>"), "Invalid File Version.", 6);
+    const size_t line4 = encrypted.find(EncryptedBeginMarker()) + 42;
+    ExpectFailure(encrypted.substr(0, line4) + encrypted.substr(encrypted.find("\r\n", line4)),
+                  "Invalid File Version.", 6);
+}
+
+TEST(OpenEncryptedTaskFile, LeavesAPlainTextAtItsStart) {
+    VqStringReader reader(kSampleText);
+    reader.ReadNextLine();
+    EXPECT_FALSE(OpenEncryptedTaskFile(reader));
+    EXPECT_EQ(reader.Position(), 1u);
+    EXPECT_EQ(reader.toString(), kSampleText);
+}
+
+TEST(TaskFileSave, WritesBothFormsWhole) {
+    TempDir dir;
+    FakeClock clock;
+    TaskFileData read;
+    std::string error;
+    for (bool encrypted : {false, true}) {
+        const std::string path = dir.Path() + (encrypted ? "e.vqf" : "p.vqf");
+        ASSERT_TRUE(SaveTaskFile(path, SampleTask(), encrypted));
+        ASSERT_TRUE(LoadTaskFile(clock, path, read, error)) << error;
+        ExpectSameTask(SampleTask(), read, encrypted);
+    }
+    EXPECT_FALSE(SaveTaskFile(dir.Path() + "missing/x.vqf", SampleTask(), false, &error));
+    EXPECT_FALSE(error.empty());
+}
+
+TEST(FileSystemNames, FieldsThatBecomeNamesAreChecked) {
+    TaskGeneral g = SampleTask().general;
+    EXPECT_EQ(FileSystemNameProblem(g), "");
+    g.TaskReportFile = "..";
+    EXPECT_NE(FileSystemNameProblem(g).find("TASKREPORTFILE"), std::string::npos);
+    g.TaskReportFile = "r";
+    g.User = "";
+    EXPECT_NE(FileSystemNameProblem(g).find("USER"), std::string::npos);
+    g.User = "u";
+    g.Domain = std::string("a\0b", 3);
+    EXPECT_NE(FileSystemNameProblem(g).find("DOMAIN"), std::string::npos);
+    g.Domain = "d";
+    g.TaskName = "a/b";
+    EXPECT_NE(FileSystemNameProblem(g).find("TASKNAME \"a/b\""), std::string::npos);
+    g.TaskName = "with blanks";
+    EXPECT_EQ(FileSystemNameProblem(g), "");
+}
+
+}  // namespace
+}  // namespace vq
