@@ -32,26 +32,20 @@ int VqTable::ColumnIndex(std::string_view key) const {
 bool VqTable::HasColumn(std::string_view key) const { return FindColumn(key) >= 0; }
 
 VqRow& VqTable::AddRow(const std::string& key, const std::string& text) {
-    if (rowIndex_.contains(std::string_view(key))) throw VqError("Key is not unique in collection: " + key, 35602);
+    if (rowIndex_.Find(key)) throw VqError("Key is not unique in collection: " + key, 35602);
     auto row = std::make_unique<VqRow>();
     row->key = key;
     row->cells.resize(std::max<size_t>(columns_.size(), 1));
     row->cells[0] = text;
     VqRow& added = *row;
-    rowIndex_.emplace(std::string_view(added.key), &added);
+    rowIndex_.Insert(&added);
     rows_.push_back(std::move(row));
     return added;
 }
 
-VqRow* VqTable::FindRow(std::string_view key) {
-    auto it = rowIndex_.find(key);
-    return it == rowIndex_.end() ? nullptr : it->second;
-}
+VqRow* VqTable::FindRow(std::string_view key) { return rowIndex_.Find(key); }
 
-const VqRow* VqTable::FindRow(std::string_view key) const {
-    auto it = rowIndex_.find(key);
-    return it == rowIndex_.end() ? nullptr : it->second;
-}
+const VqRow* VqTable::FindRow(std::string_view key) const { return rowIndex_.Find(key); }
 
 VqRow& VqTable::Row(std::string_view key) {
     VqRow* row = FindRow(key);
@@ -60,10 +54,9 @@ VqRow& VqTable::Row(std::string_view key) {
 }
 
 bool VqTable::RemoveRow(std::string_view key) {
-    auto it = rowIndex_.find(key);
-    if (it == rowIndex_.end()) return false;
-    const VqRow* target = it->second;
-    rowIndex_.erase(it);
+    const VqRow* target = rowIndex_.Find(key);
+    if (!target) return false;
+    rowIndex_.Erase(key);
     auto pos = std::find_if(rows_.begin(), rows_.end(),
                             [target](const auto& row) { return row.get() == target; });
     rows_.erase(pos);
@@ -71,7 +64,7 @@ bool VqTable::RemoveRow(std::string_view key) {
 }
 
 void VqTable::ClearRows() {
-    rowIndex_.clear();
+    rowIndex_.Clear();
     rows_.clear();
 }
 

@@ -4,8 +4,9 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
+
+#include "core/tables/RowIndex.h"
 
 namespace vq {
 
@@ -21,12 +22,6 @@ struct VqRow {
     std::string key;
     std::vector<std::string> cells;  // cells[0] is the row text
     const std::string& Text() const { return cells[0]; }
-};
-
-// Lookup by std::string_view without building a std::string.
-struct TextHash {
-    using is_transparent = void;
-    size_t operator()(std::string_view s) const noexcept { return std::hash<std::string_view>{}(s); }
 };
 
 class VqTable {
@@ -68,8 +63,8 @@ private:
 
     std::vector<VqColumn> columns_;
     std::vector<std::unique_ptr<VqRow>> rows_;
-    // Keyed by a view of the row's own key: rows live on the heap and never move.
-    std::unordered_map<std::string_view, VqRow*, TextHash> rowIndex_;
+    // Rows live on the heap and never move, so the index holds plain pointers.
+    RowIndex rowIndex_;
     int sortKey_ = 0;
     bool sortDescending_ = false;
 };

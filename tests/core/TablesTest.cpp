@@ -1,6 +1,10 @@
 // The working tables: columns, cells by key, status phases, re-sort and removal.
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <random>
+#include <set>
+
 #include "core/TaskStatus.h"
 #include "core/tables/Status.h"
 #include "platform/Error.h"
@@ -185,6 +189,40 @@ TEST_F(ChangeStatusTest, AMissingTaskIsLoggedAndReturnsFalse) {
     EXPECT_FALSE(ChangeStatus(*ts, "000008-Gone", "Ready", "Running"));
     EXPECT_NE(ts.LogText().find("Error occurred while changing task's status(000008-Gone)!\nElement not found"),
               std::string::npos);
+}
+
+}  // namespace
+}  // namespace vq
+
+namespace vq {
+namespace {
+
+// The row index against a plain set, through many inserts and removals that make long runs
+// wrap around the end of the slot array.
+TEST(RowIndexTest, AgreesWithASetThroughInsertsAndRemovals) {
+    std::vector<std::unique_ptr<VqRow>> rows;
+    for (int i = 0; i < 3000; ++i) {
+        rows.push_back(std::make_unique<VqRow>());
+        rows.back()->key = "000" + std::to_string(i) + "-Task " + std::to_string(i % 7);
+    }
+    RowIndex index;
+    std::set<int> present;
+    std::mt19937 random(5);
+    for (int round = 0; round < 40000; ++round) {
+        const int i = static_cast<int>(random() % rows.size());
+        if (random() % 3 == 0) {
+            EXPECT_EQ(index.Erase(rows[i]->key), present.erase(i) == 1);
+        } else {
+            EXPECT_EQ(index.Insert(rows[i].get()), present.insert(i).second);
+        }
+        if (round % 1000 == 0) {
+            for (size_t j = 0; j < rows.size(); ++j)
+                ASSERT_EQ(index.Find(rows[j]->key), present.count(static_cast<int>(j)) ? rows[j].get() : nullptr);
+        }
+    }
+    EXPECT_EQ(index.Size(), present.size());
+    index.Clear();
+    EXPECT_EQ(index.Find(rows[0]->key), nullptr);
 }
 
 }  // namespace
