@@ -17,7 +17,7 @@ void Pause(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms));
 
 class MonitorTest : public testing::Test {
   protected:
-    MonitorTest() { t->RunnerPath = RunletPath(); }
+    MonitorTest() { t->RunnerPath = BinPath("runlet"); }
 
     void SetSetting(const char* name, const std::string& value) {
         SaveRegSetting(*t.registry, "ServerSettings", name, value);

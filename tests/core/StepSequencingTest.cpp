@@ -13,7 +13,7 @@ namespace {
 
 class StepSequencingTest : public testing::Test {
   protected:
-    StepSequencingTest() { t->RunnerPath = RunletPath(); }
+    StepSequencingTest() { t->RunnerPath = BinPath("runlet"); }
 
     std::string Task(int steps) { return AddRunnableTask(t, 1, "Build", steps); }
     void Step(const std::string& key, int step, const std::string& command,

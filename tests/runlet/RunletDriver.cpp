@@ -24,7 +24,6 @@ int64_t NowMs() {
 
 }  // namespace
 
-std::string BinPath(const std::string& program) { return std::string(VQ_BIN_DIR) + "/" + program; }
 std::string Helper(const std::string& arguments) { return BinPath("vqstephelper") + " " + arguments; }
 
 RunletDriver::RunletDriver(uid_t user) {

@@ -162,7 +162,7 @@ class RunnerLinkTest : public testing::Test {
 TEST_F(RunnerLinkTest, SendsTheStartRecordAndTheBlocksWithoutDelimitersSkippingAnEmptyOne) {
     const std::string dump = t.dir.Path() + "start.bin";
     const std::string environ = "FAKE=die\r\nFAKE_DUMP=" + dump;
-    Prepare(FakeRunnerPath(), environ, "", "rc.txt");
+    Prepare(BinPath("vqfakerunner"), environ, "", "rc.txt");
     OpenRunner(*t);
     EXPECT_FALSE(Slot().lost);
     EXPECT_EQ(t->link.start.CommandLength, 0);
@@ -174,7 +174,7 @@ TEST_F(RunnerLinkTest, SendsTheStartRecordAndTheBlocksWithoutDelimitersSkippingA
 }
 
 TEST_F(RunnerLinkTest, PollsTheRunnerUntilItEndsAndReapsIt) {
-    Prepare(FakeRunnerPath(), "FAKE_POLLS=2\nFAKE_RC=7\nFAKE_TEXT=all done");
+    Prepare(BinPath("vqfakerunner"), "FAKE_POLLS=2\nFAKE_RC=7\nFAKE_TEXT=all done");
     OpenRunner(*t);
     const pid_t pid = Slot().pid;
     ASSERT_GT(pid, 0);
@@ -211,7 +211,7 @@ TEST_F(RunnerLinkTest, ARunnerThatCantBeLaunchedEndsItsStepAtTheFirstPoll) {
 }
 
 TEST_F(RunnerLinkTest, ARunnerThatEndsBeforeItsAcknowledgementIsLost) {
-    Prepare(FakeRunnerPath(), "FAKE=noack");
+    Prepare(BinPath("vqfakerunner"), "FAKE=noack");
     OpenRunner(*t);
     EXPECT_TRUE(Slot().lost);
     EXPECT_EQ(Slot().pid, -1);
@@ -220,7 +220,7 @@ TEST_F(RunnerLinkTest, ARunnerThatEndsBeforeItsAcknowledgementIsLost) {
 }
 
 TEST_F(RunnerLinkTest, AnEndOfFileOnTheReplyPipeEndsTheStepWithTheCountersItHadReported) {
-    Prepare(FakeRunnerPath(), "FAKE=die\nFAKE_POLLS=1");
+    Prepare(BinPath("vqfakerunner"), "FAKE=die\nFAKE_POLLS=1");
     OpenRunner(*t);
     const pid_t pid = Slot().pid;
     SendRunnerCommand(*t, 1, "STAT");
@@ -235,14 +235,14 @@ TEST_F(RunnerLinkTest, AnEndOfFileOnTheReplyPipeEndsTheStepWithTheCountersItHadR
 }
 
 TEST_F(RunnerLinkTest, AReplyCutShortIsAnEndOfFileToo) {
-    Prepare(FakeRunnerPath(), "FAKE=cut");
+    Prepare(BinPath("vqfakerunner"), "FAKE=cut");
     OpenRunner(*t);
     SendRunnerCommand(*t, 1, "STAT");
     ExpectStandInReply();
 }
 
 TEST_F(RunnerLinkTest, ASilentRunnerIsKilledWhenItsReplyIsOverdue) {
-    Prepare(FakeRunnerPath(), "FAKE=silent");
+    Prepare(BinPath("vqfakerunner"), "FAKE=silent");
     t->link.replyTimeoutMs = 200;
     OpenRunner(*t);
     const pid_t pid = Slot().pid;
@@ -254,7 +254,7 @@ TEST_F(RunnerLinkTest, ASilentRunnerIsKilledWhenItsReplyIsOverdue) {
 }
 
 TEST_F(RunnerLinkTest, TheCommandArgumentKeepsWhatDiagOrPrtyLeft) {
-    Prepare(FakeRunnerPath(), "FAKE_POLLS=5");
+    Prepare(BinPath("vqfakerunner"), "FAKE_POLLS=5");
     OpenRunner(*t);
     SendRunnerCommand(*t, 1, "DIAG", 1);
     SendRunnerCommand(*t, 1, "STAT");
@@ -263,7 +263,7 @@ TEST_F(RunnerLinkTest, TheCommandArgumentKeepsWhatDiagOrPrtyLeft) {
 }
 
 TEST_F(RunnerLinkTest, StopIsRepeatedEvery200MillisecondsUntilTheStepHasStopped) {
-    Prepare(FakeRunnerPath(), "FAKE_POLLS=5\nFAKE_STOPWAIT=2");
+    Prepare(BinPath("vqfakerunner"), "FAKE_POLLS=5\nFAKE_STOPWAIT=2");
     OpenRunner(*t);
     SendRunnerCommandRepeating(*t, 1, "STOP");
     EXPECT_EQ(t.clock.slept, 600);  // three exchanges, each followed by its sleep
@@ -271,7 +271,7 @@ TEST_F(RunnerLinkTest, StopIsRepeatedEvery200MillisecondsUntilTheStepHasStopped)
 }
 
 TEST_F(RunnerLinkTest, ATextLengthOfMinusOneWithoutWaitStatus258EndsTheRepeat) {
-    Prepare(FakeRunnerPath(), "FAKE_POLLS=5\nFAKE_STOPWAIT=3\nFAKE_STOPSTATUS=0");
+    Prepare(BinPath("vqfakerunner"), "FAKE_POLLS=5\nFAKE_STOPWAIT=3\nFAKE_STOPSTATUS=0");
     OpenRunner(*t);
     SendRunnerCommandRepeating(*t, 1, "STRT");
     EXPECT_EQ(t.clock.slept, 200);
@@ -290,7 +290,7 @@ TEST_F(RunnerLinkTest, AServerThatGoesLeavesNoRunnerBehind) {
     pid_t pid = -1;
     {
         TestServer other;
-        other->RunnerPath = RunletPath();
+        other->RunnerPath = BinPath("runlet");
         RunnerLink& link = other->link;
         link.start.TaskId = 1;
         link.start.StepNumber = 1;

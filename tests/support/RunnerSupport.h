@@ -1,5 +1,5 @@
 #pragma once
-// What the tests that start real step runners share: the paths of the runner programs, a task
+// What the tests that start real step runners share: a task
 // that the runner accepts, step cells, and ticks of the monitor until a task has ended.
 #include <chrono>
 #include <string>
@@ -8,14 +8,10 @@
 #include "access/QueueFolders.h"
 #include "core/Monitor.h"
 #include "core/tables/Status.h"
+#include "tests/support/Process.h"
 #include "tests/support/TestSupport.h"
 
 namespace vq::test {
-
-#ifdef VQ_BIN_DIR
-inline std::string RunletPath() { return std::string(VQ_BIN_DIR) + "/runlet"; }
-inline std::string FakeRunnerPath() { return std::string(VQ_BIN_DIR) + "/vqfakerunner"; }
-#endif
 
 // A task of the server's own user with `steps` steps of range 1 to 1 running `true`, its folders
 // made as submission makes them.
