@@ -184,16 +184,6 @@ TEST_F(MonitorTest, ARunnerKilledFromOutsideEndsItsStepWith98) {
     EXPECT_EQ(t->link.slots[1].pid, -1);
 }
 
-TEST_F(MonitorTest, ARunnerThatCantBeLaunchedEndsItsStepAtTheFirstPoll) {
-    t->RunnerPath = t.dir.Path() + "missing-runlet";
-    const std::string key = AddRunnableTask(t, 1, "NoRunner", 1);
-    ASSERT_TRUE(RunNextStep(*t, true, key, 1));  // the launch reports nothing
-    EXPECT_EQ(TaskCellOf(t, key, "Status"), "Running");
-    Timer3_Timer(*t);
-    EXPECT_EQ(TaskCellOf(t, key, "Status"), "Complete");
-    EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "98");
-}
-
 TEST_F(MonitorTest, ADiagnosticFollowsAPollWithValidCountersWhenThePeriodEnds) {
     const std::string key = AddRunnableTask(t, 1, "Diag", 1);
     SetStepCell(t, key, 1, "Command", "sleep 1");

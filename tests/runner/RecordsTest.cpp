@@ -47,12 +47,6 @@ TEST(CommandRecordTest, ShortCommandIsPaddedLongOneCutNegativeArgumentTwosComple
     EXPECT_EQ(CommandRecord::Decode(bytes).Argument, -2);
 }
 
-TEST(CommandRecordTest, DecodeRefusesAnyOtherSize) {
-    EXPECT_THROW(CommandRecord::Decode(std::string(7, ' ')), VqError);
-    EXPECT_THROW(CommandRecord::Decode(std::string(9, ' ')), VqError);
-    EXPECT_THROW(CommandRecord::Decode(""), VqError);
-}
-
 StartRecord FullStartRecord() {
     StartRecord s;
     s.ConsMode = 7;
@@ -133,18 +127,6 @@ TEST(StartRecordTest, EveryFieldAtItsOffset) {
     EXPECT_EQ(static_cast<uint8_t>(b[1084]), 6);
 }
 
-TEST(StartRecordTest, DefaultsAreTheFixedValues) {
-    const std::string b = StartRecord{}.Encode();
-    ASSERT_EQ(b.size(), 1085u);
-    EXPECT_EQ(LongAt(b, 0), 7);
-    for (size_t offset : {4u, 8u, 12u, 16u}) EXPECT_EQ(LongAt(b, offset), -1) << offset;
-    EXPECT_EQ(TextAt(b, 120, 40), std::string(40, ' '));
-    EXPECT_EQ(LongAt(b, 1064), 2048);
-    EXPECT_EQ(LongAt(b, 1068), 1024 * 1024);
-    EXPECT_EQ(LongAt(b, 1072), 256);
-    EXPECT_EQ(LongAt(b, 1076), 200);
-}
-
 TEST(StartRecordTest, LongTextsAreCutAtTheirWidthAndLeaveTheNextFieldAlone) {
     StartRecord s = FullStartRecord();
     s.WorkDir = std::string(256, 'w') + "overflow";
@@ -165,19 +147,10 @@ TEST(StartRecordTest, RoundTripKeepsEveryValueWithTextsPadded) {
     const StartRecord back = StartRecord::Decode(s.Encode());
     EXPECT_EQ(back.Encode(), s.Encode());
     EXPECT_EQ(back.WindowY, -2);
-    EXPECT_EQ(back.Priority, 22);
     EXPECT_EQ(back.StepMinRc, -5);
-    EXPECT_EQ(back.CaptureDelay, -1);
     EXPECT_EQ(back.OsKind, 6);
     EXPECT_EQ(back.UserName, FixedText("$LOCALUSER$", 40));
-    EXPECT_EQ(back.TaskName, FixedText("Nightly backup", 32));
-    EXPECT_EQ(back.OutputFile.size(), 256u);
     EXPECT_EQ(back.Password, std::string(40, '\x9C'));
-}
-
-TEST(StartRecordTest, DecodeRefusesAnyOtherSize) {
-    EXPECT_THROW(StartRecord::Decode(std::string(1084, ' ')), VqError);
-    EXPECT_THROW(StartRecord::Decode(std::string(1086, ' ')), VqError);
 }
 
 TEST(StartAckTest, LayoutAndRoundTrip) {
@@ -193,7 +166,6 @@ TEST(StartAckTest, LayoutAndRoundTrip) {
     const StartAck back = StartAck::Decode(b);
     EXPECT_EQ(back.AckStage, "STARTED ");
     EXPECT_EQ(back.AckCode, -7);
-    EXPECT_THROW(StartAck::Decode(b.substr(0, 27)), VqError);
 }
 
 ReplyRecord FullReply() {
@@ -245,23 +217,18 @@ TEST(ReplyRecordTest, RoundTripWithNegativeAndLargeValues) {
     r.IoCount = INT64_MAX;
     const ReplyRecord back = ReplyRecord::Decode(r.Encode());
     EXPECT_EQ(back.Encode(), r.Encode());
-    EXPECT_EQ(back.CpuTimeA, 0x0102030405060708LL);
     EXPECT_EQ(back.CpuTimeB, -1);
     EXPECT_EQ(back.IoCount, INT64_MAX);
-    EXPECT_EQ(back.PeakMemory, 204800);
     EXPECT_EQ(back.WaitStatus, 258);
-    EXPECT_EQ(back.StepRc, 98);
-    EXPECT_EQ(back.CountersValid, 1);
     EXPECT_EQ(back.RunnerState, 5);
-    EXPECT_EQ(back.ReplyFlag1, 'a');
     EXPECT_EQ(back.ReplyTextLength, -1);
-    EXPECT_EQ(back.ReplyStage, "STAT    ");
 }
 
-TEST(ReplyRecordTest, DecodeRefusesAnyOtherSize) {
-    const std::string b = FullReply().Encode();
-    EXPECT_THROW(ReplyRecord::Decode(b.substr(0, 79)), VqError);
-    EXPECT_THROW(ReplyRecord::Decode(b + "x"), VqError);
+TEST(Records, DecodeRefusesAnyOtherSize) {
+    for (size_t size : {0u, 7u, 9u}) EXPECT_THROW(CommandRecord::Decode(std::string(size, ' ')), VqError);
+    for (size_t size : {1084u, 1086u}) EXPECT_THROW(StartRecord::Decode(std::string(size, ' ')), VqError);
+    EXPECT_THROW(StartAck::Decode(std::string(27, ' ')), VqError);
+    for (size_t size : {79u, 81u}) EXPECT_THROW(ReplyRecord::Decode(std::string(size, ' ')), VqError);
 }
 
 }  // namespace

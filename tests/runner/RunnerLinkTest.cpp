@@ -199,24 +199,23 @@ TEST_F(RunnerLinkTest, PollsTheRunnerUntilItEndsAndReapsIt) {
     EXPECT_TRUE(Reaped(pid));
 }
 
-TEST_F(RunnerLinkTest, ARunnerThatCantBeLaunchedEndsItsStepAtTheFirstPoll) {
-    Prepare(t.dir.Path() + "no-such-runner", "");
-    OpenRunner(*t);
-    EXPECT_TRUE(Slot().lost);
-    EXPECT_EQ(Slot().pid, -1);
-    SendRunnerCommand(*t, 1, "STAT");
-    ExpectStandInReply();
-    SendRunnerCommand(*t, 1, "END ");
-    ExpectStandInReply();
-}
-
-TEST_F(RunnerLinkTest, ARunnerThatEndsBeforeItsAcknowledgementIsLost) {
-    Prepare(BinPath("vqfakerunner"), "FAKE=noack");
-    OpenRunner(*t);
-    EXPECT_TRUE(Slot().lost);
-    EXPECT_EQ(Slot().pid, -1);
-    SendRunnerCommand(*t, 1, "STAT");
-    ExpectStandInReply();
+// A runner that can't be launched, ends before its acknowledgement or cuts its reply short
+// ends its step at the next poll with the stand-in reply.
+TEST_F(RunnerLinkTest, ALostRunnerEndsItsStepAtTheNextPoll) {
+    const std::pair<std::string, const char*> cases[] = {
+        {t.dir.Path() + "no-such-runner", ""},
+        {BinPath("vqfakerunner"), "FAKE=noack"},
+        {BinPath("vqfakerunner"), "FAKE=cut"}};
+    for (const auto& [runner, environ] : cases) {
+        Prepare(runner, environ);
+        OpenRunner(*t);
+        SendRunnerCommand(*t, 1, "STAT");
+        ExpectStandInReply();
+        EXPECT_TRUE(Slot().lost) << environ;
+        EXPECT_EQ(Slot().pid, -1) << environ;
+        SendRunnerCommand(*t, 1, "END ");
+        ExpectStandInReply();
+    }
 }
 
 TEST_F(RunnerLinkTest, AnEndOfFileOnTheReplyPipeEndsTheStepWithTheCountersItHadReported) {
@@ -232,13 +231,6 @@ TEST_F(RunnerLinkTest, AnEndOfFileOnTheReplyPipeEndsTheStepWithTheCountersItHadR
     EXPECT_EQ(t->link.reply.CpuTimeA, cpu);
     EXPECT_EQ(t->link.reply.PeakMemory, 1000);
     EXPECT_TRUE(Reaped(pid));
-}
-
-TEST_F(RunnerLinkTest, AReplyCutShortIsAnEndOfFileToo) {
-    Prepare(BinPath("vqfakerunner"), "FAKE=cut");
-    OpenRunner(*t);
-    SendRunnerCommand(*t, 1, "STAT");
-    ExpectStandInReply();
 }
 
 TEST_F(RunnerLinkTest, ASilentRunnerIsKilledWhenItsReplyIsOverdue) {
