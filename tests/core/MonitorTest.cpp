@@ -39,11 +39,8 @@ class MonitorTest : public testing::Test {
 };
 
 TEST(DiagnosticPeriod, IsDiagCOver5000BoundedToWhatPollCountCounts) {
-    EXPECT_EQ(DiagnosticPeriod(5000), 1);
-    EXPECT_EQ(DiagnosticPeriod(60000), 12);
-    EXPECT_EQ(DiagnosticPeriod(4999), 0);
-    EXPECT_EQ(DiagnosticPeriod(-5000), 0);
-    EXPECT_EQ(DiagnosticPeriod(5000LL * 70000), 65535);
+    const std::pair<int64_t, int> periods[] = {{5000, 1}, {60000, 12}, {4999, 0}, {-5000, 0}, {5000LL * 70000, 65535}};
+    for (const auto& [diagC, ticks] : periods) EXPECT_EQ(DiagnosticPeriod(diagC), ticks) << diagC;
 }
 
 TEST_F(MonitorTest, PollCountRunsThroughTheDiagnosticPeriod) {
@@ -116,7 +113,7 @@ TEST_F(MonitorTest, FinishedTasksLeaveAfterTheirStay) {
     EXPECT_TRUE(IsFolder(oldFolder));
 }
 
-TEST_F(MonitorTest, TheStayIsHoursAndMinutes) {
+TEST_F(MonitorTest, TheStayIsHoursAndMinutesAndWithNoStayATaskLeavesOnceItsEndIsPast) {
     SetSetting("TIQH", "0");
     SetSetting("TIQM", "30");
     const std::string gone = FinishedTask(1, "Complete", 1801);
@@ -124,15 +121,11 @@ TEST_F(MonitorTest, TheStayIsHoursAndMinutes) {
     Timer3_Timer(*t);
     EXPECT_FALSE(Exists(gone));
     EXPECT_TRUE(Exists(kept));
-}
-
-TEST_F(MonitorTest, WithNoStayATaskLeavesOnceItsEndIsPast) {
-    SetSetting("TIQH", "0");
-    const std::string now = FinishedTask(1, "Complete", 0);
-    const std::string past = FinishedTask(2, "Complete", 1);
+    SetSetting("TIQM", "0");
+    const std::string now = FinishedTask(3, "Complete", 0);
     Timer3_Timer(*t);
+    EXPECT_FALSE(Exists(kept));
     EXPECT_TRUE(Exists(now));
-    EXPECT_FALSE(Exists(past));
     t.clock.Advance(1);
     Timer3_Timer(*t);
     EXPECT_FALSE(Exists(now));

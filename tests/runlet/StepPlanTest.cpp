@@ -29,16 +29,12 @@ std::string ValueOf(const std::vector<std::string>& environment, const std::stri
     return "<unset>";
 }
 
-TEST(StepPlanTest, ShellCommandFoldersAndOutput) {
+TEST(StepPlanTest, ShellCommandAndFolders) {
     const StepPlan plan = MakeStepPlan(Input("make all"), {}, "ann");
     EXPECT_FALSE(plan.Refused());
-    EXPECT_EQ(plan.shell, "/bin/sh");
     EXPECT_EQ(plan.arguments, (std::vector<std::string>{"sh", "-c", "make all"}));
-    EXPECT_EQ(plan.outputFile, "/q/$JobR/000012-Build/Step2.txt");
     EXPECT_EQ(plan.taskFolder, "/q/$JobR/000012-Build");
     EXPECT_EQ(plan.workDir, "/q/$JobR/000012-Build");
-    EXPECT_EQ(plan.nice, 0);
-    EXPECT_TRUE(plan.fileRcPath.empty());
     EXPECT_TRUE(plan.notes.empty());
 }
 
