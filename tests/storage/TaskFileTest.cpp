@@ -17,38 +17,46 @@ namespace {
 using test::FakeClock;
 using test::TempDir;
 
+// The general fields in their file order: member, tag and the sample's value.
+const struct {
+    std::string TaskGeneral::*member;
+    const char* tag;
+    std::string value;
+} kGeneralFields[] = {
+    {&TaskGeneral::TaskName, "TASKNAME", "Nightly build"},
+    {&TaskGeneral::User, "USER", "$LOCALUSER$"},
+    {&TaskGeneral::Password, "PASSWORD", "0DE15DC7FDF21B9763B790482CDEF7F5E14FA8930373F8F84DA2EB06AD1FCC2AA8AB9C5F97031ABD"},
+    {&TaskGeneral::Domain, "DOMAIN", "$LOCALS$"},
+    {&TaskGeneral::Server, "SERVER", "HOST"},
+    {&TaskGeneral::ServerPath, "SERVERPATH", "/srv"},
+    {&TaskGeneral::Dependent, "DEPENDENT", "Other"},
+    {&TaskGeneral::TaskReportFile, "TASKREPORTFILE", "report"},
+    {&TaskGeneral::MaxRC, "MAXRC", "1"},
+    {&TaskGeneral::QueuePriority, "QUEUEPRIORITY", "3"},
+    {&TaskGeneral::CpuPriority, "CPUPRIORITY", "22"},
+    {&TaskGeneral::ScheduledTime, "SCHEDULEDTIME", "2026-11-22 12:00:00"},
+    {&TaskGeneral::TaskRepeat, "TASKREPEAT", "0000" + std::string(38, ' ') + "0000ED"},
+    {&TaskGeneral::MaxTime, "MAXTIME", "0"},
+    {&TaskGeneral::TaskClass, "TASKCLASS", "B"},
+    {&TaskGeneral::SubUser, "SUBUSER", "anna"},
+    {&TaskGeneral::SubDomain, "SUBDOMAIN", "$LOCALS$"},
+    {&TaskGeneral::SubServer, "SUBSERVER", "HOST"},
+    {&TaskGeneral::SubData, "SUBDATA", "d"},
+    {&TaskGeneral::RepeatCancel, "REPEATCANCEL", "0"},
+    {&TaskGeneral::FontName, "FONTNAME", "Mono"},
+    {&TaskGeneral::FontSize, "FONTSIZE", "10"},
+    {&TaskGeneral::FontColor, "FONTCOLOR", "0"},
+    {&TaskGeneral::FontCharset, "FONTCHARSET", "0"},
+    {&TaskGeneral::FontBold, "FONTBOLD", "1"},
+    {&TaskGeneral::FontItalic, "FONTITALIC", "0"},
+    {&TaskGeneral::Reserved1, "RESERVED1", "r1"},
+    {&TaskGeneral::Reserved2, "RESERVED2", "r2"},
+};
+
 TaskFileData SampleTask() {
     TaskFileData t;
-    TaskGeneral& g = t.general;
-    g.TaskName = "Nightly build";
-    g.User = "$LOCALUSER$";
-    g.Password = "0DE15DC7FDF21B9763B790482CDEF7F5E14FA8930373F8F84DA2EB06AD1FCC2AA8AB9C5F97031ABD";
-    g.Domain = "$LOCALS$";
-    g.Server = "HOST";
-    g.ServerPath = "/srv";
-    g.Dependent = "Other";
-    g.TaskReportFile = "report";
-    g.MaxRC = "1";
-    g.QueuePriority = "3";
-    g.CpuPriority = "22";
-    g.ScheduledTime = "2026-11-22 12:00:00";
-    g.TaskRepeat = "0000" + std::string(38, ' ') + "0000ED";
-    g.MaxTime = "0";
-    g.TaskClass = "B";
-    g.SubUser = "anna";
-    g.SubDomain = "$LOCALS$";
-    g.SubServer = "HOST";
-    g.SubData = "d";
-    g.RepeatCancel = "0";
-    g.FontName = "Mono";
-    g.FontSize = "10";
-    g.FontColor = "0";
-    g.FontCharset = "0";
-    g.FontBold = "1";
-    g.FontItalic = "0";
-    g.Reserved1 = "r1";
-    g.Reserved2 = "r2";
-    g.EditPpp = "1";
+    for (const auto& f : kGeneralFields) t.general.*f.member = f.value;
+    t.general.EditPpp = "1";
     t.steps.push_back({"Build", "make\r\nmake install", "rc.txt", "/tmp", "A=1\r\nB=2", "80", "300",
                        "1", "2", "1"});
     t.taskFiles.push_back({"/home/a/x", "/srv/x", "1"});
@@ -56,39 +64,11 @@ TaskFileData SampleTask() {
     return t;
 }
 
-const char* const kSampleText =
-    "Orvantis File Version 1.0\r\n"
-    "<ORVANTIS>\r\n"
-    "<GENERAL>\r\n"
-    "\t<TASKNAME>Nightly build</TASKNAME>\r\n"
-    "\t<USER>$LOCALUSER$</USER>\r\n"
-    "\t<PASSWORD>0DE15DC7FDF21B9763B790482CDEF7F5E14FA8930373F8F84DA2EB06AD1FCC2AA8AB9C5F97031ABD</"
-    "PASSWORD>\r\n"
-    "\t<DOMAIN>$LOCALS$</DOMAIN>\r\n"
-    "\t<SERVER>HOST</SERVER>\r\n"
-    "\t<SERVERPATH>/srv</SERVERPATH>\r\n"
-    "\t<DEPENDENT>Other</DEPENDENT>\r\n"
-    "\t<TASKREPORTFILE>report</TASKREPORTFILE>\r\n"
-    "\t<MAXRC>1</MAXRC>\r\n"
-    "\t<QUEUEPRIORITY>3</QUEUEPRIORITY>\r\n"
-    "\t<CPUPRIORITY>22</CPUPRIORITY>\r\n"
-    "\t<SCHEDULEDTIME>2026-11-22 12:00:00</SCHEDULEDTIME>\r\n"
-    "\t<TASKREPEAT>0000                                      0000ED</TASKREPEAT>\r\n"
-    "\t<MAXTIME>0</MAXTIME>\r\n"
-    "\t<TASKCLASS>B</TASKCLASS>\r\n"
-    "\t<SUBUSER>anna</SUBUSER>\r\n"
-    "\t<SUBDOMAIN>$LOCALS$</SUBDOMAIN>\r\n"
-    "\t<SUBSERVER>HOST</SUBSERVER>\r\n"
-    "\t<SUBDATA>d</SUBDATA>\r\n"
-    "\t<REPEATCANCEL>0</REPEATCANCEL>\r\n"
-    "\t<FONTNAME>Mono</FONTNAME>\r\n"
-    "\t<FONTSIZE>10</FONTSIZE>\r\n"
-    "\t<FONTCOLOR>0</FONTCOLOR>\r\n"
-    "\t<FONTCHARSET>0</FONTCHARSET>\r\n"
-    "\t<FONTBOLD>1</FONTBOLD>\r\n"
-    "\t<FONTITALIC>0</FONTITALIC>\r\n"
-    "\t<RESERVED1>r1</RESERVED1>\r\n"
-    "\t<RESERVED2>r2</RESERVED2>\r\n"
+std::string SampleText() {
+    std::string text = "Orvantis File Version 1.0\r\n<ORVANTIS>\r\n<GENERAL>\r\n";
+    for (const auto& f : kGeneralFields)
+        text += "\t<" + std::string(f.tag) + ">" + f.value + "</" + f.tag + ">\r\n";
+    return text +
     "\t<NUMBERSTEPS>1</NUMBERSTEPS>\r\n"
     "\t<NUMBERTASKFILES>1</NUMBERTASKFILES>\r\n"
     "\t<NUMBERENVIRON>1</NUMBERENVIRON>\r\n"
@@ -124,6 +104,8 @@ const char* const kSampleText =
     "\t<FORMAT>F</FORMAT>\r\n"
     "</ENVIRON>\r\n"
     "</ORVANTIS>\r\n";
+}
+const std::string kSampleText = SampleText();
 
 // Every field of `read` equals that of `written`: the writer, pinned to the byte below, puts
 // each field under its own tag, so equal texts mean equal fields.
