@@ -26,13 +26,8 @@ protected:
     }
     std::vector<std::string> Env() { return Env(dir.Path() + "cfg"); }
     std::string Root() { return dir.Path() + "queue/"; }
-    // Waits until the file exists, at most `limitMs`.
     bool WaitForFile(const std::string& path, int limitMs) {
-        for (int waited = 0; waited < limitMs; waited += 20) {
-            if (PathExists(path)) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        return false;
+        return test::WaitUntil([&] { return PathExists(path); }, limitMs, 20);
     }
     test::TempDir dir;
 };

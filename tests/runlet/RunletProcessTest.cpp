@@ -122,13 +122,10 @@ TEST_F(RunletTest, StepDoingTenThousandReadsReportsAtLeastTenThousandIo) {
 
 // --- the step's surroundings ---------------------------------------------------------------
 
-TEST_F(RunletTest, OutputOfBothStreamsIsAppendedToTheOutputFile) {
+// The step's folder, environment, task variables and output file; it gets none of the
+// runner's pipes: standard input is empty and no descriptor above 2 is open.
+TEST_F(RunletTest, StepRunsInItsFolderWithItsEnvironmentAndAppendsBothStreams) {
     { std::ofstream(Folder() + "Step1.txt") << "before\n"; }
-    RunStep("echo out; echo err >&2");
-    EXPECT_EQ(Output(), "before\nout\nerr\n");
-}
-
-TEST_F(RunletTest, WorkFolderEnvironmentAndTaskVariables) {
     std::filesystem::create_directory(Folder() + "work");
     StartRecord start = Start();
     start.WorkDir = "%vqs%/work";
@@ -136,21 +133,16 @@ TEST_F(RunletTest, WorkFolderEnvironmentAndTaskVariables) {
     start.StepNumber = 2;
     runlet.Start(start,
                  "pwd; echo \"$GREETING|$SECOND|$ORVANTIS_TASK_ID|$ORVANTIS_TASK_NAME|$ORVANTIS_STEP|"
-                 "$ORVANTIS_TASK_FOLDER|$ORVANTIS_TASK_RC\"",
+                 "$ORVANTIS_TASK_FOLDER|$ORVANTIS_TASK_RC\"; echo err >&2; cat; "
+                 "ls /proc/self/fd | sort -n | tr '\\n' ' '",
                  "", "GREETING=hello world\r\nNOT A VARIABLE\r\nSECOND=a=b\n");
     const Answer end = runlet.RunToEnd();
     const std::string folder = Folder().substr(0, Folder().size() - 1);
-    EXPECT_EQ(Output(), folder + "/work\nhello world|a=b|000012|Runner test|2|" + folder + "|7\n");
+    // In the listing, 3 is the folder that ls itself opens.
+    EXPECT_EQ(Output(), "before\n" + folder + "/work\nhello world|a=b|000012|Runner test|2|" + folder +
+                            "|7\nerr\n0 1 2 3 ");
     EXPECT_NE(end.text.find("Environ line 2"), std::string::npos) << end.text;
 }
-
-TEST_F(RunletTest, StepGetsNoneOfTheRunnersPipes) {
-    // Standard input is empty, and no descriptor above 2 is open in the step.
-    RunStep("cat; ls /proc/self/fd | sort -n | tr '\\n' ' '");
-    EXPECT_EQ(Output(), "0 1 2 3 ");  // 3 is the folder that ls itself opens
-}
-
-// --- refusals and failed starts ------------------------------------------------------------
 
 TEST_F(RunletTest, AnotherUserIsRefusedAndTheStepNeverStarts) {
     StartRecord start = Start();
@@ -199,15 +191,6 @@ TEST_F(RunletTest, OversizedBlockIsSkippedAndTheConversationStaysInStep) {
     EXPECT_EQ(end.reply.StepRc, 98);
     EXPECT_NE(end.text.find("Command block"), std::string::npos) << end.text;
 }
-
-TEST_F(RunletTest, UnknownCommandIsAnsweredWithAText) {
-    runlet.Start(Start(), "exit 0");
-    const Answer odd = runlet.Send("WHAT");
-    EXPECT_EQ(odd.text, "Unknown command \"WHAT\".");
-    EXPECT_EQ(runlet.RunToEnd().reply.StepRc, 1);
-}
-
-// --- control of a running step -------------------------------------------------------------
 
 TEST_F(RunletTest, StopFreezesTheWholeGroupAndStrtLetsItGoOn) {
     const std::string pidFile = Folder() + "pids";
@@ -287,9 +270,7 @@ TEST_F(RunletTest, RunnerLeftAloneEndsTheStepsGroup) {
         EXPECT_NE(driver.WaitExit(), -1) << c.what;
         // Orphans' zombies are for init to reap; what counts is that nothing runs on.
         const pid_t group = GroupOf(lines[0]);
-        for (int i = 0; i < 200 && !GroupMembers(group, false).empty(); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        EXPECT_TRUE(GroupMembers(group, false).empty()) << c.what;
+        EXPECT_TRUE(WaitUntil([&] { return GroupMembers(group, false).empty(); }, 2000)) << c.what;
     }
 }
 
@@ -303,30 +284,28 @@ TEST_F(RunletTest, InputClosedWithinTheStartRecordEndsTheRunnerWithoutAStep) {
     EXPECT_FALSE(std::filesystem::exists(Folder() + "ran"));
 }
 
-TEST_F(RunletTest, EndWaitsForACommandThatStillRuns) {
+TEST_F(RunletTest, UnknownCommandIsAnsweredAndEndWaitsForACommandThatStillRuns) {
     runlet.Start(Start(), "sleep 0.3; exit 2");
+    EXPECT_EQ(runlet.Send("WHAT").text, "Unknown command \"WHAT\".");
     const Answer end = runlet.Send("END ");
     EXPECT_EQ(end.reply.StepRc, 3);
     EXPECT_EQ(end.reply.RunnerState, 5);
 }
 
-TEST_F(RunletTest, ProcessesLeftBehindByTheCommandAreEndedAtEnd) {
-    const std::string pidFile = Folder() + "pids";
-    runlet.Start(Start(), Helper("linger " + pidFile + " 30000"));
+// A child left behind in the group, and one that left the group, are ended with the step.
+TEST_F(RunletTest, ProcessesLeftBehindOrOutsideTheGroupAreEndedAtEnd) {
+    RunletDriver escaping;
+    escaping.Start(Start(), Helper("escape " + Folder() + "escaped 30000"));
+    const pid_t escaped = PidsOf(WaitForLines(Folder() + "escaped", 1))[0];
+    escaping.Send("KILL");
+    escaping.Send("END ");
+    EXPECT_FALSE(ProcessAlive(escaped));
+
+    runlet.Start(Start(), Helper("linger " + Folder() + "pids 30000"));
     const Answer end = runlet.RunToEnd();
     EXPECT_EQ(end.reply.StepRc, 1);
     EXPECT_NE(end.text.find("still ran after its command had ended"), std::string::npos) << end.text;
-    const std::vector<std::string> lines = WaitForLines(pidFile, 1);
-    EXPECT_FALSE(ProcessAlive(PidsOf(lines)[0]));
-}
-
-TEST_F(RunletTest, ProcessThatLeftTheGroupIsEndedToo) {
-    const std::string pidFile = Folder() + "pids";
-    runlet.Start(Start(), Helper("escape " + pidFile + " 30000"));
-    const std::vector<std::string> lines = WaitForLines(pidFile, 1);
-    runlet.Send("KILL");
-    runlet.Send("END ");
-    EXPECT_FALSE(ProcessAlive(PidsOf(lines)[0]));
+    EXPECT_FALSE(ProcessAlive(PidsOf(WaitForLines(Folder() + "pids", 1))[0]));
 }
 
 TEST_F(RunletTest, StartPriorityAndPrtySetTheNiceValueOfEveryProcessOfTheStep) {
