@@ -59,17 +59,6 @@ TEST_F(VqservProcessTest, AnUnwritableConfigEndsWithTheWriteTestMessage) {
     EXPECT_FALSE(PathExists(Root()));
 }
 
-TEST_F(VqservProcessTest, RegistrationAndLogonStartsEndQuietly) {
-    auto result = RunProcess({BinPath("vqserv"), "/REGISTERCOM"}, Env(), 5000);
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_FALSE(PathExists(dir.Path() + "cfg/halvenor/orvantis-server/registry.db"));
-
-    result = RunProcess({BinPath("vqserv"), "--headless", "LOGON"}, Env(), 5000);
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_TRUE(PathExists(dir.Path() + "cfg/halvenor/orvantis-server/registry.db"));
-    EXPECT_FALSE(PathExists(dir.Path() + "home/$JQ"));
-}
-
 TEST_F(VqservProcessTest, VqctlReadsAndWritesTheSameSettings) {
     auto result = RunProcess({BinPath("vqctl"), "config", "get", "ServerSettings", "TIQH"}, Env());
     EXPECT_EQ(result.exitCode, 0);

@@ -252,23 +252,15 @@ TEST_F(PrepareNextRunTest, MakesANewRowWithANewNumberResetCellsAndANewFolder) {
     const std::string next = MakeRowKey(41, "Done7");
     ASSERT_TRUE(Exists(next));
     EXPECT_EQ(t->NextTaskNumber, 41);
-    EXPECT_EQ(TaskCellOf(t, next, "ID"), "000041");
-    EXPECT_EQ(TaskCellOf(t, next, "Status"), "Waiting");
-    EXPECT_EQ(TaskCellOf(t, next, "AllR"), "0005");
-    EXPECT_EQ(TaskCellOf(t, next, "CurStep"), "0000");
-    EXPECT_EQ(TaskCellOf(t, next, "JobRC"), "01");
-    EXPECT_EQ(TaskCellOf(t, next, "TCPU"), "0:00:00:00:000");
-    EXPECT_EQ(TaskCellOf(t, next, "Units"), "000000000");
-    EXPECT_EQ(TaskCellOf(t, next, "IO"), "00000000000000");
-    EXPECT_EQ(TaskCellOf(t, next, "PeakMem"), "000000000");
-    EXPECT_EQ(TaskCellOf(t, next, "Queue Priority"), "000000");
-    EXPECT_EQ(TaskCellOf(t, next, "Start"), "");
-    EXPECT_EQ(TaskCellOf(t, next, "End"), "");
-    EXPECT_EQ(TaskCellOf(t, next, "JobIndex"), "");
-    // Kept from the old row.
-    EXPECT_EQ(TaskCellOf(t, next, "NIzv"), "-1");
-    EXPECT_EQ(TaskCellOf(t, next, "SchTime"), "2026-11-23 12:00:00");
-    EXPECT_EQ(TaskCellOf(t, next, "AllSteps"), "0002");
+    // New and reset cells, then cells kept from the old row.
+    const std::pair<const char*, const char*> cells[] = {
+        {"ID", "000041"},       {"Status", "Waiting"},     {"AllR", "0005"},
+        {"CurStep", "0000"},    {"JobRC", "01"},           {"TCPU", "0:00:00:00:000"},
+        {"Units", "000000000"}, {"IO", "00000000000000"},  {"PeakMem", "000000000"},
+        {"Queue Priority", "000000"}, {"Start", ""},       {"End", ""},
+        {"JobIndex", ""},       {"NIzv", "-1"},            {"SchTime", "2026-11-23 12:00:00"},
+        {"AllSteps", "0002"}};
+    for (const auto& [column, value] : cells) EXPECT_EQ(TaskCellOf(t, next, column), value) << column;
     // Its own folder, with the task file.
     const std::string folder = TaskCellOf(t, next, "RF");
     EXPECT_EQ(folder, t->ServerPath + "LOCAL/$LOCALUSER$/Done7/000041");

@@ -150,14 +150,6 @@ TEST_F(StartupTest, ARootThatCannotBeMadeEndsTheProcess) {
     EXPECT_EQ(op.messages.back().text, "Cannot change queue folder.\n\nPlease choose another path.");
 }
 
-TEST_F(StartupTest, TheTaskNumberIsTheLargerOfItsTwoCopies) {
-    MakeFolders(dir.Path() + "queue/$Data");
-    AppendToFile(dir.Path() + "queue/$Data/TaskNO.dat", "41\r\n");
-    SaveRegSetting(*registry, "ServerSettings", "JobNumber", "17");
-    ASSERT_EQ(ProcessStart(*server, request, noOther), StartResult::Serve);
-    EXPECT_EQ(server->NextTaskNumber, 41);
-}
-
 TEST(OsKind, MapsTheKnownSystemsAndNamesTheOthers) {
     const int systems[][4] = {{1, 4, 0, 1}, {1, 4, 10, 2}, {2, 3, 51, 3}, {2, 4, 7, 4}, {2, 6, 3, 6}};
     for (const auto& s : systems) EXPECT_EQ(OsKindOf(s[0], s[1], s[2]), s[3]) << s[0] << s[1] << s[2];
