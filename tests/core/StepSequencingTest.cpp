@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cerrno>
 
 #include "core/StepSequencing.h"
 #include "platform/Files.h"
