@@ -81,7 +81,7 @@ TEST(Cells, AreReachedByTableNumberRowKeyAndColumnKey) {
     EXPECT_EQ(text, "Nightly build - part 2");
 }
 
-TEST(Cells, TableNumbersThatNameNoTableDoNothing) {
+TEST(Cells, OtherTableNumbersDoNothingAMissingRowOrColumnFailsIntoTheCaller) {
     TestServer ts;
     WorkingTables& t = ts->tables;
     const std::string key = ts.AddTask(1, "A");
@@ -93,12 +93,6 @@ TEST(Cells, TableNumbersThatNameNoTableDoNothing) {
         EXPECT_EQ(text, "unchanged");
     }
     EXPECT_EQ(GetCell(t, kTaskTable, key, "ID"), "000001");
-}
-
-TEST(Cells, AMissingRowOrColumnFailsIntoTheCaller) {
-    TestServer ts;
-    WorkingTables& t = ts->tables;
-    const std::string key = ts.AddTask(1, "A");
     EXPECT_THROW(GetCell(t, kTaskTable, "000002-A", "ID"), VqError);
     EXPECT_THROW(SetCell(t, kTaskTable, key, "Nope", "x"), VqError);
     std::string text;

@@ -144,20 +144,23 @@ TEST_F(RunletTest, StepRunsInItsFolderWithItsEnvironmentAndAppendsBothStreams) {
     EXPECT_NE(end.text.find("Environ line 2"), std::string::npos) << end.text;
 }
 
-TEST_F(RunletTest, AnotherUserIsRefusedAndTheStepNeverStarts) {
-    StartRecord start = Start();
-    start.UserName = "somebody";
-    const StartAck ack = runlet.Start(start, "touch ran");
-    EXPECT_EQ(ack.AckStage, "REFUSED ");
-    const Answer stat = runlet.Send("STAT");
-    EXPECT_EQ(stat.reply.RunnerState, 4);
-    EXPECT_EQ(stat.reply.CountersValid, 0);
-    const Answer end = runlet.Send("END ");
-    EXPECT_EQ(end.reply.StepRc, 98);
-    EXPECT_EQ(end.reply.RunnerState, 5);
-    EXPECT_NE(end.text.find("\"somebody\""), std::string::npos) << end.text;
-    EXPECT_FALSE(std::filesystem::exists(Folder() + "ran"));
-    EXPECT_EQ(runlet.WaitExit(), 0);
+// A start refused (another user) or failed (no work folder) runs nothing; "END " tells why.
+TEST_F(RunletTest, RefusedOrFailedStartRunsNothingAndEndTellsWhy) {
+    for (const bool refused : {true, false}) {
+        RunletDriver driver;
+        StartRecord start = Start();
+        (refused ? start.UserName : start.WorkDir) = refused ? "somebody" : Folder() + "no-such-folder";
+        EXPECT_EQ(driver.Start(start, "touch ran").AckStage, refused ? "REFUSED " : "FAILED  ");
+        const Answer stat = driver.Send("STAT");
+        EXPECT_EQ(stat.reply.RunnerState, 4);
+        EXPECT_EQ(stat.reply.CountersValid, 0);
+        const Answer end = driver.Send("END ");
+        EXPECT_EQ(end.reply.StepRc, 98);
+        EXPECT_EQ(end.reply.RunnerState, 5);
+        EXPECT_NE(end.text.find(refused ? "\"somebody\"" : "no-such-folder"), std::string::npos) << end.text;
+        EXPECT_FALSE(std::filesystem::exists(Folder() + "ran"));
+        EXPECT_EQ(driver.WaitExit(), 0);
+    }
 }
 
 TEST_F(RunletTest, TheOwnLoginIsAccepted) {
@@ -165,15 +168,6 @@ TEST_F(RunletTest, TheOwnLoginIsAccepted) {
     start.UserName = ::getpwuid(::geteuid())->pw_name;
     EXPECT_EQ(runlet.Start(start, "exit 0").AckStage, "STARTED ");
     EXPECT_EQ(runlet.RunToEnd().reply.StepRc, 1);
-}
-
-TEST_F(RunletTest, MissingWorkFolderFailsTheStartWithTheReason) {
-    StartRecord start = Start();
-    start.WorkDir = Folder() + "no-such-folder";
-    EXPECT_EQ(runlet.Start(start, "touch ran").AckStage, "FAILED  ");
-    const Answer end = runlet.Send("END ");
-    EXPECT_EQ(end.reply.StepRc, 98);
-    EXPECT_NE(end.text.find("no-such-folder"), std::string::npos) << end.text;
 }
 
 TEST_F(RunletTest, OversizedBlockIsSkippedAndTheConversationStaysInStep) {

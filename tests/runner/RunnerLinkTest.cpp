@@ -253,28 +253,26 @@ TEST_F(RunnerLinkTest, TheCommandArgumentKeepsWhatDiagOrPrtyLeft) {
     EXPECT_EQ(t->link.command.Argument, 1);
 }
 
-TEST_F(RunnerLinkTest, StopIsRepeatedEvery200MillisecondsUntilTheStepHasStopped) {
-    Prepare(BinPath("vqfakerunner"), "FAKE_POLLS=5\nFAKE_STOPWAIT=2");
-    OpenRunner(*t);
-    SendRunnerCommandRepeating(*t, 1, "STOP");
-    EXPECT_EQ(t.clock.slept, 600);  // three exchanges, each followed by its sleep
-    EXPECT_EQ(t->link.reply.ReplyTextLength, 0);
-}
-
-TEST_F(RunnerLinkTest, ATextLengthOfMinusOneWithoutWaitStatus258EndsTheRepeat) {
-    Prepare(BinPath("vqfakerunner"), "FAKE_POLLS=5\nFAKE_STOPWAIT=3\nFAKE_STOPSTATUS=0");
-    OpenRunner(*t);
-    SendRunnerCommandRepeating(*t, 1, "STRT");
-    EXPECT_EQ(t.clock.slept, 200);
-    EXPECT_EQ(t->link.reply.ReplyTextLength, -1);
-}
-
-TEST_F(RunnerLinkTest, StopToALostRunnerDoesntLoop) {
-    Prepare(t.dir.Path() + "no-such-runner", "");
-    OpenRunner(*t);
-    SendRunnerCommandRepeating(*t, 1, "STOP");
-    EXPECT_EQ(t.clock.slept, 200);
-    ExpectStandInReply();
+// "STOP" and "STRT" are sent again every 200 ms while the answer is "not yet" (text length -1
+// and wait status 258), and no more to a lost runner.
+TEST_F(RunnerLinkTest, StopAndStartAreRepeatedUntilTheStepHasChanged) {
+    const struct {
+        bool lost;
+        const char *environ, *command;
+        int64_t slept;
+        int32_t textLength;
+    } cases[] = {{false, "FAKE_POLLS=5\nFAKE_STOPWAIT=2", "STOP", 600, 0},
+                 {false, "FAKE_POLLS=5\nFAKE_STOPWAIT=3\nFAKE_STOPSTATUS=0", "STRT", 200, -1},
+                 {true, "", "STOP", 200, static_cast<int32_t>(kRunnerEndedText.size())}};
+    for (const auto& c : cases) {
+        Prepare(c.lost ? t.dir.Path() + "no-such-runner" : BinPath("vqfakerunner"), c.environ);
+        OpenRunner(*t);
+        t.clock.slept = 0;
+        SendRunnerCommandRepeating(*t, 1, c.command);
+        EXPECT_EQ(t.clock.slept, c.slept) << c.environ;
+        EXPECT_EQ(t->link.reply.ReplyTextLength, c.textLength) << c.environ;
+        SendRunnerCommand(*t, 1, "END ");
+    }
 }
 
 TEST_F(RunnerLinkTest, AServerThatGoesLeavesNoRunnerBehind) {

@@ -239,21 +239,15 @@ TEST_F(TaskFileLoad, SizeBoundIsTenMebibytes) {
     ExpectFailure(text, "File too big.", 2);
 }
 
-TEST_F(TaskFileLoad, MissingFileFailsAfterFiveWaitsWithProgress907) {
-    const std::string path = dir.Path() + "absent.vqf";
-    EXPECT_FALSE(Load(path));
+// A missing file and one under a writer's record lock are tried five times, 100 ms apart; a
+// folder is no task file at all.
+TEST_F(TaskFileLoad, FilesThatCantBeOpenedFailWithTheirProgress) {
+    const std::string absent = dir.Path() + "absent.vqf";
+    EXPECT_FALSE(Load(absent));
     EXPECT_EQ(clock.slept, 500);
-    EXPECT_EQ(error, "ERROR: Cannot Open \"" + path +
+    EXPECT_EQ(error, "ERROR: Cannot Open \"" + absent +
                          "\". \n\nNo such file or directory\n\nLoad Progress Number: 907");
-}
 
-TEST_F(TaskFileLoad, AFolderIsNoTaskFile) {
-    ASSERT_TRUE(MakeFolders(dir.Path() + "folder.vqf"));
-    EXPECT_FALSE(Load(dir.Path() + "folder.vqf"));
-    EXPECT_NE(error.find("Load Progress Number: 1"), std::string::npos) << error;
-}
-
-TEST_F(TaskFileLoad, RecordLockOfAWriterKeepsTheFileShared) {
     const std::string path = Write(kSampleText);
     const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_GE(fd, 0);
@@ -262,10 +256,14 @@ TEST_F(TaskFileLoad, RecordLockOfAWriterKeepsTheFileShared) {
     lock.l_whence = SEEK_SET;
     ASSERT_EQ(::fcntl(fd, F_OFD_SETLK, &lock), 0);
     EXPECT_FALSE(Load(path));
-    EXPECT_EQ(clock.slept, 500);
+    EXPECT_EQ(clock.slept, 1000);
     EXPECT_NE(error.find("Load Progress Number: 907"), std::string::npos);
     ::close(fd);
     EXPECT_TRUE(Load(path)) << error;
+
+    ASSERT_TRUE(MakeFolders(dir.Path() + "folder.vqf"));
+    EXPECT_FALSE(Load(dir.Path() + "folder.vqf"));
+    EXPECT_NE(error.find("Load Progress Number: 1"), std::string::npos) << error;
 }
 
 // A writer that holds an exclusive lock on the file for `ms` milliseconds, on its own thread.
