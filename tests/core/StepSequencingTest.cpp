@@ -225,18 +225,5 @@ TEST_F(StepSequencingTest, ALaterStepThatFailsToStartEndsTheTaskWithItsResult) {
     ExpectSlotFree();
 }
 
-TEST(UpdateTaskRc, ZeroAndNinetyNineStay) {
-    TestServer t;
-    const std::string key = t.AddTask(1, "T");
-    UpdateTaskRc(*t, key, 7);
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "07");
-    SetCell(t->tables, kTaskTable, key, "JobRC", "99");
-    UpdateTaskRc(*t, key, 1);
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "99");
-    SetCell(t->tables, kTaskTable, key, "JobRC", "00");
-    UpdateTaskRc(*t, key, 1);
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "00");
-}
-
 }  // namespace
 }  // namespace vq::test

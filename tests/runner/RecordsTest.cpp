@@ -28,23 +28,17 @@ TEST(FixedTextTest, PadsCutsAndKeepsEightBitCharacters) {
     EXPECT_EQ(FixedText(std::string("a\0b", 3), 4), std::string("a\0b ", 4));
 }
 
-TEST(CommandRecordTest, LayoutAndRoundTrip) {
-    CommandRecord command{"PRTY", 42};
-    const std::string bytes = command.Encode();
-    ASSERT_EQ(bytes.size(), 8u);
+TEST(CommandRecordTest, LayoutRoundTripPaddingCuttingAndTwosComplement) {
+    const std::string bytes = CommandRecord{"PRTY", 42}.Encode();
     EXPECT_EQ(bytes, std::string("PRTY\x2A\0\0\0", 8));
-
     const CommandRecord back = CommandRecord::Decode(bytes);
     EXPECT_EQ(back.Command, "PRTY");
     EXPECT_EQ(back.Argument, 42);
-}
-
-TEST(CommandRecordTest, ShortCommandIsPaddedLongOneCutNegativeArgumentTwosComplement) {
     EXPECT_EQ(CommandRecord({"END", 0}).Encode().substr(0, 4), "END ");
     EXPECT_EQ(CommandRecord({"STATUS", 0}).Encode().substr(0, 4), "STAT");
-    const std::string bytes = CommandRecord{"DIAG", -2}.Encode();
-    EXPECT_EQ(bytes.substr(4), std::string("\xFE\xFF\xFF\xFF", 4));
-    EXPECT_EQ(CommandRecord::Decode(bytes).Argument, -2);
+    const std::string negative = CommandRecord{"DIAG", -2}.Encode();
+    EXPECT_EQ(negative.substr(4), std::string("\xFE\xFF\xFF\xFF", 4));
+    EXPECT_EQ(CommandRecord::Decode(negative).Argument, -2);
 }
 
 // Every number field of the start record with its offset and a value unlike its neighbours'.

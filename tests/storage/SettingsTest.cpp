@@ -67,13 +67,6 @@ TEST_F(SettingsTest, ValuesOfAnotherFormCountAsMissing) {
     EXPECT_EQ(GetSettingNumber(reg, "ServerSettings", "CLF"), 10);
 }
 
-TEST_F(SettingsTest, AStoreThatCannotBeMadeReportsAFailure) {
-    AppendToFile(dir.Path() + "file", "x");
-    Registry broken(dir.Path() + "file/registry.db", dir.Path() + "file/autostart");
-    EXPECT_NE(SaveRegSetting(broken, "ServerSettings", "TVal", "1"), 0);
-    EXPECT_EQ(GetSettingText(broken, "ServerSettings", "MJP"), "P22");
-}
-
 TEST_F(SettingsTest, AutoLogonEmptyArgumentsChangeTheFlagAloneBlanksEmptyTheValues) {
     SetAutoLogon(reg, 1, "ann", "HOME", "secret");
     EXPECT_EQ(SetAutoLogon(reg, 0, "", "", ""), 0);

@@ -107,15 +107,6 @@ TEST_F(NewTask, TakesTaskAndStepOptions) {
     EXPECT_EQ(task.steps[1].Execute, "0");
 }
 
-TEST_F(NewTask, HelpExplainsTheOptions) {
-    const RunResult run = RunVqctl({"new-task", "--help"});
-    EXPECT_EQ(run.exitCode, 0);
-    for (const char* option :
-         {"--step", "--rc", "--class", "--priority", "--at", "--repeat", "--encrypted"})
-        EXPECT_NE(run.output.find(option), std::string::npos) << option;
-    EXPECT_NE(RunVqctl({}).output.find("new-task"), std::string::npos);
-}
-
 TEST_F(NewTask, RefusesWhatWouldMakeAnInvalidTaskFile) {
     const std::string path = dir.Path() + "bad.vqf";
     const std::vector<std::vector<std::string>> bad = {
