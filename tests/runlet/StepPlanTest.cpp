@@ -29,15 +29,6 @@ std::string ValueOf(const std::vector<std::string>& environment, const std::stri
     return "<unset>";
 }
 
-TEST(StepPlanTest, ShellCommandAndFolders) {
-    const StepPlan plan = MakeStepPlan(Input("make all"), {}, "ann");
-    EXPECT_FALSE(plan.Refused());
-    EXPECT_EQ(plan.arguments, (std::vector<std::string>{"sh", "-c", "make all"}));
-    EXPECT_EQ(plan.taskFolder, "/q/$JobR/000012-Build");
-    EXPECT_EQ(plan.workDir, "/q/$JobR/000012-Build");
-    EXPECT_TRUE(plan.notes.empty());
-}
-
 TEST(StepPlanTest, TaskVariablesAreAddedAndWinOverEnviron) {
     StepInput input = Input("true");
     input.environ = "ORVANTIS_STEP=9\r\nPATH=/opt/bin\r\n";

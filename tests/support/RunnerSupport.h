@@ -1,6 +1,6 @@
 #pragma once
-// What the tests that start real step runners share: a task
-// that the runner accepts, step cells, and ticks of the monitor until a task has ended.
+// What the tests that start real step runners share: a task that the runner accepts, step
+// cells, and ticks of the monitor until a task has ended.
 #include <string>
 
 #include "access/QueueFolders.h"
