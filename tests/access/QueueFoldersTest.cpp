@@ -41,26 +41,19 @@ TEST_F(QueueFoldersTest, AnEmptyServPathFailsAfterTheTreeIsMade) {
     EXPECT_NE(ts.LogText().find("Error occurred while doing directory check!"), std::string::npos);
 }
 
-TEST_F(QueueFoldersTest, AFolderWithItsCreationFileIsNotTouched) {
-    const std::string folder = ts.dir.Path() + "marked";
-    MakeFolders(folder);
-    AppendToFile(folder + "/Orvantis.ctf", "mine\r\n");
-    EXPECT_TRUE(MakeQueueFolder(*ts, "u", "d", folder + "/", "1"));
-    EXPECT_EQ(ReadFileText(folder + "/Orvantis.ctf"), "mine\r\n");
-}
-
-TEST_F(QueueFoldersTest, AnExistingFolderWithoutTheFileGetsIt) {
-    const std::string folder = ts.dir.Path() + "plain";
-    MakeFolders(folder);
-    EXPECT_TRUE(MakeQueueFolder(*ts, "u", "d", folder, "2"));
-    EXPECT_TRUE(PathExists(folder + "/Orvantis.ctf"));
+TEST_F(QueueFoldersTest, MakeQueueFolderKeepsAnOwnFileAddsAMissingOneAndNeedsTheParent) {
+    const std::string marked = ts.dir.Path() + "marked", plain = ts.dir.Path() + "plain";
+    MakeFolders(marked);
+    MakeFolders(plain);
+    AppendToFile(marked + "/Orvantis.ctf", "mine\r\n");
+    EXPECT_TRUE(MakeQueueFolder(*ts, "u", "d", marked + "/", "1"));
+    EXPECT_EQ(ReadFileText(marked + "/Orvantis.ctf"), "mine\r\n");
+    EXPECT_TRUE(MakeQueueFolder(*ts, "u", "d", plain, "2"));
+    EXPECT_TRUE(PathExists(plain + "/Orvantis.ctf"));
     EXPECT_EQ(ts.LogText(), "");
-}
-
-TEST_F(QueueFoldersTest, AMissingParentIsAFailure) {
-    const std::string folder = ts.dir.Path() + "no/such/parent";
-    EXPECT_FALSE(MakeQueueFolder(*ts, "u", "d", folder, "3"));
-    EXPECT_NE(ts.LogText().find("Error occurred while creating folder!\n\nPath: " + folder + "\n\n"),
+    const std::string orphan = ts.dir.Path() + "no/such/parent";
+    EXPECT_FALSE(MakeQueueFolder(*ts, "u", "d", orphan, "3"));
+    EXPECT_NE(ts.LogText().find("Error occurred while creating folder!\n\nPath: " + orphan + "\n\n"),
               std::string::npos);
 }
 
@@ -114,20 +107,14 @@ protected:
     std::string key = ts.AddTask(500, "Nightly");
 };
 
-TEST_F(ClearProjectFoldersTest, NoMoreFoldersThanTheLimitClearsNothing) {
-    for (int i = 1; i <= 10; ++i) MakeTaskFolder(ZeroPad(i, 6), 100 - i);
+TEST_F(ClearProjectFoldersTest, TenFoldersStayAndAnEleventhTakesTheOldestOnly) {
+    for (int i = 1; i <= 10; ++i) MakeTaskFolder(ZeroPad(i, 6), i == 7 ? 500 : 100 - i);
     EXPECT_TRUE(ClearProjectFolders(*ts, key));
-    for (int i = 1; i <= 10; ++i) EXPECT_TRUE(FolderExists(Project() + ZeroPad(i, 6)));
-}
-
-TEST_F(ClearProjectFoldersTest, OneFolderAboveTheLimitTakesTheOldestOnly) {
-    for (int i = 1; i <= 11; ++i) MakeTaskFolder(ZeroPad(i, 6), i == 7 ? 500 : 100 - i);
+    for (int i = 1; i <= 10; ++i) EXPECT_TRUE(FolderExists(Project() + ZeroPad(i, 6))) << i;
+    MakeTaskFolder(ZeroPad(11, 6), 89);
     EXPECT_TRUE(ClearProjectFolders(*ts, key));
+    for (int i = 1; i <= 11; ++i) EXPECT_EQ(FolderExists(Project() + ZeroPad(i, 6)), i != 7) << i;
     EXPECT_FALSE(PathExists(Project() + "000007"));
-    for (int i = 1; i <= 11; ++i)
-        if (i != 7) {
-            EXPECT_TRUE(FolderExists(Project() + ZeroPad(i, 6))) << i;
-        }
     EXPECT_EQ(ts->tables.FolList.RowCount(), 0u);
 }
 

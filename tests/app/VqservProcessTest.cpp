@@ -26,13 +26,8 @@ protected:
     }
     std::vector<std::string> Env() { return Env(dir.Path() + "cfg"); }
     std::string Root() { return dir.Path() + "queue/"; }
-    // Waits until the file exists, at most `limitMs`.
     bool WaitForFile(const std::string& path, int limitMs) {
-        for (int waited = 0; waited < limitMs; waited += 20) {
-            if (PathExists(path)) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        return false;
+        return test::WaitUntil([&] { return PathExists(path); }, limitMs, 20);
     }
     test::TempDir dir;
 };
@@ -62,17 +57,6 @@ TEST_F(VqservProcessTest, AnUnwritableConfigEndsWithTheWriteTestMessage) {
                               "have sufficient security permissions."),
               std::string::npos);
     EXPECT_FALSE(PathExists(Root()));
-}
-
-TEST_F(VqservProcessTest, RegistrationAndLogonStartsEndQuietly) {
-    auto result = RunProcess({BinPath("vqserv"), "/REGISTERCOM"}, Env(), 5000);
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_FALSE(PathExists(dir.Path() + "cfg/halvenor/orvantis-server/registry.db"));
-
-    result = RunProcess({BinPath("vqserv"), "--headless", "LOGON"}, Env(), 5000);
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_TRUE(PathExists(dir.Path() + "cfg/halvenor/orvantis-server/registry.db"));
-    EXPECT_FALSE(PathExists(dir.Path() + "home/$JQ"));
 }
 
 TEST_F(VqservProcessTest, VqctlReadsAndWritesTheSameSettings) {

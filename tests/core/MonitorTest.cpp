@@ -17,7 +17,7 @@ void Pause(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms));
 
 class MonitorTest : public testing::Test {
   protected:
-    MonitorTest() { t->RunnerPath = RunletPath(); }
+    MonitorTest() { t->RunnerPath = BinPath("runlet"); }
 
     void SetSetting(const char* name, const std::string& value) {
         SaveRegSetting(*t.registry, "ServerSettings", name, value);
@@ -39,11 +39,8 @@ class MonitorTest : public testing::Test {
 };
 
 TEST(DiagnosticPeriod, IsDiagCOver5000BoundedToWhatPollCountCounts) {
-    EXPECT_EQ(DiagnosticPeriod(5000), 1);
-    EXPECT_EQ(DiagnosticPeriod(60000), 12);
-    EXPECT_EQ(DiagnosticPeriod(4999), 0);
-    EXPECT_EQ(DiagnosticPeriod(-5000), 0);
-    EXPECT_EQ(DiagnosticPeriod(5000LL * 70000), 65535);
+    const std::pair<int64_t, int> periods[] = {{5000, 1}, {60000, 12}, {4999, 0}, {-5000, 0}, {5000LL * 70000, 65535}};
+    for (const auto& [diagC, ticks] : periods) EXPECT_EQ(DiagnosticPeriod(diagC), ticks) << diagC;
 }
 
 TEST_F(MonitorTest, PollCountRunsThroughTheDiagnosticPeriod) {
@@ -116,7 +113,7 @@ TEST_F(MonitorTest, FinishedTasksLeaveAfterTheirStay) {
     EXPECT_TRUE(IsFolder(oldFolder));
 }
 
-TEST_F(MonitorTest, TheStayIsHoursAndMinutes) {
+TEST_F(MonitorTest, TheStayIsHoursAndMinutesAndWithNoStayATaskLeavesOnceItsEndIsPast) {
     SetSetting("TIQH", "0");
     SetSetting("TIQM", "30");
     const std::string gone = FinishedTask(1, "Complete", 1801);
@@ -124,15 +121,11 @@ TEST_F(MonitorTest, TheStayIsHoursAndMinutes) {
     Timer3_Timer(*t);
     EXPECT_FALSE(Exists(gone));
     EXPECT_TRUE(Exists(kept));
-}
-
-TEST_F(MonitorTest, WithNoStayATaskLeavesOnceItsEndIsPast) {
-    SetSetting("TIQH", "0");
-    const std::string now = FinishedTask(1, "Complete", 0);
-    const std::string past = FinishedTask(2, "Complete", 1);
+    SetSetting("TIQM", "0");
+    const std::string now = FinishedTask(3, "Complete", 0);
     Timer3_Timer(*t);
+    EXPECT_FALSE(Exists(kept));
     EXPECT_TRUE(Exists(now));
-    EXPECT_FALSE(Exists(past));
     t.clock.Advance(1);
     Timer3_Timer(*t);
     EXPECT_FALSE(Exists(now));
@@ -182,16 +175,6 @@ TEST_F(MonitorTest, ARunnerKilledFromOutsideEndsItsStepWith98) {
     EXPECT_EQ(t->link.ReplyText, "Step runner ended unexpectedly.");
     EXPECT_FALSE(t->SlotUsed[1]);
     EXPECT_EQ(t->link.slots[1].pid, -1);
-}
-
-TEST_F(MonitorTest, ARunnerThatCantBeLaunchedEndsItsStepAtTheFirstPoll) {
-    t->RunnerPath = t.dir.Path() + "missing-runlet";
-    const std::string key = AddRunnableTask(t, 1, "NoRunner", 1);
-    ASSERT_TRUE(RunNextStep(*t, true, key, 1));  // the launch reports nothing
-    EXPECT_EQ(TaskCellOf(t, key, "Status"), "Running");
-    Timer3_Timer(*t);
-    EXPECT_EQ(TaskCellOf(t, key, "Status"), "Complete");
-    EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "98");
 }
 
 TEST_F(MonitorTest, ADiagnosticFollowsAPollWithValidCountersWhenThePeriodEnds) {
@@ -269,23 +252,15 @@ TEST_F(PrepareNextRunTest, MakesANewRowWithANewNumberResetCellsAndANewFolder) {
     const std::string next = MakeRowKey(41, "Done7");
     ASSERT_TRUE(Exists(next));
     EXPECT_EQ(t->NextTaskNumber, 41);
-    EXPECT_EQ(TaskCellOf(t, next, "ID"), "000041");
-    EXPECT_EQ(TaskCellOf(t, next, "Status"), "Waiting");
-    EXPECT_EQ(TaskCellOf(t, next, "AllR"), "0005");
-    EXPECT_EQ(TaskCellOf(t, next, "CurStep"), "0000");
-    EXPECT_EQ(TaskCellOf(t, next, "JobRC"), "01");
-    EXPECT_EQ(TaskCellOf(t, next, "TCPU"), "0:00:00:00:000");
-    EXPECT_EQ(TaskCellOf(t, next, "Units"), "000000000");
-    EXPECT_EQ(TaskCellOf(t, next, "IO"), "00000000000000");
-    EXPECT_EQ(TaskCellOf(t, next, "PeakMem"), "000000000");
-    EXPECT_EQ(TaskCellOf(t, next, "Queue Priority"), "000000");
-    EXPECT_EQ(TaskCellOf(t, next, "Start"), "");
-    EXPECT_EQ(TaskCellOf(t, next, "End"), "");
-    EXPECT_EQ(TaskCellOf(t, next, "JobIndex"), "");
-    // Kept from the old row.
-    EXPECT_EQ(TaskCellOf(t, next, "NIzv"), "-1");
-    EXPECT_EQ(TaskCellOf(t, next, "SchTime"), "2026-11-23 12:00:00");
-    EXPECT_EQ(TaskCellOf(t, next, "AllSteps"), "0002");
+    // New and reset cells, then cells kept from the old row.
+    const std::pair<const char*, const char*> cells[] = {
+        {"ID", "000041"},       {"Status", "Waiting"},     {"AllR", "0005"},
+        {"CurStep", "0000"},    {"JobRC", "01"},           {"TCPU", "0:00:00:00:000"},
+        {"Units", "000000000"}, {"IO", "00000000000000"},  {"PeakMem", "000000000"},
+        {"Queue Priority", "000000"}, {"Start", ""},       {"End", ""},
+        {"JobIndex", ""},       {"NIzv", "-1"},            {"SchTime", "2026-11-23 12:00:00"},
+        {"AllSteps", "0002"}};
+    for (const auto& [column, value] : cells) EXPECT_EQ(TaskCellOf(t, next, column), value) << column;
     // Its own folder, with the task file.
     const std::string folder = TaskCellOf(t, next, "RF");
     EXPECT_EQ(folder, t->ServerPath + "LOCAL/$LOCALUSER$/Done7/000041");

@@ -127,21 +127,19 @@ TEST_F(StartupTest, StartQZeroLeavesTheQueueStopped) {
     EXPECT_EQ(screen.queueSwitches, std::vector<bool>{false});
 }
 
-TEST_F(StartupTest, TheStoredRootServesWhenNoneIsGiven) {
+TEST_F(StartupTest, WithoutARootGivenTheStoredOneServesElseTheProposal) {
     const std::string stored = dir.Path() + "stored/";
     MakeFolders(stored);
-    SaveRegSetting(*registry, "ServerSettings", "ServPath", stored);
-    request.queueRoot.clear();
-    ASSERT_EQ(ProcessStart(*server, request, noOther), StartResult::Serve);
-    EXPECT_EQ(server->ServerPath, stored);
-}
-
-TEST_F(StartupTest, WithoutARootTheProposalIsTaken) {
     request.queueRoot.clear();
     request.proposedRoot = dir.Path() + "home/$JQ";
     ASSERT_EQ(ProcessStart(*server, request, noOther), StartResult::Serve);
     EXPECT_EQ(server->ServerPath, dir.Path() + "home/$JQ/");
     EXPECT_TRUE(PathExists(dir.Path() + "home/$JQ/$Data/Orvantis.ctf"));
+    SaveRegSetting(*registry, "ServerSettings", "ServPath", stored);
+    Server again(clock, op, *registry, screen);
+    again.ProgramFolder = "/opt/orvantis/bin/";
+    ASSERT_EQ(ProcessStart(again, request, noOther), StartResult::Serve);
+    EXPECT_EQ(again.ServerPath, stored);
 }
 
 TEST_F(StartupTest, ARootThatCannotBeMadeEndsTheProcess) {
@@ -152,20 +150,9 @@ TEST_F(StartupTest, ARootThatCannotBeMadeEndsTheProcess) {
     EXPECT_EQ(op.messages.back().text, "Cannot change queue folder.\n\nPlease choose another path.");
 }
 
-TEST_F(StartupTest, TheTaskNumberIsTheLargerOfItsTwoCopies) {
-    MakeFolders(dir.Path() + "queue/$Data");
-    AppendToFile(dir.Path() + "queue/$Data/TaskNO.dat", "41\r\n");
-    SaveRegSetting(*registry, "ServerSettings", "JobNumber", "17");
-    ASSERT_EQ(ProcessStart(*server, request, noOther), StartResult::Serve);
-    EXPECT_EQ(server->NextTaskNumber, 41);
-}
-
 TEST(OsKind, MapsTheKnownSystemsAndNamesTheOthers) {
-    EXPECT_EQ(OsKindOf(1, 4, 0), 1);
-    EXPECT_EQ(OsKindOf(1, 4, 10), 2);
-    EXPECT_EQ(OsKindOf(2, 3, 51), 3);
-    EXPECT_EQ(OsKindOf(2, 4, 7), 4);
-    EXPECT_EQ(OsKindOf(2, 6, 3), 6);
+    const int systems[][4] = {{1, 4, 0, 1}, {1, 4, 10, 2}, {2, 3, 51, 3}, {2, 4, 7, 4}, {2, 6, 3, 6}};
+    for (const auto& s : systems) EXPECT_EQ(OsKindOf(s[0], s[1], s[2]), s[3]) << s[0] << s[1] << s[2];
     std::string message;
     EXPECT_EQ(OsKindOf(2, 10, 0, &message), 0);
     EXPECT_EQ(message, "Not supported OS Platform 2 / Major 10 / Minor 0");

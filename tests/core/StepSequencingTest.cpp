@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cerrno>
 
 #include "core/StepSequencing.h"
 #include "platform/Files.h"
@@ -13,7 +11,7 @@ namespace {
 
 class StepSequencingTest : public testing::Test {
   protected:
-    StepSequencingTest() { t->RunnerPath = RunletPath(); }
+    StepSequencingTest() { t->RunnerPath = BinPath("runlet"); }
 
     std::string Task(int steps) { return AddRunnableTask(t, 1, "Build", steps); }
     void Step(const std::string& key, int step, const std::string& command,
@@ -48,6 +46,7 @@ class StepSequencingTest : public testing::Test {
     }
 
     TestServer t;
+    int number = 1;
 };
 
 TEST_F(StepSequencingTest, ATaskWithoutStepsEndsCompleteInTheTick) {
@@ -97,74 +96,70 @@ TEST_F(StepSequencingTest, AFirstStepStartsInItsSlot) {
     EXPECT_TRUE(PathExists(ActiveReport(key)));
 }
 
-TEST_F(StepSequencingTest, AThreeStepTaskRunsToItsEndAsTheCodesSay) {
-    const std::string key = Task(3);
-    Step(key, 1, "true");    // 1
-    Step(key, 2, "exit 2");  // 3
-    Step(key, 3, "true", "3", "3");
-    RunToEnd(key);
-    EXPECT_EQ(Status(key), "Complete");
-    for (int i = 1; i <= 3; ++i) EXPECT_EQ(StepStatus(key, i), "Complete");
-    EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "01");
-    EXPECT_EQ(StepCell(t, key, 2, "StepRC"), "03");
-    EXPECT_EQ(StepCell(t, key, 3, "StepRC"), "01");
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "01");
-    EXPECT_EQ(TaskCellOf(t, key, "JobIndex"), "");
-    EXPECT_FALSE(TaskCellOf(t, key, "End").empty());
-    ExpectSlotFree();
-    EXPECT_FALSE(t->SlotReportFile[1].Valid());  // the active report is closed
-    EXPECT_TRUE(PathExists(TaskCellOf(t, key, "RF") + "/Step2.txt"));
-}
-
-TEST_F(StepSequencingTest, TheNextStepIsTestedAgainstTheLastResultOnly) {
-    // Step 1 returns 2: step 2 (1 to 1) is skipped, step 3 (2 to 2) runs.
-    const std::string key = Task(3);
-    Step(key, 1, "exit 1");
-    Step(key, 2, "true");
-    Step(key, 3, "true", "2", "2");
-    RunToEnd(key);
-    EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "02");
-    EXPECT_EQ(StepStatus(key, 2), "Skipped");
-    EXPECT_EQ(StepStatus(key, 3), "Complete");
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "01");
-}
-
-TEST_F(StepSequencingTest, AStepReturningZeroEndsTheTaskAndLeavesTheRestPending) {
-    const std::string key = Task(3);
-    StepReturning(key, 1, 0);
-    RunToEnd(key);
-    EXPECT_EQ(Status(key), "Complete");
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "00");
-    EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "00");
-    EXPECT_EQ(StepStatus(key, 2), "Pending");
-    EXPECT_EQ(StepStatus(key, 3), "Pending");
-    ExpectSlotFree();
-}
-
-TEST_F(StepSequencingTest, ALastStepThatDoesntFitIsSkippedAndTheTaskKeepsTheResultBefore) {
-    const std::string key = Task(2);
-    Step(key, 1, "exit 1");
-    RunToEnd(key);
-    EXPECT_EQ(StepStatus(key, 2), "Skipped");
-    EXPECT_EQ(TaskCellOf(t, key, "CurStep"), "0002");
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "02");
-    EXPECT_EQ(Status(key), "Complete");
-    ExpectSlotFree();
-}
-
-TEST_F(StepSequencingTest, NinetyNineSticks) {
-    const std::string key = Task(4);
-    StepReturning(key, 1, 99);
-    Step(key, 2, "exit 4", "99", "99");  // a cleanup step: returns 5
-    Step(key, 3, "true", "5", "5");      // would run if 5 had replaced 99
-    Step(key, 4, "true", "99", "99");
-    RunToEnd(key);
-    EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "99");
-    EXPECT_EQ(StepStatus(key, 2), "Complete");
-    EXPECT_EQ(StepCell(t, key, 2, "StepRC"), "05");
-    EXPECT_EQ(StepStatus(key, 3), "Skipped");
-    EXPECT_EQ(StepStatus(key, 4), "Complete");
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "99");
+// Tasks run end to end by real runners: each step's command (or the return code it asks for
+// through its FileRC) and range, then each step's status and code and the task's code.
+TEST_F(StepSequencingTest, TasksRunToTheirEndAsTheCodesSay) {
+    struct StepCase {
+        std::string command;  // "rc N": return code N as it stands
+        const char *minRc, *maxRc, *status, *rc;
+    };
+    const struct {
+        const char* what;
+        std::vector<StepCase> steps;
+        const char *jobRc, *curStep;
+    } cases[] = {
+        {"three steps",
+         {{"true", "1", "1", "Complete", "01"},
+          {"exit 2", "1", "1", "Complete", "03"},
+          {"true", "3", "3", "Complete", "01"}},
+         "01", "0003"},
+        {"the range 1-2-3: tested against the last result only",
+         {{"exit 1", "1", "1", "Complete", "02"},
+          {"true", "1", "1", "Skipped", "00"},
+          {"true", "2", "2", "Complete", "01"}},
+         "01", "0003"},
+        {"0 first of three ends the task",
+         {{"rc 0", "1", "1", "Complete", "00"},
+          {"true", "1", "1", "Pending", "00"},
+          {"true", "1", "1", "Pending", "00"}},
+         "00", "0001"},
+        {"a last step that doesn't fit",
+         {{"exit 1", "1", "1", "Complete", "02"}, {"true", "1", "1", "Skipped", "00"}},
+         "02", "0002"},
+        {"99 sticks: the cleanup's 5 doesn't replace it",
+         {{"rc 99", "1", "1", "Complete", "99"},
+          {"exit 4", "99", "99", "Complete", "05"},
+          {"true", "5", "5", "Skipped", "00"},
+          {"true", "99", "99", "Complete", "01"}},
+         "99", "0004"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::string key = AddRunnableTask(t, ++number, "Build", static_cast<int>(c.steps.size()));
+        for (size_t i = 0; i < c.steps.size(); ++i) {
+            const int step = static_cast<int>(i) + 1;
+            const StepCase& sc = c.steps[i];
+            if (sc.command.rfind("rc ", 0) == 0) {
+                StepReturning(key, step, std::stoi(sc.command.substr(3)), sc.minRc, sc.maxRc);
+            } else {
+                Step(key, step, sc.command, sc.minRc, sc.maxRc);
+            }
+        }
+        RunToEnd(key);
+        EXPECT_EQ(Status(key), "Complete");
+        for (size_t i = 0; i < c.steps.size(); ++i) {
+            const int step = static_cast<int>(i) + 1;
+            EXPECT_EQ(StepStatus(key, step), c.steps[i].status) << step;
+            EXPECT_EQ(StepCell(t, key, step, "StepRC"), c.steps[i].rc) << step;
+        }
+        EXPECT_EQ(TaskCellOf(t, key, "JobRC"), c.jobRc);
+        EXPECT_EQ(TaskCellOf(t, key, "CurStep"), c.curStep);
+        EXPECT_TRUE(PathExists(TaskCellOf(t, key, "RF") + "/Step1.txt"));
+        EXPECT_EQ(TaskCellOf(t, key, "JobIndex"), "");
+        EXPECT_FALSE(TaskCellOf(t, key, "End").empty());
+        ExpectSlotFree();
+        EXPECT_FALSE(t->SlotReportFile[1].Valid());  // the active report is closed
+    }
 }
 
 TEST_F(StepSequencingTest, NextExecutableStepLooksFromTheGivenStepOn) {
@@ -228,19 +223,6 @@ TEST_F(StepSequencingTest, ALaterStepThatFailsToStartEndsTheTaskWithItsResult) {
     EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "02");
     EXPECT_NE(t.LogText().find("(" + MakeStepKey(key, 2) + ")!"), std::string::npos);
     ExpectSlotFree();
-}
-
-TEST(UpdateTaskRc, ZeroAndNinetyNineStay) {
-    TestServer t;
-    const std::string key = t.AddTask(1, "T");
-    UpdateTaskRc(*t, key, 7);
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "07");
-    SetCell(t->tables, kTaskTable, key, "JobRC", "99");
-    UpdateTaskRc(*t, key, 1);
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "99");
-    SetCell(t->tables, kTaskTable, key, "JobRC", "00");
-    UpdateTaskRc(*t, key, 1);
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "00");
 }
 
 }  // namespace

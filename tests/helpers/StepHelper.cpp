@@ -9,9 +9,7 @@
 //                        FILE and sleeps MS milliseconds; the helper itself exits at once
 //   linger FILE MS       a child that stays in the group, writes its pid to FILE and sleeps
 //                        MS milliseconds; the helper itself exits at once
-//   ignore-term MS       ignore SIGTERM and sleep MS milliseconds
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -119,11 +117,6 @@ int main(int argc, char** argv) {
     if (mode == "chain" && args.size() == 4) return Chain(static_cast<int>(number(1)), number(2), args[3].c_str());
     if (mode == "escape" && args.size() == 3) return LeaveChild(args[1].c_str(), number(2), true);
     if (mode == "linger" && args.size() == 3) return LeaveChild(args[1].c_str(), number(2), false);
-    if (mode == "ignore-term") {
-        signal(SIGTERM, SIG_IGN);
-        SleepMs(number(1));
-        return 0;
-    }
     std::fprintf(stderr, "vqstephelper: unknown request\n");
     return 64;
 }

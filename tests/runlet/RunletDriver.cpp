@@ -8,11 +8,11 @@
 
 #include <chrono>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
 #include "runlet/ProcReader.h"
+#include "tests/support/TestSupport.h"
 
 namespace vq::test {
 namespace {
@@ -24,7 +24,6 @@ int64_t NowMs() {
 
 }  // namespace
 
-std::string BinPath(const std::string& program) { return std::string(VQ_BIN_DIR) + "/" + program; }
 std::string Helper(const std::string& arguments) { return BinPath("vqstephelper") + " " + arguments; }
 
 RunletDriver::RunletDriver(uid_t user) {
@@ -98,13 +97,10 @@ Answer RunletDriver::Send(const char* command, int32_t argument) {
 }
 
 Answer RunletDriver::WaitForEnd(int timeoutMs) {
-    const int64_t deadline = NowMs() + timeoutMs;
-    for (;;) {
-        Answer answer = Send("STAT");
-        if (answer.reply.RunnerState >= 4) return answer;
-        if (NowMs() > deadline) throw std::runtime_error("the step did not end in time");
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    Answer answer;
+    if (!WaitUntil([&] { return (answer = Send("STAT")).reply.RunnerState >= 4; }, timeoutMs, 10))
+        throw std::runtime_error("the step did not end in time");
+    return answer;
 }
 
 Answer RunletDriver::Repeat(const char* command) {
@@ -123,18 +119,10 @@ Answer RunletDriver::RunToEnd() {
 }
 
 int RunletDriver::WaitExit(int timeoutMs) {
-    if (reaped_) return -1;
-    const int64_t deadline = NowMs() + timeoutMs;
-    for (;;) {
-        int status = 0;
-        const pid_t done = ::waitpid(pid_, &status, WNOHANG);
-        if (done == pid_) {
-            reaped_ = true;
-            return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        }
-        if (NowMs() > deadline) return -1;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    int status = 0;
+    if (reaped_ || !WaitUntil([&] { return ::waitpid(pid_, &status, WNOHANG) == pid_; }, timeoutMs)) return -1;
+    reaped_ = true;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 StartRecord MakeStart(const std::string& folder) {
@@ -164,15 +152,17 @@ std::vector<pid_t> GroupMembers(pid_t group, bool withZombies) {
 bool ProcessAlive(pid_t pid) { return ProcFiles().ReadStat(pid).has_value(); }
 
 std::vector<std::string> WaitForLines(const std::string& file, size_t lines, int timeoutMs) {
-    const int64_t deadline = NowMs() + timeoutMs;
-    for (;;) {
-        std::vector<std::string> found;
-        std::ifstream in(file);
-        for (std::string line; std::getline(in, line);) found.push_back(line);
-        if (found.size() >= lines) return found;
-        if (NowMs() > deadline) throw std::runtime_error(file + " did not get its lines in time");
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    std::vector<std::string> found;
+    const bool complete = WaitUntil(
+        [&] {
+            found.clear();
+            std::ifstream in(file);
+            for (std::string line; std::getline(in, line);) found.push_back(line);
+            return found.size() >= lines;
+        },
+        timeoutMs);
+    if (!complete) throw std::runtime_error(file + " did not get its lines in time");
+    return found;
 }
 
 }  // namespace vq::test

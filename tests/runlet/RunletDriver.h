@@ -8,10 +8,10 @@
 
 #include "platform/UniqueFd.h"
 #include "runner/records/Records.h"
+#include "tests/support/Process.h"
 
 namespace vq::test {
 
-std::string BinPath(const std::string& program);
 // "vqstephelper ARGS" with the helper's full path.
 std::string Helper(const std::string& arguments);
 

@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -162,7 +161,7 @@ class RunnerLinkTest : public testing::Test {
 TEST_F(RunnerLinkTest, SendsTheStartRecordAndTheBlocksWithoutDelimitersSkippingAnEmptyOne) {
     const std::string dump = t.dir.Path() + "start.bin";
     const std::string environ = "FAKE=die\r\nFAKE_DUMP=" + dump;
-    Prepare(FakeRunnerPath(), environ, "", "rc.txt");
+    Prepare(BinPath("vqfakerunner"), environ, "", "rc.txt");
     OpenRunner(*t);
     EXPECT_FALSE(Slot().lost);
     EXPECT_EQ(t->link.start.CommandLength, 0);
@@ -174,7 +173,7 @@ TEST_F(RunnerLinkTest, SendsTheStartRecordAndTheBlocksWithoutDelimitersSkippingA
 }
 
 TEST_F(RunnerLinkTest, PollsTheRunnerUntilItEndsAndReapsIt) {
-    Prepare(FakeRunnerPath(), "FAKE_POLLS=2\nFAKE_RC=7\nFAKE_TEXT=all done");
+    Prepare(BinPath("vqfakerunner"), "FAKE_POLLS=2\nFAKE_RC=7\nFAKE_TEXT=all done");
     OpenRunner(*t);
     const pid_t pid = Slot().pid;
     ASSERT_GT(pid, 0);
@@ -199,28 +198,27 @@ TEST_F(RunnerLinkTest, PollsTheRunnerUntilItEndsAndReapsIt) {
     EXPECT_TRUE(Reaped(pid));
 }
 
-TEST_F(RunnerLinkTest, ARunnerThatCantBeLaunchedEndsItsStepAtTheFirstPoll) {
-    Prepare(t.dir.Path() + "no-such-runner", "");
-    OpenRunner(*t);
-    EXPECT_TRUE(Slot().lost);
-    EXPECT_EQ(Slot().pid, -1);
-    SendRunnerCommand(*t, 1, "STAT");
-    ExpectStandInReply();
-    SendRunnerCommand(*t, 1, "END ");
-    ExpectStandInReply();
-}
-
-TEST_F(RunnerLinkTest, ARunnerThatEndsBeforeItsAcknowledgementIsLost) {
-    Prepare(FakeRunnerPath(), "FAKE=noack");
-    OpenRunner(*t);
-    EXPECT_TRUE(Slot().lost);
-    EXPECT_EQ(Slot().pid, -1);
-    SendRunnerCommand(*t, 1, "STAT");
-    ExpectStandInReply();
+// A runner that can't be launched, ends before its acknowledgement or cuts its reply short
+// ends its step at the next poll with the stand-in reply.
+TEST_F(RunnerLinkTest, ALostRunnerEndsItsStepAtTheNextPoll) {
+    const std::pair<std::string, const char*> cases[] = {
+        {t.dir.Path() + "no-such-runner", ""},
+        {BinPath("vqfakerunner"), "FAKE=noack"},
+        {BinPath("vqfakerunner"), "FAKE=cut"}};
+    for (const auto& [runner, environ] : cases) {
+        Prepare(runner, environ);
+        OpenRunner(*t);
+        SendRunnerCommand(*t, 1, "STAT");
+        ExpectStandInReply();
+        EXPECT_TRUE(Slot().lost) << environ;
+        EXPECT_EQ(Slot().pid, -1) << environ;
+        SendRunnerCommand(*t, 1, "END ");
+        ExpectStandInReply();
+    }
 }
 
 TEST_F(RunnerLinkTest, AnEndOfFileOnTheReplyPipeEndsTheStepWithTheCountersItHadReported) {
-    Prepare(FakeRunnerPath(), "FAKE=die\nFAKE_POLLS=1");
+    Prepare(BinPath("vqfakerunner"), "FAKE=die\nFAKE_POLLS=1");
     OpenRunner(*t);
     const pid_t pid = Slot().pid;
     SendRunnerCommand(*t, 1, "STAT");
@@ -234,15 +232,8 @@ TEST_F(RunnerLinkTest, AnEndOfFileOnTheReplyPipeEndsTheStepWithTheCountersItHadR
     EXPECT_TRUE(Reaped(pid));
 }
 
-TEST_F(RunnerLinkTest, AReplyCutShortIsAnEndOfFileToo) {
-    Prepare(FakeRunnerPath(), "FAKE=cut");
-    OpenRunner(*t);
-    SendRunnerCommand(*t, 1, "STAT");
-    ExpectStandInReply();
-}
-
 TEST_F(RunnerLinkTest, ASilentRunnerIsKilledWhenItsReplyIsOverdue) {
-    Prepare(FakeRunnerPath(), "FAKE=silent");
+    Prepare(BinPath("vqfakerunner"), "FAKE=silent");
     t->link.replyTimeoutMs = 200;
     OpenRunner(*t);
     const pid_t pid = Slot().pid;
@@ -254,7 +245,7 @@ TEST_F(RunnerLinkTest, ASilentRunnerIsKilledWhenItsReplyIsOverdue) {
 }
 
 TEST_F(RunnerLinkTest, TheCommandArgumentKeepsWhatDiagOrPrtyLeft) {
-    Prepare(FakeRunnerPath(), "FAKE_POLLS=5");
+    Prepare(BinPath("vqfakerunner"), "FAKE_POLLS=5");
     OpenRunner(*t);
     SendRunnerCommand(*t, 1, "DIAG", 1);
     SendRunnerCommand(*t, 1, "STAT");
@@ -262,35 +253,33 @@ TEST_F(RunnerLinkTest, TheCommandArgumentKeepsWhatDiagOrPrtyLeft) {
     EXPECT_EQ(t->link.command.Argument, 1);
 }
 
-TEST_F(RunnerLinkTest, StopIsRepeatedEvery200MillisecondsUntilTheStepHasStopped) {
-    Prepare(FakeRunnerPath(), "FAKE_POLLS=5\nFAKE_STOPWAIT=2");
-    OpenRunner(*t);
-    SendRunnerCommandRepeating(*t, 1, "STOP");
-    EXPECT_EQ(t.clock.slept, 600);  // three exchanges, each followed by its sleep
-    EXPECT_EQ(t->link.reply.ReplyTextLength, 0);
-}
-
-TEST_F(RunnerLinkTest, ATextLengthOfMinusOneWithoutWaitStatus258EndsTheRepeat) {
-    Prepare(FakeRunnerPath(), "FAKE_POLLS=5\nFAKE_STOPWAIT=3\nFAKE_STOPSTATUS=0");
-    OpenRunner(*t);
-    SendRunnerCommandRepeating(*t, 1, "STRT");
-    EXPECT_EQ(t.clock.slept, 200);
-    EXPECT_EQ(t->link.reply.ReplyTextLength, -1);
-}
-
-TEST_F(RunnerLinkTest, StopToALostRunnerDoesntLoop) {
-    Prepare(t.dir.Path() + "no-such-runner", "");
-    OpenRunner(*t);
-    SendRunnerCommandRepeating(*t, 1, "STOP");
-    EXPECT_EQ(t.clock.slept, 200);
-    ExpectStandInReply();
+// "STOP" and "STRT" are sent again every 200 ms while the answer is "not yet" (text length -1
+// and wait status 258), and no more to a lost runner.
+TEST_F(RunnerLinkTest, StopAndStartAreRepeatedUntilTheStepHasChanged) {
+    const struct {
+        bool lost;
+        const char *environ, *command;
+        int64_t slept;
+        int32_t textLength;
+    } cases[] = {{false, "FAKE_POLLS=5\nFAKE_STOPWAIT=2", "STOP", 600, 0},
+                 {false, "FAKE_POLLS=5\nFAKE_STOPWAIT=3\nFAKE_STOPSTATUS=0", "STRT", 200, -1},
+                 {true, "", "STOP", 200, static_cast<int32_t>(kRunnerEndedText.size())}};
+    for (const auto& c : cases) {
+        Prepare(c.lost ? t.dir.Path() + "no-such-runner" : BinPath("vqfakerunner"), c.environ);
+        OpenRunner(*t);
+        t.clock.slept = 0;
+        SendRunnerCommandRepeating(*t, 1, c.command);
+        EXPECT_EQ(t.clock.slept, c.slept) << c.environ;
+        EXPECT_EQ(t->link.reply.ReplyTextLength, c.textLength) << c.environ;
+        SendRunnerCommand(*t, 1, "END ");
+    }
 }
 
 TEST_F(RunnerLinkTest, AServerThatGoesLeavesNoRunnerBehind) {
     pid_t pid = -1;
     {
         TestServer other;
-        other->RunnerPath = RunletPath();
+        other->RunnerPath = BinPath("runlet");
         RunnerLink& link = other->link;
         link.start.TaskId = 1;
         link.start.StepNumber = 1;

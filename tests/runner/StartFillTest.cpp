@@ -100,33 +100,28 @@ TEST_F(StartFillTest, CaptureDelayIsMinusOneWhenCaptureIsOff) {
     EXPECT_EQ(Fill().record.CaptureDelay, -1);
 }
 
-TEST_F(StartFillTest, APriorityAboveTheServerMaximumTakesItAndIgnoresTheClass) {
-    SetTaskCell("CPU", "42");
-    SetSetting("MJP", "P32");  // above the class maximum (22) too
-    const StartFill fill = Fill();
-    EXPECT_EQ(fill.record.Priority, 32);
-    EXPECT_EQ(fill.warnings,
-              "\r\nCPU Priority = High 2!\r\nSetting To Maximum CPU Priority (AboveNormal 2)");
-    EXPECT_EQ(TaskCellOf(t, key, "CPU"), "42");  // the cell stays
-}
-
-TEST_F(StartFillTest, APriorityAboveOnlyTheClassMaximumTakesTheClassMaximum) {
-    SetTaskCell("CPU", "31");
-    SetSetting("MJP", "P42");
-    const StartFill fill = Fill();
-    EXPECT_EQ(fill.record.Priority, 22);
-    EXPECT_EQ(
-        fill.warnings,
-        "\r\nCPU Priority = AboveNormal 1!\r\nSetting To Maximum Class CPU Priority (Normal 2)");
-}
-
-TEST_F(StartFillTest, APriorityAtTheMaximumPassesWithoutWarning) {
-    SetTaskCell("CPU", "22");
-    const StartFill fill = Fill();
-    EXPECT_EQ(fill.record.Priority, 22);
-    EXPECT_EQ(fill.warnings, "");
-    SetTaskCell("CPU", "10");
-    EXPECT_EQ(Fill().record.Priority, 10);
+// The class maximum (CPUP of class A, 22) holds unless the server's own maximum MJP lies above
+// it; the cell itself stays as it is.
+TEST_F(StartFillTest, PriorityIsClampedAgainstTheServerAndTheClassMaximum) {
+    const struct {
+        const char *cpu, *mjp;
+        int32_t priority;
+        const char* warnings;
+    } cases[] = {
+        {"42", "P32", 32, "\r\nCPU Priority = High 2!\r\nSetting To Maximum CPU Priority (AboveNormal 2)"},
+        {"31", "P42", 22,
+         "\r\nCPU Priority = AboveNormal 1!\r\nSetting To Maximum Class CPU Priority (Normal 2)"},
+        {"22", "P22", 22, ""},
+        {"10", "P22", 10, ""},
+    };
+    for (const auto& c : cases) {
+        SetTaskCell("CPU", c.cpu);
+        SetSetting("MJP", c.mjp);
+        const StartFill fill = Fill();
+        EXPECT_EQ(fill.record.Priority, c.priority) << c.cpu;
+        EXPECT_EQ(fill.warnings, c.warnings) << c.cpu;
+        EXPECT_EQ(TaskCellOf(t, key, "CPU"), c.cpu);
+    }
 }
 
 TEST_F(StartFillTest, BufferSizesAreClampedAndTheWarningsComeInOrder) {
@@ -150,15 +145,6 @@ TEST_F(StartFillTest, BufferMaximumsComeFromTheSettings) {
     const StartFill fill = Fill();
     EXPECT_EQ(fill.record.BufferWidth, 601);
     EXPECT_EQ(fill.warnings, "");
-}
-
-TEST_F(StartFillTest, ALongWorkingDirectoryIsCutAt256InTheRecord) {
-    const std::string longDir = "/" + std::string(300, 'd');
-    SetStepCell(t, key, 2, "WorkDir", longDir);
-    const std::string bytes = Fill().record.Encode();
-    ASSERT_EQ(bytes.size(), StartRecord::kSize);
-    EXPECT_EQ(bytes.substr(236, 256), longDir.substr(0, 256));
-    EXPECT_EQ(bytes.substr(492, 8), TaskCellOf(t, key, "RF").substr(0, 8));  // OutputFile follows
 }
 
 TEST_F(StartFillTest, BadCellsFailIntoTheCaller) {

@@ -32,18 +32,12 @@ void ExpectVqError(const std::function<void()>& call, int number, const std::str
 }
 
 TEST(ConvertTagValue, LineBreaksAndCode26BecomeCode1AndComeBackAsCrLf) {
-    EXPECT_EQ(ConvertTagValue("a\r\nb\nc\rd\x1A"
-                              "e",
-                              TagValueDirection::ForWriting),
-              "a\x01"
-              "b\x01"
-              "c\x01"
-              "d\x01"
-              "e");
-    EXPECT_EQ(ConvertTagValue("\n\r", TagValueDirection::ForWriting), "\x01\x01");
-    EXPECT_EQ(ConvertTagValue("\r\r\n", TagValueDirection::ForWriting), "\x01\x01");
-    EXPECT_EQ(ConvertTagValue("x\x01y", TagValueDirection::ForReading), "x\r\ny");
-    EXPECT_EQ(ConvertTagValue("<&>", TagValueDirection::ForWriting), "<&>");
+    const auto forWriting = TagValueDirection::ForWriting;
+    EXPECT_EQ(ConvertTagValue("a\r\nb\nc\rd\032e", forWriting), "a\001b\001c\001d\001e");
+    EXPECT_EQ(ConvertTagValue("\n\r", forWriting), "\001\001");
+    EXPECT_EQ(ConvertTagValue("\r\r\n", forWriting), "\001\001");
+    EXPECT_EQ(ConvertTagValue("<&>", forWriting), "<&>");
+    EXPECT_EQ(ConvertTagValue("x\001y", TagValueDirection::ForReading), "x\r\ny");
 }
 
 TEST(TaggedStream, WritesValueLinesAndSectionTagsExactly) {
@@ -52,27 +46,14 @@ TEST(TaggedStream, WritesValueLinesAndSectionTagsExactly) {
     OutputZkStreamC(b, "NAME", "a\r\nb");
     OutputZkStreamC(b, "EMPTY", "");
     OutputZkStreamTag(b, "/TASK");
-    EXPECT_EQ(b.toDelimitedString("\r\n"),
-              "<TASK>\r\n\t<NAME>a\x01"
-              "b</NAME>\r\n\t<EMPTY></EMPTY>\r\n</TASK>");
+    EXPECT_EQ(b.toDelimitedString("\r\n"), "<TASK>\r\n\t<NAME>a\001b</NAME>\r\n\t<EMPTY></EMPTY>\r\n</TASK>");
 }
 
-TEST(TaggedStream, EveryLineBreakReadsBackAsCrLf) {
-    EXPECT_EQ(ReadBack("V", "1\r\n2\n3\r4"), "1\r\n2\r\n3\r\n4");
-    EXPECT_EQ(ReadBack("V",
-                       "a\x1A"
-                       "b"),
-              "a\r\nb");
-    EXPECT_EQ(ReadBack("V",
-                       "a\x01"
-                       "b"),
-              "a\r\nb");
-    EXPECT_EQ(ReadBack("V", "x < y & z > w"), "x < y & z > w");
-    EXPECT_EQ(ReadBack("V", ""), "");
-}
-
-TEST(TaggedStream, StreamValueHoldingItsClosingTagReadsBackWhole) {
-    EXPECT_EQ(ReadBack("V", "a</V>b"), "a</V>b");
+TEST(TaggedStream, EveryLineBreakReadsBackAsCrLfAndAValueMayHoldItsClosingTag) {
+    const std::pair<const char*, const char*> values[] = {
+        {"1\r\n2\n3\r4", "1\r\n2\r\n3\r\n4"}, {"a\032b", "a\r\nb"}, {"a\001b", "a\r\nb"},
+        {"x < y & z > w", "x < y & z > w"},       {"", ""},              {"a</V>b", "a</V>b"}};
+    for (const auto& [written, read] : values) EXPECT_EQ(ReadBack("V", written), read) << written;
     VqStringReader r("junk <V>value</V> trailing\r\n");
     EXPECT_EQ(InputZkStreamC(r, "V"), "value");
 }
@@ -119,9 +100,7 @@ TEST(TaggedFile, WritesFourAndEightBlanksAndCrLf) {
     OutputZkTag(f, "PONDERS");
     OutputZkC(f, "PONDER0", "1\r\n2");
     OutputZkTag(f, "/PONDERS");
-    EXPECT_EQ(f.Text(),
-              "    <PONDERS>\r\n        <PONDER0>1\x01"
-              "2</PONDER0>\r\n    </PONDERS>\r\n");
+    EXPECT_EQ(f.Text(), "    <PONDERS>\r\n        <PONDER0>1\0012</PONDER0>\r\n    </PONDERS>\r\n");
 }
 
 TEST(TaggedFile, ReadsValuesCutAtTheFirstClosingTag) {

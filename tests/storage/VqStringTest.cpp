@@ -63,15 +63,13 @@ TEST(VqStringReader, ReadsLinesAndReportsNoEmptyLastLine) {
     EXPECT_FALSE(open.IsEOF());
     EXPECT_EQ(open.ReadNextLine(), "three");
     EXPECT_TRUE(open.IsEOF());
-}
 
-TEST(VqStringReader, EmptyTextIsAtItsEndAtOnce) {
-    VqStringReader r;
-    EXPECT_TRUE(r.IsEOF());
-    EXPECT_EQ(r.ReadNextLine(), "");
-    r.SkipOneForward();
-    r.SkipOneBack();
-    EXPECT_EQ(r.Position(), 1u);
+    VqStringReader empty;
+    EXPECT_TRUE(empty.IsEOF());
+    EXPECT_EQ(empty.ReadNextLine(), "");
+    empty.SkipOneForward();
+    empty.SkipOneBack();
+    EXPECT_EQ(empty.Position(), 1u);
 }
 
 TEST(VqStringReader, SkipOneBackReturnsToTheLineJustRead) {
@@ -86,17 +84,14 @@ TEST(VqStringReader, SkipOneBackReturnsToTheLineJustRead) {
     EXPECT_EQ(r.ReadNextLine(), "L3");
     r.SkipOneBack();  // a last line without delimiter, two characters long
     EXPECT_EQ(r.ReadNextLine(), "L3");
-}
-
-TEST(VqStringReader, SkipOneBackFollowsItsSearchRuleOnAShortLastLine) {
     // The search starts delimiter length + 1 before the position: behind a last line of one
     // character without delimiter, no delimiter lies wholly before the start, and the reader
     // goes back to the start of the text.
-    VqStringReader r("L1\r\nX");
-    r.ReadNextLine();
-    EXPECT_EQ(r.ReadNextLine(), "X");
-    r.SkipOneBack();
-    EXPECT_EQ(r.Position(), 1u);
+    VqStringReader shortLast("L1\r\nX");
+    shortLast.ReadNextLine();
+    EXPECT_EQ(shortLast.ReadNextLine(), "X");
+    shortLast.SkipOneBack();
+    EXPECT_EQ(shortLast.Position(), 1u);
 }
 
 TEST(VqStringReader, SkipForwardDelimiterAndReassignment) {

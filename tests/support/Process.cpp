@@ -5,10 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstring>
 #include <cstdlib>
-#include <thread>
 
 #include "tests/support/TestSupport.h"
 
@@ -57,17 +55,10 @@ std::string ChildProcess::ErrorText() const { return ReadFileText(errPath_); }
 ProcessResult ChildProcess::Wait(int limitMs) {
     ProcessResult result;
     int status = 0;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
-    for (;;) {
-        const pid_t done = waitpid(pid_, &status, WNOHANG);
-        if (done == pid_) break;
-        if (std::chrono::steady_clock::now() > deadline) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, &status, 0);
-            result.timedOut = true;
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (!WaitUntil([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, limitMs, 10)) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, &status, 0);
+        result.timedOut = true;
     }
     reaped_ = true;
     if (WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);

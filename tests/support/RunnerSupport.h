@@ -1,21 +1,15 @@
 #pragma once
-// What the tests that start real step runners share: the paths of the runner programs, a task
-// that the runner accepts, step cells, and ticks of the monitor until a task has ended.
-#include <chrono>
+// What the tests that start real step runners share: a task that the runner accepts, step
+// cells, and ticks of the monitor until a task has ended.
 #include <string>
-#include <thread>
 
 #include "access/QueueFolders.h"
 #include "core/Monitor.h"
 #include "core/tables/Status.h"
+#include "tests/support/Process.h"
 #include "tests/support/TestSupport.h"
 
 namespace vq::test {
-
-#ifdef VQ_BIN_DIR
-inline std::string RunletPath() { return std::string(VQ_BIN_DIR) + "/runlet"; }
-inline std::string FakeRunnerPath() { return std::string(VQ_BIN_DIR) + "/vqfakerunner"; }
-#endif
 
 // A task of the server's own user with `steps` steps of range 1 to 1 running `true`, its folders
 // made as submission makes them.
@@ -44,14 +38,14 @@ inline std::string TaskCellOf(TestServer& t, const std::string& taskKey, const c
 // Runs monitor ticks, the fake clock two seconds on for each, until the task's phase is
 // Complete; false when it isn't within `limitMs` of real time.
 inline bool TickUntilComplete(TestServer& t, const std::string& taskKey, int limitMs = 20000) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
-    while (std::chrono::steady_clock::now() < until) {
-        Timer3_Timer(*t);
-        if (BaseStatus(TaskCellOf(t, taskKey, "Status")) == kComplete) return true;
-        t.clock.Advance(2);
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return false;
+    return WaitUntil(
+        [&] {
+            Timer3_Timer(*t);
+            if (BaseStatus(TaskCellOf(t, taskKey, "Status")) == kComplete) return true;
+            t.clock.Advance(2);
+            return false;
+        },
+        limitMs);
 }
 
 }  // namespace vq::test

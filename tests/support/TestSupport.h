@@ -1,9 +1,11 @@
 #pragma once
 // What the engine's tests share: a fake clock, an operator with scripted answers, a screen
 // that counts refreshes, a temporary folder, and a fresh server over all of them.
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "core/Server.h"
@@ -103,6 +105,17 @@ public:
     std::unique_ptr<Registry> registry;
     std::unique_ptr<Server> server;
 };
+
+// Polls `done` every `stepMs` of real time until it holds; false when `limitMs` pass first.
+template <typename Done>
+bool WaitUntil(Done done, int limitMs, int stepMs = 5) {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > until) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(stepMs));
+    }
+    return true;
+}
 
 // Reads a whole file; the empty text when it is missing.
 std::string ReadFileText(const std::string& path);
