@@ -4,6 +4,7 @@
 #include "core/Server.h"
 #include "platform/Error.h"
 #include "storage/Classes.h"
+#include "storage/Enkripcija.h"
 #include "storage/Settings.h"
 
 namespace vq {
@@ -21,28 +22,9 @@ int32_t SettingLong(Server& server, const char* name) {
     return static_cast<int32_t>(Val(GetSettingText(server.registry, kServerSettings, name)));
 }
 
-int HexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 std::string PriorityText(int32_t code) { return PriorityName(ZeroPad(code, 2)); }
 
 }  // namespace
-
-std::string HexDecodeBlock(const std::string& hex) {
-    if (hex.size() % 2 != 0) throw VqError("Invalid password block.");
-    std::string bytes;
-    bytes.reserve(hex.size() / 2);
-    for (size_t i = 0; i < hex.size(); i += 2) {
-        const int high = HexDigit(hex[i]), low = HexDigit(hex[i + 1]);
-        if (high < 0 || low < 0) throw VqError("Invalid password block.");
-        bytes.push_back(static_cast<char>(high * 16 + low));
-    }
-    return bytes;
-}
 
 int32_t ClampPriority(int32_t priority, int32_t serverMax, int32_t classMax,
                       std::string& warnings) {
@@ -94,7 +76,7 @@ StartFill FillStartRecord(Server& server, const std::string& taskKey, int step) 
     r.BufferHeight = ClampBufferSize(CellLong(stepCell("BuffHeight")), SettingLong(server, "BufH"),
                                      "Height", fill.warnings);
     r.UserName = task("UserName");
-    r.Password = HexDecodeBlock(task("Password"));
+    r.Password = HexDecode(task("Password"));
     r.Reserved1.clear();
     r.TaskName = taskName;
     r.SubmitTime = task("SubTime");

@@ -29,8 +29,4 @@ int32_t ClampPriority(int32_t priority, int32_t serverMax, int32_t classMax, std
 int32_t ClampBufferSize(int32_t value, int32_t maximum, const std::string& what,
                         std::string& warnings);
 
-// The bytes of a hex text ("4A6F" gives "Jo"). Fails with VqError on an odd length or a
-// character that isn't a hex digit.
-std::string HexDecodeBlock(const std::string& hex);
-
 }  // namespace vq
