@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs the packages that building, running and testing need, when any is missing.
 set -euo pipefail
-packages=(cmake make g++ clang qt6-base-dev libsqlite3-dev libgtest-dev libgmock-dev
-          libbenchmark-dev dbus dbus-x11 xvfb xauth)
+# The fuzz targets also need clang (see fuzz/CMakeLists.txt); building and testing don't.
+packages=(cmake make g++ qt6-base-dev libsqlite3-dev libgtest-dev libgmock-dev
+          libbenchmark-dev dbus)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
