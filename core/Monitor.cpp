@@ -160,9 +160,12 @@ void CopyFileWhole(const std::string& from, const std::string& to) {
 }
 
 // The number after the last one given out; after 999999 the count starts again at 1.
+// The counter is stored at once, so that a restart never gives the same number again.
 int32_t TakeNextTaskNumber(Server& server) {
     if (server.NextTaskNumber >= 999999 || server.NextTaskNumber < 0) server.NextTaskNumber = 0;
-    return ++server.NextTaskNumber;
+    ++server.NextTaskNumber;
+    JobNumberStore(server, true);
+    return server.NextTaskNumber;
 }
 
 }  // namespace

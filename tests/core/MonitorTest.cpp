@@ -7,6 +7,7 @@
 #include "core/Monitor.h"
 #include "core/StepSequencing.h"
 #include "platform/Files.h"
+#include "storage/QueueDatabase.h"
 #include "storage/Settings.h"
 #include "tests/support/RunnerSupport.h"
 
@@ -252,6 +253,7 @@ TEST_F(PrepareNextRunTest, MakesANewRowWithANewNumberResetCellsAndANewFolder) {
     const std::string next = MakeRowKey(41, "Done7");
     ASSERT_TRUE(Exists(next));
     EXPECT_EQ(t->NextTaskNumber, 41);
+    EXPECT_EQ(JobNumberStore(*t, false), 41);  // stored: a restart goes on from it
     // New and reset cells, then cells kept from the old row.
     const std::pair<const char*, const char*> cells[] = {
         {"ID", "000041"},       {"Status", "Waiting"},     {"AllR", "0005"},
