@@ -14,24 +14,14 @@
 namespace {
 
 vq::TaskFileData TaskOfSteps(int count) {
-    vq::TaskFileData task;
-    vq::TaskGeneral& g = task.general;
-    g.TaskName = "bench";
-    g.User = "$LOCALUSER$";
-    g.Domain = "$LOCALS$";
-    g.Server = g.SubServer = "HOST";
-    g.TaskReportFile = "bench";
-    g.MaxRC = "1";
-    g.QueuePriority = "3";
-    g.CpuPriority = "22";
-    g.ScheduledTime = "2026-11-22 12:00:00";
-    g.TaskRepeat = "0000" + std::string(38, ' ') + "0000ED";
-    g.TaskClass = "A";
-    g.EditPpp = "1";
-    for (int i = 1; i <= count; ++i)
-        task.steps.push_back(
-            {"Step " + std::to_string(i), "make -C /home/user/project target" + std::to_string(i),
-             "", "/home/user/project", "PATH=/usr/bin\r\nLANG=C", "80", "300", "1", "1", "1"});
+    vq::TaskFileData task = vq::NewTaskFile("bench", "HOST", "user", "2026-11-22 12:00:00");
+    for (int i = 1; i <= count; ++i) {
+        vq::TaskStep step =
+            vq::NewTaskStep("make -C /home/user/project target" + std::to_string(i), i);
+        step.WorkingDirectory = "/home/user/project";
+        step.Environment = "PATH=/usr/bin\r\nLANG=C";
+        task.steps.push_back(step);
+    }
     return task;
 }
 

@@ -13,23 +13,12 @@
 namespace {
 
 vq::TaskFileData SeedTask(int steps) {
-    vq::TaskFileData t;
-    vq::TaskGeneral& g = t.general;
-    g.TaskName = "seed";
-    g.User = "$LOCALUSER$";
-    g.Domain = "$LOCALS$";
-    g.Server = g.SubServer = "HOST";
-    g.TaskReportFile = "seed";
-    g.MaxRC = "1";
-    g.QueuePriority = "3";
-    g.CpuPriority = "22";
-    g.ScheduledTime = "2026-11-22 12:00:00";
-    g.TaskRepeat = "0000" + std::string(38, ' ') + "0000ED";
-    g.TaskClass = "A";
-    g.EditPpp = "1";
-    for (int i = 1; i <= steps; ++i)
-        t.steps.push_back({"Step " + std::to_string(i), "echo a\r\necho b", "", "", "A=1", "80",
-                           "300", "1", "1", "1"});
+    vq::TaskFileData t = vq::NewTaskFile("seed", "HOST", "user", "2026-11-22 12:00:00");
+    for (int i = 1; i <= steps; ++i) {
+        vq::TaskStep step = vq::NewTaskStep("echo a\r\necho b", i);
+        step.Environment = "A=1";
+        t.steps.push_back(step);
+    }
     t.taskFiles.push_back({"/a", "/b", "1"});
     t.environ.push_back({"1", "c", "V", "T", "v", "h", "0", "9", "5", "f"});
     return t;

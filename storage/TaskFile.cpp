@@ -424,4 +424,48 @@ std::string FileSystemNameProblem(const TaskGeneral& general) {
     return {};
 }
 
+std::string SingleRunRepeat() { return "0000" + std::string(31 + 7, ' ') + "0000" + "ED"; }
+
+TaskFileData NewTaskFile(const std::string& name, const std::string& computer,
+                         const std::string& submitter, const std::string& scheduled) {
+    TaskFileData task;
+    TaskGeneral& g = task.general;
+    g.TaskName = name;
+    g.TaskReportFile = name;
+    g.User = "$LOCALUSER$";
+    g.Domain = "$LOCALS$";
+    g.Server = computer;
+    g.MaxRC = "1";
+    g.QueuePriority = "3";
+    g.CpuPriority = "22";
+    g.ScheduledTime = scheduled;
+    g.TaskRepeat = SingleRunRepeat();
+    g.MaxTime = "0";
+    g.TaskClass = "A";
+    g.SubUser = submitter;
+    g.SubDomain = "$LOCALS$";
+    g.SubServer = computer;
+    g.RepeatCancel = "0";
+    g.FontName = "Monospace";
+    g.FontSize = "10";
+    g.FontColor = "0";
+    g.FontCharset = "0";
+    g.FontBold = "0";
+    g.FontItalic = "0";
+    g.EditPpp = "1";
+    return task;
+}
+
+TaskStep NewTaskStep(const std::string& command, size_t number) {
+    TaskStep step;
+    step.StepName = "Step " + std::to_string(number);
+    step.Command = command;
+    step.BuffWidth = "80";
+    step.BuffHeight = "300";
+    step.MinRC = "1";
+    step.MaxRC = "1";
+    step.Execute = "1";
+    return step;
+}
+
 }  // namespace vq

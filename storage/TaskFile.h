@@ -52,6 +52,16 @@ struct TaskFileData {
     std::vector<TaskEnviron> environ;
 };
 
+// A task of one run that a user starts from: $LOCALUSER$ in $LOCALS$ on `computer`, handed in
+// by `submitter`, class A, queue priority 3, CPU priority 22, task RC 1, scheduled at
+// `scheduled` ("yyyy-mm-dd hh:mm:ss"), no steps yet.
+TaskFileData NewTaskFile(const std::string& name, const std::string& computer,
+                         const std::string& submitter, const std::string& scheduled);
+// A step that runs `command` when the step before succeeded (range 1 to 1).
+TaskStep NewTaskStep(const std::string& command, size_t number);
+// The repeat text of a single run.
+std::string SingleRunRepeat();
+
 // Reads a whole task file. On failure the result is false and `LastTaskFileError` holds
 // "ERROR: Cannot Open \"path\". ", two line feeds, the description, two line feeds and
 // "Load Progress Number: " with the progress number. The probe for a writer that still holds

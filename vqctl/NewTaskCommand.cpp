@@ -84,53 +84,16 @@ std::string FileBaseName(const std::string& path) {
     return name;
 }
 
-// The repeat string of one run: times 0, no marks, no interval, every day.
-std::string SingleRunRepeat() { return "0000" + std::string(31 + 7, ' ') + "0000" + "ED"; }
-
 bool ValidRepeat(const std::string& repeat) {
     if (repeat.size() < 47) return false;
     return IsDigits(repeat.substr(0, 4)) && IsDigits(repeat.substr(42, 4));
 }
 
+// The defaults of a new task on this computer, scheduled now; names come from the options.
 vq::TaskFileData DefaultTask() {
-    vq::TaskFileData task;
-    vq::TaskGeneral& g = task.general;
-    const std::string computer = vq::ToUpper(vq::GetComputerNameText());
-    g.User = "$LOCALUSER$";
-    g.Domain = "$LOCALS$";
-    g.Server = computer;
-    g.MaxRC = "1";
-    g.QueuePriority = "3";
-    g.CpuPriority = "22";
     vq::SystemClock clock;
-    g.ScheduledTime = vq::FormatDateTime(clock.Now());
-    g.TaskRepeat = SingleRunRepeat();
-    g.MaxTime = "0";
-    g.TaskClass = "A";
-    g.SubUser = LoginName();
-    g.SubDomain = "$LOCALS$";
-    g.SubServer = computer;
-    g.RepeatCancel = "0";
-    g.FontName = "Monospace";
-    g.FontSize = "10";
-    g.FontColor = "0";
-    g.FontCharset = "0";
-    g.FontBold = "0";
-    g.FontItalic = "0";
-    g.EditPpp = "1";
-    return task;
-}
-
-vq::TaskStep NewStep(const std::string& command, size_t number) {
-    vq::TaskStep step;
-    step.StepName = "Step " + std::to_string(number);
-    step.Command = command;
-    step.BuffWidth = "80";
-    step.BuffHeight = "300";
-    step.MinRC = "1";
-    step.MaxRC = "1";
-    step.Execute = "1";
-    return step;
+    return vq::NewTaskFile("", vq::ToUpper(vq::GetComputerNameText()), LoginName(),
+                           vq::FormatDateTime(clock.Now()));
 }
 
 // MIN or MIN-MAX, each 0 to 99.
@@ -177,7 +140,7 @@ int NewTaskCommand(const Args& args) {
                                 option == "--env" || option == "--file-rc";
         if (stepOption && !step) return Fail(option + " must follow a --step");
         if (option == "--step") {
-            task.steps.push_back(NewStep(value, task.steps.size() + 1));
+            task.steps.push_back(vq::NewTaskStep(value, task.steps.size() + 1));
         } else if (option == "--step-name") {
             step->StepName = value;
         } else if (option == "--dir") {
