@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <string>
 
+#include "bench/BareTrue.h"
 #include "runner/records/Records.h"
 
 namespace {
@@ -46,15 +47,6 @@ vq::ReplyRecord Exchange(int to, int from, const char* command) {
     return reply;
 }
 
-void BareTrue() {
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-        ::execl("/bin/true", "true", static_cast<char*>(nullptr));
-        ::_exit(127);
-    }
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-}
 
 void StepThroughRunlet(const std::string& runlet, const std::string& startBytes) {
     int toChild[2], fromChild[2];
@@ -93,7 +85,7 @@ std::string StartBytes() {
 }
 
 void BM_BareForkExecWait(benchmark::State& state) {
-    for (auto _ : state) BareTrue();
+    for (auto _ : state) vq::bench::BareTrue();
 }
 BENCHMARK(BM_BareForkExecWait)->Unit(benchmark::kMicrosecond);
 
@@ -111,7 +103,7 @@ void BM_StepRatio(benchmark::State& state) {
     Clock::duration bare{}, link{};
     for (auto _ : state) {
         const auto t0 = Clock::now();
-        BareTrue();
+        vq::bench::BareTrue();
         const auto t1 = Clock::now();
         StepThroughRunlet(runlet, start);
         const auto t2 = Clock::now();

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/BareTrue.h"
 #include "core/Server.h"
 #include "platform/Files.h"
 #include "platform/HeadlessOperator.h"
@@ -20,16 +21,8 @@
 namespace {
 
 void BM_BareForkExecWait(benchmark::State& state) {
-    for (auto _ : state) {
-        const pid_t pid = ::fork();
-        if (pid == 0) {
-            ::execl("/bin/true", "true", static_cast<char*>(nullptr));
-            ::_exit(127);
-        }
-        int status = 0;
-        ::waitpid(pid, &status, 0);
-        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) state.SkipWithError("true failed");
-    }
+    for (auto _ : state)
+        if (!vq::bench::BareTrue()) state.SkipWithError("true failed");
 }
 BENCHMARK(BM_BareForkExecWait)->UseRealTime()->MinTime(2.0);
 
