@@ -1,16 +1,22 @@
 #include "core/TaskControl.h"
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
 #include <vector>
 
 #include "access/QueueFolders.h"
 #include "calendar/Common.h"
+#include "core/Monitor.h"
 #include "core/Server.h"
+#include "core/StepSequencing.h"
 #include "core/TaskStatus.h"
 #include "core/tables/Status.h"
 #include "reports/ServerLog.h"
+#include "reports/TaskInfo.h"
 #include "reports/TaskReport.h"
+#include "runner/Accounting.h"
+#include "runner/RunnerLink.h"
 #include "storage/QueueDatabase.h"
 
 namespace vq {
@@ -43,8 +49,52 @@ void RemoveTaskSteps(Server& server, const std::string& taskKey) {
 // Placeholder until task control lands: nothing is stopped.
 bool KillTask(Server&, const std::string&) { return false; }
 
-// Placeholder until task control lands: a running step isn't cancelled.
-bool CancelRunningTask(Server&, const std::string&) { return false; }
+bool CancelRunningTask(Server& server, const std::string& taskKey) {
+    WorkingTables& tables = server.tables;
+    auto taskCell = [&](const char* column) { return GetCell(tables, kTaskTable, taskKey, column); };
+    try {
+        // Only a task that runs and isn't cancelled yet: a held one can't be.
+        const std::string jobIndex = taskCell("JobIndex");
+        if (jobIndex.empty()) return false;
+        const uint8_t slot = SlotFromJobIndex(jobIndex);
+        SlotStateRecord& state = server.SlotState.at(slot);
+        if (taskCell("Status") != kRunning || state.cancelled) return false;
+        state.cancelled = true;
+        SetCell(tables, kTaskTable, taskKey, "Status", kRunningCancelling);
+        // The step ends; whatever the runner answered, its code is 99.
+        SendRunnerCommand(server, slot, "KILL");
+        SendRunnerCommand(server, slot, "END ");
+        const int curStep = static_cast<int>(CellNumber(taskCell("CurStep")));
+        const int allSteps = static_cast<int>(CellNumber(taskCell("AllSteps")));
+        AccountStepUsage(server, taskKey, curStep, true);
+        // The allowance of the cleanup.
+        const auto& ponders = server.classes.Ponders;
+        state.cleanupDeadline = AddSeconds(server.clock.Now(), std::lround(ponders[4]));
+        state.cleanupUnitLimit =
+            static_cast<int32_t>(CellNumber(taskCell("Units")) + std::lround(ponders[3]));
+        const std::string stepKey = MakeStepKey(taskKey, curStep);
+        SetCell(tables, kStepTable, stepKey, "StepStatus", kStepCancelled);
+        SetCell(tables, kStepTable, stepKey, "StepRC", "99");
+        if (server.link.reply.ReplyTextLength > 0)
+            WriteReport(server, taskKey, "Data", false, server.link.ReplyText, slot, -1);
+        WriteReport(server, taskKey, "Data", false, "\r\nCancelling...", slot, -1);
+        WriteReport(server, taskKey, kStepCancelled, true, std::to_string(curStep), slot, -1);
+        WriteReport(server, taskKey, "Data", false, "\r\nSearching for cleanup steps...", slot, -1);
+        RefreshReport(server, slot, taskKey);
+        if (CellNumber(taskCell("JobRC")) > 0) SetCell(tables, kTaskTable, taskKey, "JobRC", "99");
+        // A later step whose range holds 99 cleans up; the monitor then ends the task.
+        if (curStep < allSteps && RunNextStep(server, false, taskKey, slot)) {
+            WriteTaskInfo(server, taskKey);
+            return true;
+        }
+        EndRunningTask(server, taskKey, kRunningCancelling, slot);
+        return true;
+    } catch (const std::exception& e) {
+        WriteServerLog(server,
+                       "Error occurred while canceling the task (" + taskKey + ")!\n" + e.what());
+        return false;
+    }
+}
 
 // Placeholder until task control lands: a running step isn't stopped.
 bool StopRunningTask(Server&, const std::string&) { return false; }
