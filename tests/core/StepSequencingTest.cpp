@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 
 #include "core/StepSequencing.h"
 #include "platform/Files.h"
@@ -49,34 +50,26 @@ class StepSequencingTest : public testing::Test {
     int number = 1;
 };
 
-TEST_F(StepSequencingTest, ATaskWithoutStepsEndsCompleteInTheTick) {
-    const std::string key = Task(0);
-    EXPECT_FALSE(RunNextStep(*t, true, key, 1));
-    EXPECT_EQ(Status(key), "Complete");
-    EXPECT_FALSE(TaskCellOf(t, key, "End").empty());
-    EXPECT_EQ(TaskCellOf(t, key, "CurStep"), "0000");
-    EXPECT_EQ(TaskCellOf(t, key, "JobIndex"), "");
-    ExpectSlotFree();
-    EXPECT_FALSE(PathExists(ActiveReport(key)));
-}
-
-TEST_F(StepSequencingTest, ATaskWhoseStepsAllSayNoSkipsThemAndEnds) {
-    const std::string key = Task(3);
-    for (int i = 1; i <= 3; ++i) SetStepCell(t, key, i, "Execute", "No");
-    EXPECT_FALSE(RunNextStep(*t, true, key, 1));
-    for (int i = 1; i <= 3; ++i) EXPECT_EQ(StepStatus(key, i), "Skipped");
-    EXPECT_EQ(TaskCellOf(t, key, "CurStep"), "0003");
-    EXPECT_EQ(Status(key), "Complete");
-    ExpectSlotFree();
-}
-
-TEST_F(StepSequencingTest, ARepeatingTaskWhoseStepsAreAllSkippedDoesntRepeat) {
-    const std::string key = Task(1);
-    SetStepCell(t, key, 1, "Execute", "No");
-    SetCell(t->tables, kTaskTable, key, "NIzv", "-1");
-    EXPECT_FALSE(RunNextStep(*t, true, key, 1));
-    EXPECT_EQ(Status(key), "Complete");
-    EXPECT_EQ(t->tables.TaskTable.RowCount(), 1u);
+// Tasks that run nothing end in the call, without a slot, an active report or a repetition.
+TEST_F(StepSequencingTest, ATaskWithNothingToRunEndsCompleteInTheCall) {
+    const struct {
+        int steps;
+        bool allNo, repeats;
+        const char* curStep;
+    } cases[] = {{0, false, false, "0000"}, {3, true, false, "0003"}, {1, true, true, "0001"}};
+    for (const auto& c : cases) {
+        const std::string key = AddRunnableTask(t, ++number, "Idle", c.steps);
+        for (int i = 1; i <= c.steps; ++i) SetStepCell(t, key, i, "Execute", "No");
+        if (c.repeats) SetCell(t->tables, kTaskTable, key, "NIzv", "-1");
+        EXPECT_FALSE(RunNextStep(*t, true, key, 1));
+        EXPECT_EQ(Status(key), "Complete");
+        EXPECT_FALSE(TaskCellOf(t, key, "End").empty());
+        EXPECT_EQ(TaskCellOf(t, key, "CurStep"), c.curStep);
+        for (int i = 1; i <= c.steps; ++i) EXPECT_EQ(StepStatus(key, i), "Skipped");
+        ExpectSlotFree();
+        EXPECT_FALSE(PathExists(ActiveReport(key)));
+    }
+    EXPECT_EQ(t->tables.TaskTable.RowCount(), 3u);  // no next repetition
 }
 
 TEST_F(StepSequencingTest, AFirstStepStartsInItsSlot) {
@@ -172,45 +165,68 @@ TEST_F(StepSequencingTest, NextExecutableStepLooksFromTheGivenStepOn) {
     EXPECT_EQ(NextExecutableStep(*t, key, 3), 0);
 }
 
-TEST_F(StepSequencingTest, ATakenSlotCancelsTheTaskAndStaysWithItsOwner) {
-    t->SizeSlots(2);
-    t->MaxRunningTasks = 2;
-    ASSERT_TRUE(TakeSlot(*t, 1));  // another task's
-    const std::string key = Task(1);
-    EXPECT_FALSE(RunNextStep(*t, true, key, 1));
-    EXPECT_EQ(Status(key), "Complete - Cancelled");
-    EXPECT_NE(t.LogText().find("Error occurred while executing the step (" + MakeStepKey(key, 1) +
-                               ")!\nTask Index Already Taken."),
-              std::string::npos)
-        << t.LogText();
-    EXPECT_TRUE(t->SlotUsed[1]);
-    EXPECT_EQ(t->RunningTaskCount, 1);
-    EXPECT_EQ(StepStatus(key, 1), "Pending");
+// A slot taken by another task, offered or not, cancels the task and stays with its owner.
+TEST_F(StepSequencingTest, ASlotTakenByAnotherTaskCancelsTheTask) {
+    const std::pair<int, const char*> cases[] = {{2, "Task Index Already Taken."},
+                                                 {1, "No Task Index Available."}};
+    for (const auto& [slots, failure] : cases) {
+        t->SizeSlots(static_cast<uint8_t>(slots));
+        t->MaxRunningTasks = slots;
+        t->RunningTaskCount = 0;
+        ASSERT_TRUE(TakeSlot(*t, 1));  // another task's
+        const std::string key = AddRunnableTask(t, ++number, "Build", 1);
+        EXPECT_FALSE(RunNextStep(*t, true, key, 1));
+        EXPECT_EQ(Status(key), "Complete - Cancelled");
+        EXPECT_NE(t.LogText().find("Error occurred while executing the step (" +
+                                   MakeStepKey(key, 1) + ")!\n" + failure),
+                  std::string::npos)
+            << t.LogText();
+        EXPECT_TRUE(t->SlotUsed[1]);
+        EXPECT_EQ(t->RunningTaskCount, 1);
+        EXPECT_EQ(StepStatus(key, 1), "Pending");
+    }
 }
 
-TEST_F(StepSequencingTest, NoFreeSlotCancelsTheTask) {
-    ASSERT_TRUE(TakeSlot(*t, 1));
-    const std::string key = Task(1);
-    EXPECT_FALSE(RunNextStep(*t, true, key, 1));
-    EXPECT_EQ(Status(key), "Complete - Cancelled");
-    EXPECT_NE(t.LogText().find("No Task Index Available."), std::string::npos);
-    EXPECT_EQ(t->RunningTaskCount, 1);
-}
-
-TEST_F(StepSequencingTest, AFailureAfterTheSlotWasTakenGivesEverythingBack) {
-    const std::string key = Task(1);
-    Step(key, 1, "sleep 20");
-    // The active report can't be made: the task's folder is a file.
+// The active report can't be made once the task runs in its slot (its folder lies under a
+// file): the task is cancelled as a running one, its step ends with 99, and a later step whose
+// range holds 99 cleans up before the task ends "Complete - Cancelled".
+TEST_F(StepSequencingTest, AFirstStepFailingInItsSlotIsCancelledWithItsCleanupSteps) {
+    t->RunnerPath = t.dir.Path() + "no-runner";  // each step's runner is lost: it ends with 98
     const std::string blocker = t.dir.Path() + "blocker";
     ASSERT_TRUE(WriteFileAtomic(blocker, "x"));
-    SetCell(t->tables, kTaskTable, key, "RF", blocker + "/sub");
-    EXPECT_FALSE(RunNextStep(*t, true, key, 1));
-    EXPECT_EQ(Status(key), "Complete - Cancelled");
-    EXPECT_EQ(TaskCellOf(t, key, "JobIndex"), "");
-    EXPECT_EQ(StepStatus(key, 1), "Complete - Cancelled");
-    ExpectSlotFree();
-    EXPECT_FALSE(t->SlotReportFile[1].Valid());
-    EXPECT_NE(t.LogText().find("Error occurred while executing the step ("), std::string::npos);
+    for (const bool cleanup : {true, false}) {
+        SCOPED_TRACE(cleanup ? "with a cleanup step" : "without one");
+        const std::string key = AddRunnableTask(t, ++number, "Build", 2);
+        Step(key, 2, "true", cleanup ? "99" : "1", cleanup ? "99" : "1");
+        SetCell(t->tables, kTaskTable, key, "RF", blocker + "/sub");
+        EXPECT_FALSE(RunNextStep(*t, true, key, 1));
+        EXPECT_NE(t.LogText().find("Error occurred while executing the step (" + MakeStepKey(key, 1)),
+                  std::string::npos);
+        EXPECT_EQ(StepStatus(key, 1), "Complete - Cancelled");
+        EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "99");
+        EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "99");
+        if (cleanup) {
+            EXPECT_EQ(Status(key), "Running - Cancelling");
+            EXPECT_EQ(StepStatus(key, 2), "Running");
+            EXPECT_TRUE(t->SlotState[1].cancelled);
+            ASSERT_TRUE(TickUntilComplete(t, key));
+            EXPECT_EQ(StepStatus(key, 2), "Complete");
+            EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "99");
+        } else {
+            EXPECT_EQ(StepStatus(key, 2), "Skipped");
+        }
+        EXPECT_EQ(Status(key), "Complete - Cancelled");
+        EXPECT_EQ(TaskCellOf(t, key, "JobIndex"), "");
+        ExpectSlotFree();
+    }
+}
+
+TEST_F(StepSequencingTest, AStepWhoseTaskFolderWasDeletedWhileItWaitedRuns) {
+    const std::string key = Task(1);
+    std::filesystem::remove_all(TaskCellOf(t, key, "RF"));
+    RunToEnd(key);
+    EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "01");
+    EXPECT_TRUE(PathExists(TaskCellOf(t, key, "RF") + "/Step1.txt"));
 }
 
 TEST_F(StepSequencingTest, ALaterStepThatFailsToStartEndsTheTaskWithItsResult) {
