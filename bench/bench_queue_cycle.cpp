@@ -110,7 +110,8 @@ struct Fixture {
     std::string StartedTask() {
         const int jobIndex = server.tables.TaskTable.ColumnIndex("JobIndex");
         for (const std::string& key : keys)
-            if (VqRow* row = server.tables.TaskTable.FindRow(key); row && !row->cells[jobIndex].empty())
+            if (VqRow* row = server.tables.TaskTable.FindRow(key);
+                row && !row->cells[jobIndex].empty())
                 return key;
         return {};
     }
@@ -124,7 +125,8 @@ struct Fixture {
         FreeSlot(server, 1);
         const std::pair<const char*, const char*> cells[] = {
             {"JobIndex", ""}, {"Status", "Ready"}, {"CurStep", "0000"}, {"JobRC", "01"}};
-        for (const auto& [column, value] : cells) SetCell(server.tables, kTaskTable, key, column, value);
+        for (const auto& [column, value] : cells)
+            SetCell(server.tables, kTaskTable, key, column, value);
     }
 
     std::string folder;

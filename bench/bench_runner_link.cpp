@@ -99,7 +99,8 @@ class RatioReporter : public benchmark::ConsoleReporter {
                 sum.seconds += run.real_accumulated_time;
                 sum.iterations += static_cast<double>(run.iterations);
             } else if (run.aggregate_name == "mean") {
-                sum.meanPerIteration = run.real_accumulated_time / static_cast<double>(run.iterations);
+                sum.meanPerIteration =
+                    run.real_accumulated_time / static_cast<double>(run.iterations);
             }
         }
         ConsoleReporter::ReportRuns(runs);

@@ -51,7 +51,9 @@ bool KillTask(Server&, const std::string&) { return false; }
 
 bool CancelRunningTask(Server& server, const std::string& taskKey) {
     WorkingTables& tables = server.tables;
-    auto taskCell = [&](const char* column) { return GetCell(tables, kTaskTable, taskKey, column); };
+    auto taskCell = [&](const char* column) {
+        return GetCell(tables, kTaskTable, taskKey, column);
+    };
     try {
         // Only a task that runs and isn't cancelled yet: a held one can't be.
         const std::string jobIndex = taskCell("JobIndex");

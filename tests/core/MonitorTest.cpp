@@ -85,16 +85,22 @@ TEST_F(MonitorTest, FinishedTasksLeaveAfterTheirStay) {
         int64_t secondsAgo;  // -1: no End
         const char *hours, *minutes;
         bool leaves;
-    } cases[] = {{"Complete", 3601, "1", "0", true},         {"Complete - Cancelled", 3601, "1", "0", true},
-                 {"Complete - Unfinished", 3601, "1", "0", true}, {"Complete", 3599, "1", "0", false},
-                 {"Waiting", 7200, "1", "0", false},         {"Complete", -1, "0", "0", false},
-                 {"Complete", 1801, "0", "30", true},        {"Complete", 1799, "0", "30", false},
-                 {"Complete", 1, "0", "0", true},            {"Complete", 0, "0", "0", false}};
+    } cases[] = {{"Complete", 3601, "1", "0", true},
+                 {"Complete - Cancelled", 3601, "1", "0", true},
+                 {"Complete - Unfinished", 3601, "1", "0", true},
+                 {"Complete", 3599, "1", "0", false},
+                 {"Waiting", 7200, "1", "0", false},
+                 {"Complete", -1, "0", "0", false},
+                 {"Complete", 1801, "0", "30", true},
+                 {"Complete", 1799, "0", "30", false},
+                 {"Complete", 1, "0", "0", true},
+                 {"Complete", 0, "0", "0", false}};
     int number = 0;
     for (const auto& c : cases) {
         SetSetting("TIQH", c.hours);
         SetSetting("TIQM", c.minutes);
-        const std::string key = FinishedTask(++number, c.status, std::max<int64_t>(c.secondsAgo, 0));
+        const std::string key =
+            FinishedTask(++number, c.status, std::max<int64_t>(c.secondsAgo, 0));
         if (c.secondsAgo < 0) SetTask(key, "End", "");
         const std::string folder = Folder(key);
         const int loads = t.screen.treeLoads;
@@ -142,7 +148,8 @@ TEST_F(MonitorTest, ADamagedRowEndsItsTaskOnce) {
             t->tables.StepTable.RemoveRow(MakeStepKey(key, 1));
         Timer3_Timer(*t);
         const std::string log = t.LogText();
-        EXPECT_NE(log.find(std::string("Error occurred while ") + logged), std::string::npos) << log;
+        EXPECT_NE(log.find(std::string("Error occurred while ") + logged), std::string::npos)
+            << log;
         EXPECT_EQ(TaskCellOf(t, key, "Status"), "Complete");
         EXPECT_EQ(TaskCellOf(t, key, "JobIndex"), "");
         EXPECT_FALSE(t->SlotUsed[1]);

@@ -169,8 +169,9 @@ TEST_F(StepSequencingTest, AFirstStepFailingInItsSlotIsCancelledWithItsCleanupSt
         Range(key, 2, cleanup ? "99" : "1", cleanup ? "99" : "1");
         SetCell(t->tables, kTaskTable, key, "RF", blocker + "/sub");
         EXPECT_FALSE(RunNextStep(*t, true, key, 1));
-        EXPECT_NE(t.LogText().find("Error occurred while executing the step (" + MakeStepKey(key, 1)),
-                  std::string::npos);
+        EXPECT_NE(
+            t.LogText().find("Error occurred while executing the step (" + MakeStepKey(key, 1)),
+            std::string::npos);
         EXPECT_EQ(StepStatus(key, 1), "Complete - Cancelled");
         EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "99");
         EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "99");

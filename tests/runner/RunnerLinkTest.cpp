@@ -77,7 +77,8 @@ TEST(RunnerText, GoesOutInSlicesOfAtMost4096AndStopsAtTheFirstFailingWrite) {
     EXPECT_TRUE(SlicesOf("", 0).empty());
     EXPECT_EQ(SlicesOf(std::string(10000, 'a'), 5000), (std::vector<size_t>{4096, 904}));
     int calls = 0;
-    EXPECT_EQ(WriteInSlices(std::string(9000, 'a'), 9000, [&](const char*, size_t) { return ++calls, -EPIPE; }),
+    EXPECT_EQ(WriteInSlices(std::string(9000, 'a'), 9000,
+                            [&](const char*, size_t) { return ++calls, -EPIPE; }),
               -EPIPE);
     EXPECT_EQ(calls, 1);
 }
