@@ -1,5 +1,7 @@
 // Start-up against a temporary settings store and queue root, and the closing path.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "calendar/Common.h"
 #include "core/Startup.h"
@@ -16,7 +18,7 @@ using test::TempDir;
 using test::TestServer;
 
 class FixedGuard final : public InstanceGuard {
-public:
+  public:
     explicit FixedGuard(bool another) : another_(another) {}
     bool AnotherServerRuns() override {
         ++asked;
@@ -24,15 +26,16 @@ public:
     }
     int asked = 0;
 
-private:
+  private:
     bool another_;
 };
 
 // A server with an empty settings store and no queue root yet.
 class StartupTest : public ::testing::Test {
-protected:
+  protected:
     StartupTest() {
-        registry = std::make_unique<Registry>(dir.Path() + "cfg/registry.db", dir.Path() + "cfg/autostart");
+        registry = std::make_unique<Registry>(dir.Path() + "cfg/registry.db",
+                                              dir.Path() + "cfg/autostart");
         server = std::make_unique<Server>(clock, op, *registry, screen);
         server->ProgramFolder = "/opt/orvantis/bin/";
         request.queueRoot = dir.Path() + "queue";
@@ -41,7 +44,9 @@ protected:
         auto value = registry->Read(hive, key, name);
         return value ? value->AsText() : "<missing>";
     }
-    std::string AutostartFile() const { return dir.Path() + "cfg/autostart/orvantis-server.desktop"; }
+    std::string AutostartFile() const {
+        return dir.Path() + "cfg/autostart/orvantis-server.desktop";
+    }
 
     TempDir dir;
     test::FakeClock clock;
@@ -67,13 +72,14 @@ TEST_F(StartupTest, ASecondServerEndsQuietlyBeforeTheWriteTest) {
     EXPECT_TRUE(op.messages.empty());
 }
 
-TEST_F(StartupTest, AStoreThatCannotBeWrittenEndsTheProcessWithTheMessage) {
+TEST_F(StartupTest, AStoreThatCannotBeWrittenEndsWithTheMessagePathAndReason) {
     AppendToFile(dir.Path() + "plainfile", "x");
     Registry broken(dir.Path() + "plainfile/cfg/registry.db", dir.Path() + "plainfile/autostart");
     Server s(clock, op, broken, screen);
     EXPECT_EQ(ProcessStart(s, request, noOther), StartResult::EndFailed);
     ASSERT_EQ(op.messages.size(), 1u);
-    EXPECT_EQ(op.messages[0].text, kRegistryWriteFailed);
+    EXPECT_EQ(op.messages[0].text,
+              kRegistryWriteFailed + " (" + dir.Path() + "plainfile/cfg: Not a directory)");
     EXPECT_EQ(op.messages[0].icon, MessageIcon::Critical);
     EXPECT_FALSE(PathExists(request.queueRoot));
 }
@@ -94,7 +100,8 @@ TEST_F(StartupTest, LogonWithStartServStartsAndWritesTheAutostartEntry) {
     SaveRegSetting(*registry, "ServerSettings", "LogonEn", "1");
     request.commandLine = "LOGON";
     EXPECT_EQ(ProcessStart(*server, request, noOther), StartResult::Serve);
-    EXPECT_NE(ReadFileText(AutostartFile()).find("\nExec=/opt/orvantis/bin/vqserv LOGON\n"), std::string::npos);
+    EXPECT_NE(ReadFileText(AutostartFile()).find("\nExec=/opt/orvantis/bin/vqserv LOGON\n"),
+              std::string::npos);
     EXPECT_EQ(Stored(Hive::LocalMachine, kWinlogonKey, "AutoAdminLogon"), "1");
     EXPECT_EQ(Stored(Hive::LocalMachine, kWinlogonKey, "DefaultUserName"), "<missing>");
 }
@@ -103,18 +110,13 @@ TEST_F(StartupTest, AnOrdinaryStartSettlesPathsFoldersAndTheQueue) {
     ASSERT_EQ(ProcessStart(*server, request, noOther), StartResult::Serve);
     const std::string root = dir.Path() + "queue/";
     EXPECT_EQ(server->ServerPath, root);
-    EXPECT_EQ(GetSettingText(*registry, "ServerSettings", "ServPath"), root);
     EXPECT_EQ(server->DataPath, root + "$Data/");
     EXPECT_EQ(server->InQueuePath, root + "$InQ/");
     EXPECT_EQ(server->RunnerPath, "/opt/orvantis/bin/runlet");
     EXPECT_EQ(server->OsKind, 6);
-    EXPECT_FALSE(server->ComputerName.empty());
-    EXPECT_EQ(server->ComputerName, ToUpper(server->ComputerName));
-    for (const char* folder : {"$InQ", "$JobQ", "$JobR", "$Data"})
-        EXPECT_TRUE(PathExists(root + folder + "/Orvantis.ctf")) << folder;
+    EXPECT_EQ(server->ComputerName, ToUpper(GetComputerNameText()));
     EXPECT_EQ(ReadFileText(root + "$JobQ/QPath"), root + "\r\n");
     EXPECT_EQ(server->tables.TaskTable.Columns().size(), 33u);
-    EXPECT_TRUE(server->QueueStarted);
     EXPECT_EQ(screen.queueSwitches, std::vector<bool>{true});
     EXPECT_EQ(screen.treeLoads, 1);
     EXPECT_EQ(Stored(Hive::CurrentUser, SectionKey("ServerSettings"), "TVal"), "2");
@@ -127,32 +129,76 @@ TEST_F(StartupTest, StartQZeroLeavesTheQueueStopped) {
     EXPECT_EQ(screen.queueSwitches, std::vector<bool>{false});
 }
 
-TEST_F(StartupTest, WithoutARootGivenTheStoredOneServesElseTheProposal) {
-    const std::string stored = dir.Path() + "stored/";
-    MakeFolders(stored);
-    request.queueRoot.clear();
-    request.proposedRoot = dir.Path() + "home/$JQ";
+TEST_F(StartupTest, AnUnusableSettingIsLoggedOnce) {
+    SaveRegSetting(*registry, "ServerSettings", "CLF", "-1");
     ASSERT_EQ(ProcessStart(*server, request, noOther), StartResult::Serve);
-    EXPECT_EQ(server->ServerPath, dir.Path() + "home/$JQ/");
-    EXPECT_TRUE(PathExists(dir.Path() + "home/$JQ/$Data/Orvantis.ctf"));
-    SaveRegSetting(*registry, "ServerSettings", "ServPath", stored);
-    Server again(clock, op, *registry, screen);
-    again.ProgramFolder = "/opt/orvantis/bin/";
-    ASSERT_EQ(ProcessStart(again, request, noOther), StartResult::Serve);
-    EXPECT_EQ(again.ServerPath, stored);
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(GetSettingNumber(*registry, "ServerSettings", "CLF"), 10);
+    const std::string log = ReadFileText(server->DataPath + "SrvLog.txt");
+    const std::string notice = "The setting CLF of ServerSettings holds \"-1\"";
+    ASSERT_NE(log.find(notice), std::string::npos) << log;
+    EXPECT_EQ(log.find(notice, log.find(notice) + 1), std::string::npos) << log;
 }
 
-TEST_F(StartupTest, ARootThatCannotBeMadeEndsTheProcess) {
-    AppendToFile(dir.Path() + "plainfile", "x");
-    request.queueRoot = dir.Path() + "plainfile/queue";
+// Where the queue root comes from, and what happens when it can't be used.
+TEST_F(StartupTest, TheQueueRootIsTheGivenOneElseTheStoredOneElseAtAFirstStartTheProposal) {
+    const std::string d = dir.Path();
+    MakeFolders(d + "stored");
+    AppendToFile(d + "plainfile", "x");
+    struct Case {
+        std::string given, stored, served, failure;  // failure: what the message must hold
+    };
+    const Case cases[] = {
+        {"", d + "gone", "", "\"" + d + "gone\" can't be used: No such file or directory."},
+        {d + "plainfile", d + "stored/", "",
+         "\"" + d + "plainfile/\" can't be used: Not a directory."},
+        {d + "plainfile/q", "", "", "\"" + d + "plainfile/q/\" can't be used: Not a directory."},
+        {"", d + "stored/", d + "stored/", ""},
+        {d + "q1//", "", d + "q1/", ""},
+        {d + "q2/.", "", d + "q2/", ""},
+        {d + "x/../q3/./", d + "stored/", d + "q3/", ""},
+        {"", "", d + "home/$JQ/", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.given + " with " + c.stored + " stored");
+        Server s(clock, op, *registry, screen);
+        SaveRegSetting(*registry, "ServerSettings", "ServPath", c.stored);
+        op.messages.clear();
+        request.queueRoot = c.given;
+        request.proposedRoot = d + "home/$JQ";
+        const bool serves = ProcessStart(s, request, noOther) == StartResult::Serve;
+        EXPECT_EQ(serves, c.failure.empty());
+        if (serves) {
+            EXPECT_EQ(s.ServerPath, c.served);
+            EXPECT_EQ(GetSettingText(*registry, "ServerSettings", "ServPath"), c.served);
+            struct stat st {};
+            ASSERT_EQ(stat(c.served.c_str(), &st), 0);
+            if (c.served != d + "stored/") EXPECT_EQ(st.st_mode & 0777, 0700u);
+            continue;
+        }
+        ASSERT_EQ(op.messages.size(), 1u);
+        EXPECT_NE(op.messages[0].text.find(c.failure), std::string::npos) << op.messages[0].text;
+        EXPECT_NE(op.messages[0].text.find("--queue-root DIR"), std::string::npos);
+        EXPECT_EQ(GetSettingText(*registry, "ServerSettings", "ServPath"), c.stored);
+        EXPECT_FALSE(PathExists(d + "home"));
+    }
+}
+
+TEST_F(StartupTest, AFolderThatCannotBeWrittenIsRefusedWithTheReason) {
+    if (::geteuid() == 0) GTEST_SKIP() << "the superuser writes everywhere";
+    MakeFolders(request.queueRoot);
+    ::chmod(request.queueRoot.c_str(), 0500);
     EXPECT_EQ(ProcessStart(*server, request, noOther), StartResult::EndFailed);
-    ASSERT_FALSE(op.messages.empty());
-    EXPECT_EQ(op.messages.back().text, "Cannot change queue folder.\n\nPlease choose another path.");
+    ::chmod(request.queueRoot.c_str(), 0700);
+    ASSERT_EQ(op.messages.size(), 1u);
+    EXPECT_NE(op.messages[0].text.find("$InQ: Permission denied"), std::string::npos);
+    EXPECT_EQ(GetSettingText(*registry, "ServerSettings", "ServPath"), "");
 }
 
 TEST(OsKind, MapsTheKnownSystemsAndNamesTheOthers) {
-    const int systems[][4] = {{1, 4, 0, 1}, {1, 4, 10, 2}, {2, 3, 51, 3}, {2, 4, 7, 4}, {2, 6, 3, 6}};
-    for (const auto& s : systems) EXPECT_EQ(OsKindOf(s[0], s[1], s[2]), s[3]) << s[0] << s[1] << s[2];
+    const int systems[][4] = {
+        {1, 4, 0, 1}, {1, 4, 10, 2}, {2, 3, 51, 3}, {2, 4, 7, 4}, {2, 6, 3, 6}};
+    for (const auto& s : systems)
+        EXPECT_EQ(OsKindOf(s[0], s[1], s[2]), s[3]) << s[0] << s[1] << s[2];
     std::string message;
     EXPECT_EQ(OsKindOf(2, 10, 0, &message), 0);
     EXPECT_EQ(message, "Not supported OS Platform 2 / Major 10 / Minor 0");
@@ -173,7 +219,7 @@ TEST(TasksFoundRunning, BecomeCompleteUnfinishedWithTheirEndSet) {
 }
 
 class CloseServerTest : public ::testing::Test {
-protected:
+  protected:
     TestServer ts;
 };
 
@@ -205,9 +251,10 @@ TEST_F(CloseServerTest, YesLogsTheCancelledTasks) {
     ts.AddTask(3, "W", kWaiting);
     EXPECT_TRUE(CloseServer(*ts, true));
     EXPECT_EQ(ts.op.lastAutoYesMs, 3000);
-    EXPECT_NE(ts.LogText().find("Some running tasks were Cancelled because Orvantis Server was shut "
-                                "down:\n\n000001-R\n\n000002-C\n\n"),
-              std::string::npos);
+    EXPECT_NE(
+        ts.LogText().find("Some running tasks were Cancelled because Orvantis Server was shut "
+                          "down:\n\n000001-R\n\n000002-C\n\n"),
+        std::string::npos);
 }
 
 }  // namespace
