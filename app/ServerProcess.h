@@ -16,7 +16,7 @@ namespace vq {
 
 class ServerProcess : public QObject, private Screen, private InstanceGuard {
     Q_OBJECT
-  public:
+public:
     ServerProcess();
     ~ServerProcess() override;
     // Blocks SIGTERM, SIGINT and SIGHUP in this thread and every thread started after it;
@@ -25,7 +25,7 @@ class ServerProcess : public QObject, private Screen, private InstanceGuard {
     // Runs the start; the exit code when the process must end at once, else -1.
     int Start(const StartRequest& request);
 
-  private:
+private:
     void LoadTree() override {}
     void SaveColumnWidths() override {}
     void QueueSwitched(bool started) override;

@@ -37,7 +37,7 @@ struct RegEntry {
 };
 
 class Registry {
-  public:
+public:
     // `databasePath` is registry.db; `autostartDir` holds the start-at-logon entry.
     Registry(std::string databasePath, std::string autostartDir);
     ~Registry();
@@ -76,7 +76,7 @@ class Registry {
     // The last error of the store, for messages.
     const std::string& LastError() const { return lastError_; }
 
-  private:
+private:
     bool Open(bool create);
     bool IsRunKey(Hive hive, const std::string& keyPath) const;
     std::string AutostartFile() const;

@@ -19,7 +19,7 @@ using test::ChildProcess;
 using test::RunProcess;
 
 class VqservProcessTest : public ::testing::Test {
-  protected:
+protected:
     std::vector<std::string> Env(const std::string& config) {
         return {"XDG_CONFIG_HOME=" + config, "HOME=" + dir.Path() + "home", "VQS_TICK_MS=100",
                 "LC_ALL=C"};

@@ -18,7 +18,7 @@ using test::TempDir;
 using test::TestServer;
 
 class FixedGuard final : public InstanceGuard {
-  public:
+public:
     explicit FixedGuard(bool another) : another_(another) {}
     bool AnotherServerRuns() override {
         ++asked;
@@ -26,13 +26,13 @@ class FixedGuard final : public InstanceGuard {
     }
     int asked = 0;
 
-  private:
+private:
     bool another_;
 };
 
 // A server with an empty settings store and no queue root yet.
 class StartupTest : public ::testing::Test {
-  protected:
+protected:
     StartupTest() {
         registry = std::make_unique<Registry>(dir.Path() + "cfg/registry.db",
                                               dir.Path() + "cfg/autostart");
@@ -219,7 +219,7 @@ TEST(TasksFoundRunning, BecomeCompleteUnfinishedWithTheirEndSet) {
 }
 
 class CloseServerTest : public ::testing::Test {
-  protected:
+protected:
     TestServer ts;
 };
 

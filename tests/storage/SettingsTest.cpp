@@ -14,7 +14,7 @@ using test::ReadFileText;
 using test::TempDir;
 
 class SettingsTest : public ::testing::Test {
-  protected:
+protected:
     std::string Stored(Hive hive, const std::string& key, const std::string& name) {
         auto value = reg.Read(hive, key, name);
         return value ? value->AsText() : "<missing>";
@@ -134,7 +134,7 @@ TEST(ColumnWidths, DefaultFromTheCaptionOncePerKey) {
 }
 
 class JobNumberStoreTest : public ::testing::Test {
-  protected:
+protected:
     test::TestServer ts;
     std::string File() { return ts->DataPath + "TaskNO.dat"; }
 };

@@ -11,7 +11,7 @@ namespace vq {
 namespace {
 
 class Config : public ::testing::Test {
-  protected:
+protected:
     test::ProcessResult Run(std::vector<std::string> args) {
         args.insert(args.begin(), {test::BinPath("vqctl"), "config"});
         return test::RunProcess(args, {"XDG_CONFIG_HOME=" + dir.Path() + "cfg"});
