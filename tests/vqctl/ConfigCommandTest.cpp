@@ -23,12 +23,12 @@ protected:
 };
 
 TEST_F(Config, GetPrintsTheValueInForceAndSetChangesIt) {
-    EXPECT_EQ(Get("ServerSettings", "TIQH"), "1\n");
-    EXPECT_EQ(Get("Settings", "Class"), "1440\n");
-    EXPECT_EQ(Get("Settings", "JobRC"), "850\n");
-    EXPECT_EQ(Get("Settings", "StepRC"), "850\n");
-    EXPECT_EQ(Get("Settings", "Show-CPU"), "1\n");
-    EXPECT_EQ(Get("StartSet", "MainWidth"), "10000\n");
+    const char* defaults[][3] = {
+        {"ServerSettings", "TIQH", "1\n"}, {"Settings", "Class", "1440\n"},
+        {"Settings", "JobRC", "850\n"},    {"Settings", "StepRC", "850\n"},
+        {"Settings", "Show-CPU", "1\n"},   {"StartSet", "MainWidth", "10000\n"}};
+    for (const auto& [section, name, value] : defaults)
+        EXPECT_EQ(Get(section, name), value) << name;
     EXPECT_EQ(Run({"set", "ServerSettings", "StartServ", "1"}).exitCode, 0);
     EXPECT_EQ(Run({"set", "ServerSettings", "CLF", "0", "--integer"}).exitCode, 0);
     EXPECT_EQ(Get("ServerSettings", "StartServ"), "1\n");
