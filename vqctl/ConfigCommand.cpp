@@ -146,9 +146,8 @@ void Guarded(const char* verb, int& exitCode, Command command) {
 void AddConfigCommands(CLI::App& app, int& exitCode) {
     CLI::App* config = app.add_subcommand("config", "Read and change the server's settings");
     config->footer(
-        "SECTION is ServerSettings, StartSet or Settings; names are spelled as `vqctl config "
-        "list`\n"
-        "spells them.");
+        "SECTION is ServerSettings, StartSet or Settings; NAME is spelled as\n"
+        "`vqctl config list` spells it.");
     config->require_subcommand(1);
     auto args = std::make_shared<ConfigArgs>();
 
