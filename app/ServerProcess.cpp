@@ -42,8 +42,8 @@ RunningServer ReadRunningServer(const std::string& lockPath) {
 void WriteRunningServer(const std::string& lockPath, const std::string& root) {
     UniqueFd fd(::open(lockPath.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
     const std::string text = std::to_string(::getpid()) + "\n" + root + "\n";
-    if (fd.Valid()) [[maybe_unused]]
-        ssize_t n = ::write(fd.Get(), text.data(), text.size());
+    if (!fd.Valid()) return;
+    [[maybe_unused]] const ssize_t written = ::write(fd.Get(), text.data(), text.size());
 }
 
 }  // namespace
