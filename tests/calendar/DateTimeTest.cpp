@@ -6,6 +6,7 @@
 #include "calendar/Common.h"
 #include "calendar/DateTime.h"
 #include "platform/Error.h"
+#include "tests/support/TestSupport.h"
 
 namespace vq {
 namespace {
@@ -82,6 +83,17 @@ TEST(Charsets, ByCodePage) {
     EXPECT_EQ(CharsetOfCodePage(932), 128);
     EXPECT_EQ(CharsetOfCodePage(1252), 0);
     EXPECT_EQ(CharsetOfCodePage(437), 0);
+}
+
+TEST(Casing, IsAsciiOnlyWhateverTheLocale) {
+    test::LocaleScope turkish("tr_TR.UTF-8");
+    ASSERT_TRUE(turkish.Active());
+    EXPECT_EQ(ToUpper("mini-host"), "MINI-HOST");  // the computer name
+    EXPECT_EQ(ToUpper("Log Entry - Time: \xc4\xb1 \xe9"), "LOG ENTRY - TIME: \xc4\xb1 \xe9");
+    EXPECT_TRUE(EqualsNoCase("$localuser$", "$LOCALUSER$"));
+    EXPECT_TRUE(EqualsNoCase("%vqs%", "%VQS%"));
+    EXPECT_FALSE(EqualsNoCase("\xe9", "\xc9"));
+    EXPECT_FALSE(EqualsNoCase("ab", "abc"));
 }
 
 TEST(ComputerName, IsAShortHostName) {

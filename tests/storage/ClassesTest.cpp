@@ -48,6 +48,9 @@ TEST(ClassTable, ClassIndexComparesInUpperCaseAndFallsBackToA) {
     EXPECT_EQ(ClassIndex(data, "?"), 0);
     EXPECT_EQ(ClassIndex(data, ""), 0);
     EXPECT_EQ(ClassIndex(data, "BB"), 0);
+    test::LocaleScope turkish("tr_TR.UTF-8");
+    ASSERT_TRUE(turkish.Active());
+    EXPECT_EQ(ClassIndex(data, "i"), 8);
 }
 
 TEST(ClassTable, UnitsRoundHalfToEvenAndGiveZeroWhenTheyDontFit) {
