@@ -368,6 +368,8 @@ TEST(FileSystemNames, FieldsThatBecomeNamesAreChecked) {
     } cases[] = {{&TaskGeneral::TaskReportFile, "..", "TASKREPORTFILE"},
                  {&TaskGeneral::User, "", "USER"},
                  {&TaskGeneral::Domain, std::string("a\0b", 3), "DOMAIN"},
+                 {&TaskGeneral::Domain, ".", "DOMAIN"},
+                 {&TaskGeneral::Domain, "", ""},
                  {&TaskGeneral::TaskName, "a/b", "TASKNAME \"a/b\""},
                  {&TaskGeneral::TaskName, "with blanks", ""}};
     for (const auto& c : cases) {
