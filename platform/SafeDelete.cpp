@@ -55,7 +55,8 @@ std::vector<FolderEntry> ListFolders(int folderFd) {
     while (const dirent* entry = ::readdir(dir.get())) {
         if (IsDotOrDotDot(entry->d_name)) continue;
         struct stat st {};
-        if (::fstatat(folderFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode))
+        if (::fstatat(folderFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+            S_ISDIR(st.st_mode))
             folders.push_back({entry->d_name, st.st_mtime});
     }
     return folders;

@@ -212,7 +212,8 @@ TEST_F(ClearProjectFoldersTest, NothingOutsideTheRootIsDeletedThroughALinkedFold
     };
     SetLimit("1");
     MakeTaskFolder("000002", 10);
-    for (const char* folder : {"000001", "domain/tester/Other/000001", "domain/tester/Other/000003"}) {
+    for (const char* folder :
+         {"000001", "domain/tester/Other/000001", "domain/tester/Other/000003"}) {
         MakeFolders(Outside() + folder);
         AppendToFile(Outside() + folder + "/Step1.txt", "not the queue's");
         Age(Outside() + folder, 500);

@@ -1,19 +1,18 @@
 // Folder work through opened folders that never follows a symbolic link.
-#include "platform/SafeDelete.h"
-
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
 
 #include "platform/Files.h"
+#include "platform/SafeDelete.h"
 #include "tests/support/TestSupport.h"
 
 namespace vq {
 namespace {
 
 class SafeDeleteTest : public ::testing::Test {
-protected:
+  protected:
     SafeDeleteTest() {
         MakeFolders(Base() + "a/b");
         MakeFolders(Base() + "outside");
@@ -25,9 +24,12 @@ protected:
 };
 
 TEST_F(SafeDeleteTest, OpenFolderBelowFollowsNoLinkOnTheWay) {
-    const struct { const char* below; bool opens; } cases[] = {
-        {"", true}, {"a/b", true}, {"a//b/", true}, {"a/link", false}, {"a/link/", false},
-        {"a/../a", false}, {"./a", false}, {"a/missing", false}, {"outside/keep.txt", false}};
+    const struct {
+        const char* below;
+        bool opens;
+    } cases[] = {{"", true},        {"a/b", true},        {"a//b/", true},
+                 {"a/link", false}, {"a/link/", false},   {"a/../a", false},
+                 {"./a", false},    {"a/missing", false}, {"outside/keep.txt", false}};
     for (const auto& c : cases)
         EXPECT_EQ(OpenFolderBelow(Base(), c.below).Valid(), c.opens) << c.below;
 }

@@ -1,11 +1,10 @@
 // The class table, Classes.dat and the non-working days of NonWork.dat.
-#include "storage/Classes.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
 #include "platform/Files.h"
+#include "storage/Classes.h"
 #include "tests/support/TestSupport.h"
 
 namespace vq {
@@ -35,18 +34,24 @@ TEST(ClassTable, DefaultsAndLettersWhateverTheLocale) {
     EXPECT_EQ(data.Ponders, (std::array<double, 7>{1, 1, 1, 0, 0, 0, 0}));
     test::LocaleScope turkish("tr_TR.UTF-8");
     ASSERT_TRUE(turkish.Active());
-    const std::pair<const char*, int> letters[] = {{"b", 1}, {"Z", 25}, {"i", 8}, {"?", 0}, {"", 0}, {"BB", 0}};
-    for (const auto& [letter, index] : letters) EXPECT_EQ(ClassIndex(data, letter), index) << letter;
+    const std::pair<const char*, int> letters[] = {{"b", 1}, {"Z", 25}, {"i", 8},
+                                                   {"?", 0}, {"", 0},   {"BB", 0}};
+    for (const auto& [letter, index] : letters)
+        EXPECT_EQ(ClassIndex(data, letter), index) << letter;
 }
 
 TEST(ClassTable, UnitsRoundHalfToEvenAndGiveZeroWhenTheyDontFit) {
     ClassData data;
     ClassEntry& c = data.ClassTable[3];
-    const struct { int cpu, memory; int64_t io; std::array<double, 7> ponders; int units; } cases[] = {
-        {1, 0, 0, {2.5}, 2},
-        {1, 0, 0, {3.5}, 4},
-        {10, 100, 1000 * kIoScale, {1, 0.5, 0.25}, 10 + 50 + 250},
-        {10, INT32_MAX, 0, {1, 2, 0.25}, 0}};
+    const struct {
+        int cpu, memory;
+        int64_t io;
+        std::array<double, 7> ponders;
+        int units;
+    } cases[] = {{1, 0, 0, {2.5}, 2},
+                 {1, 0, 0, {3.5}, 4},
+                 {10, 100, 1000 * kIoScale, {1, 0.5, 0.25}, 10 + 50 + 250},
+                 {10, INT32_MAX, 0, {1, 2, 0.25}, 0}};
     for (const auto& k : cases) {
         c.MaxCpu = k.cpu;
         c.MaxMemory = k.memory;
@@ -116,7 +121,8 @@ TEST(ClassesFile, MissingFileGivesDefaultsAndIoUpToTheLongRangeIsRead) {
     ts->classes.ClassTable[4].MaxCpu = 77;
     EXPECT_TRUE(LoadClasses(*ts));
     EXPECT_EQ(ts->classes.ClassTable[4].MaxCpu, 1);
-    ASSERT_TRUE(WriteFileAtomic(ClassesPath(ts), DefaultsWith("<IO>0</IO>", "<IO>2147483647</IO>")));
+    ASSERT_TRUE(
+        WriteFileAtomic(ClassesPath(ts), DefaultsWith("<IO>0</IO>", "<IO>2147483647</IO>")));
     EXPECT_TRUE(LoadClasses(*ts));
     EXPECT_EQ(ts->classes.ClassTable[0].MaxIo, int64_t{2147483647} * kIoScale);
     EXPECT_EQ(ts.LogText(), "");
@@ -126,7 +132,8 @@ TEST(ClassesFile, DamagedFilesFailWithTheirDescriptionAndKeepWhatWasRead) {
     const std::string full = ClassesFileText(ClassData());
     const std::pair<std::string, const char*> cases[] = {
         {DefaultsWith("</CLASS-0>", "</CLASS-9>"), "Invalid File Format."},
-        {DefaultsWith("<IO>0</IO>", "<IO>2147483648</IO>"), "Default values will be used.\n\nOverflow"},
+        {DefaultsWith("<IO>0</IO>", "<IO>2147483648</IO>"),
+         "Default values will be used.\n\nOverflow"},
         {full.substr(0, full.find("    <CLASS-13>")), "Input past end of file"},
         {DefaultsWith("<MEM>0</MEM>", "<MEM>lots</MEM>"), "Type mismatch"},
         {DefaultsWith("<CPU>1</CPU>", "<CPUX>1</CPUX>"), "Invalid Data: CPU"}};
@@ -134,13 +141,15 @@ TEST(ClassesFile, DamagedFilesFailWithTheirDescriptionAndKeepWhatWasRead) {
         TestServer ts;
         ASSERT_TRUE(WriteFileAtomic(ClassesPath(ts), text));
         EXPECT_FALSE(LoadClasses(*ts)) << description;
-        EXPECT_NE(ts.LogText().find("Error occured while loading classes.\n\nDefault values will be used.\n\n"),
+        EXPECT_NE(ts.LogText().find(
+                      "Error occured while loading classes.\n\nDefault values will be used.\n\n"),
                   std::string::npos);
         EXPECT_NE(ts.LogText().find(description), std::string::npos) << ts.LogText();
     }
     TestServer ts;
     std::string text = DefaultsWith("<CPU>0</CPU>", "<CPU>100</CPU>");
-    ASSERT_TRUE(WriteFileAtomic(ClassesPath(ts), text.replace(text.find("<CLASS-1>"), 9, "<CLASS-3>")));
+    ASSERT_TRUE(
+        WriteFileAtomic(ClassesPath(ts), text.replace(text.find("<CLASS-1>"), 9, "<CLASS-3>")));
     EXPECT_FALSE(LoadClasses(*ts));
     EXPECT_EQ(ts->classes.ClassTable[0].MaxCpu, 100);
     EXPECT_EQ(ts->classes.ClassTable[0].MaxUnits, 0);  // the units stay those of the defaults
@@ -158,7 +167,9 @@ class NonWorkDays : public ::testing::Test {
     void WriteDates(const std::string& lines) {
         ASSERT_TRUE(WriteFileAtomic(NonWorkFilePath(*ts), lines));
     }
-    bool NonWork(int y, int m, int d) { return IsNonWorkDay(*ts, MakeDate({y, m, d, 10, 30, 0, 0})); }
+    bool NonWork(int y, int m, int d) {
+        return IsNonWorkDay(*ts, MakeDate({y, m, d, 10, 30, 0, 0}));
+    }
     size_t Marks() const {
         const std::string& cache = ts.server->classes.NonWorkCache;
         return static_cast<size_t>(std::count(cache.begin(), cache.end(), 'H'));

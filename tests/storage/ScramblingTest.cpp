@@ -45,7 +45,8 @@ TEST(Scrambling, ConstantsHaveTheirForms) {
     for (std::string_view table : CodeTables()) {
         ASSERT_EQ(table.size(), 64u);
         EXPECT_EQ(std::set<char>(table.begin(), table.end()).size(), 64u);
-        for (char c : table) EXPECT_TRUE(c > 32 && c < 127 && c != '<' && c != '>' && c != '&') << c;
+        for (char c : table)
+            EXPECT_TRUE(c > 32 && c < 127 && c != '<' && c != '>' && c != '&') << c;
     }
 }
 
@@ -66,10 +67,12 @@ TEST(Scrambling, KnownTextsScrambleAndUnscrambleExactly) {
     const std::pair<std::string, const char*> blocks[] = {
         {"", "C82982AF791393D00ED0A8FA2C097E9345D48E106B8CA0227D84E90BF252C35E4AEAB6671BB0CDC1"},
         {"p", "C82982AF791393D00ED0A8FAAE097E9345D48E106B8CA0227D84E90BF252C3B04AEAB6671BB0CDC1"},
-        {"pass word", "C82982AF791393D00ED0A8FABA097E9398D48E1E6B34A032AD84E90BF25225984AEA26671B8ECDC1"},
+        {"pass word",
+         "C82982AF791393D00ED0A8FABA097E9398D48E1E6B34A032AD84E90BF25225984AEA26671B8ECDC1"},
         {"123456789012345678901234567890123456789",
          "AF9631388EEC2DDA222CA7B4CD380D34B8DC888A08B60CB00EB82FF40D308C222EB6ACD28D3E2D9C"},
-        {kHighCodes, "C82982AF791393D00ED0A8FAA0097E9345D48E046BDBA0227D84E90BF252C3524AEA36671BAFCDC1"}};
+        {kHighCodes,
+         "C82982AF791393D00ED0A8FAA0097E9345D48E046BDBA0227D84E90BF252C3524AEA36671BAFCDC1"}};
     for (const auto& [plain, hex] : blocks) {
         SeededRandom random(7);
         EXPECT_EQ(HexEncode(ScrambleBlock("E", plain, random)), hex) << plain;
@@ -78,10 +81,12 @@ TEST(Scrambling, KnownTextsScrambleAndUnscrambleExactly) {
     EXPECT_EQ(ScrambleBlock("E", std::string(40, 'x')), "");
     EXPECT_EQ(ScrambleBlock("D", std::string(39, 'x')), "");
     EXPECT_EQ(ScrambleBlock("D", std::string(41, 'x')), "");
-    const std::pair<std::string, const char*> texts[] = {
-        {"", "[[Rl-8]jE^XBA"}, {"a", "[[Rl-8X/jE^XBA"}, {"ab", "[[Rl-8X6?jE^XBA"},
-        {"abc", "[[Rl-8X6j#jE^XBA"}, {"pass word", "[[Rl-8lFj`W6K_?!/BjE^XBA"},
-        {kHighCodes, "[[Rl-8R`}nc.1jE^XBA"}};
+    const std::pair<std::string, const char*> texts[] = {{"", "[[Rl-8]jE^XBA"},
+                                                         {"a", "[[Rl-8X/jE^XBA"},
+                                                         {"ab", "[[Rl-8X6?jE^XBA"},
+                                                         {"abc", "[[Rl-8X6j#jE^XBA"},
+                                                         {"pass word", "[[Rl-8lFj`W6K_?!/BjE^XBA"},
+                                                         {kHighCodes, "[[Rl-8R`}nc.1jE^XBA"}};
     for (const auto& [plain, encoded] : texts) {
         SeededRandom random(7);
         EXPECT_EQ(EncodeEncStr(plain, random), encoded) << plain;

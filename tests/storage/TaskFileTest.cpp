@@ -1,6 +1,4 @@
 // The task file: its plain and encrypted forms, every failure of the load, the name check.
-#include "storage/TaskFile.h"
-
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -11,6 +9,7 @@
 #include "platform/Files.h"
 #include "platform/UniqueFd.h"
 #include "storage/TaggedStream.h"
+#include "storage/TaskFile.h"
 #include "tests/support/TestSupport.h"
 
 namespace vq {
@@ -27,7 +26,8 @@ const struct {
 } kGeneralFields[] = {
     {&TaskGeneral::TaskName, "TASKNAME", "Nightly build"},
     {&TaskGeneral::User, "USER", "$LOCALUSER$"},
-    {&TaskGeneral::Password, "PASSWORD", "0DE15DC7FDF21B9763B790482CDEF7F5E14FA8930373F8F84DA2EB06AD1FCC2AA8AB9C5F97031ABD"},
+    {&TaskGeneral::Password, "PASSWORD",
+     "0DE15DC7FDF21B9763B790482CDEF7F5E14FA8930373F8F84DA2EB06AD1FCC2AA8AB9C5F97031ABD"},
     {&TaskGeneral::Domain, "DOMAIN", "$LOCALS$"},
     {&TaskGeneral::Server, "SERVER", "HOST"},
     {&TaskGeneral::ServerPath, "SERVERPATH", "/srv"},
@@ -71,7 +71,8 @@ std::string ValueLine(const std::string& tag, const std::string& value) {
 }
 
 // A section as the file holds it: its tag, its value lines, its closing tag.
-std::string Section(const std::string& name, const std::vector<std::pair<std::string, std::string>>& fields) {
+std::string Section(const std::string& name,
+                    const std::vector<std::pair<std::string, std::string>>& fields) {
     std::string text = "<" + name + ">\r\n";
     for (const auto& [tag, value] : fields) text += ValueLine(tag, value);
     return text + "</" + name + ">\r\n";
@@ -82,14 +83,30 @@ std::string SampleText() {
     for (const auto& f : kGeneralFields) text += ValueLine(f.tag, f.value);
     return text + ValueLine("NUMBERSTEPS", "1") + ValueLine("NUMBERTASKFILES", "1") +
            ValueLine("NUMBERENVIRON", "1") + "</GENERAL>\r\n" +
-           Section("STEP", {{"STEPNAME", "Build"}, {"COMMAND", "make\x01make install"},
-                            {"FILERC", "rc.txt"}, {"WORKINGDIRECTORY", "/tmp"},
-                            {"ENVIRONMENT", "A=1\x01" "B=2"}, {"BUFFWIDTH", "80"},
-                            {"BUFFHEIGHT", "300"}, {"MINRC", "1"}, {"MAXRC", "2"}, {"EXECUTE", "1"}}) +
-           Section("TASKFILE", {{"LOCALPATH", "/home/a/x"}, {"SERVERPATH", "/srv/x"}, {"COPY", "1"}}) +
-           Section("ENVIRON", {{"STEP", "1"}, {"CAPTION", "Cap"}, {"VARIABLE", "VAR"}, {"TYPE", "T"},
-                               {"VALUE", "V"}, {"HELP", "H"}, {"MIN", "0"}, {"MAX", "9"},
-                               {"PERCENT", "5"}, {"FORMAT", "F"}}) +
+           Section("STEP", {{"STEPNAME", "Build"},
+                            {"COMMAND", "make\x01make install"},
+                            {"FILERC", "rc.txt"},
+                            {"WORKINGDIRECTORY", "/tmp"},
+                            {"ENVIRONMENT",
+                             "A=1\x01"
+                             "B=2"},
+                            {"BUFFWIDTH", "80"},
+                            {"BUFFHEIGHT", "300"},
+                            {"MINRC", "1"},
+                            {"MAXRC", "2"},
+                            {"EXECUTE", "1"}}) +
+           Section("TASKFILE",
+                   {{"LOCALPATH", "/home/a/x"}, {"SERVERPATH", "/srv/x"}, {"COPY", "1"}}) +
+           Section("ENVIRON", {{"STEP", "1"},
+                               {"CAPTION", "Cap"},
+                               {"VARIABLE", "VAR"},
+                               {"TYPE", "T"},
+                               {"VALUE", "V"},
+                               {"HELP", "H"},
+                               {"MIN", "0"},
+                               {"MAX", "9"},
+                               {"PERCENT", "5"},
+                               {"FORMAT", "F"}}) +
            "</ORVANTIS>\r\n";
 }
 const std::string kSampleText = SampleText();
@@ -146,7 +163,9 @@ TEST_F(TaskFileLoad, PlainFileIsWrittenToTheByteAndReadBackFieldByField) {
 
 TEST_F(TaskFileLoad, LineBreaksInValuesComeBackAsCrLf) {
     TaskFileData sample = SampleTask();
-    sample.steps[0].Command = "a\nb\rc\r\nd\x1A" "e";
+    sample.steps[0].Command =
+        "a\nb\rc\r\nd\x1A"
+        "e";
     ASSERT_TRUE(Load(Write(TaskFileText(sample))));
     EXPECT_EQ(task.steps[0].Command, "a\r\nb\r\nc\r\nd\r\ne");
 }
@@ -177,10 +196,16 @@ TEST_F(TaskFileLoad, WhatTheReaderToleratesLeavesTheFieldsAsTheyAre) {
 
 TEST_F(TaskFileLoad, DamagedFilesFailWithTheirDescriptionAndProgress) {
     const std::string user = "\t<USER>$LOCALUSER$</USER>\r\n";
-    const std::string swapped = Replace(Replace(kSampleText, user, ""), "\t<DOMAIN>", user + "\t<DOMAIN>");
-    const struct { std::string text; const char* description; int progress; } cases[] = {
+    const std::string swapped =
+        Replace(Replace(kSampleText, user, ""), "\t<DOMAIN>", user + "\t<DOMAIN>");
+    const struct {
+        std::string text;
+        const char* description;
+        int progress;
+    } cases[] = {
         {"", "Invalid File Version.", 6},
-        {Replace(kSampleText, "Orvantis File Version 1.0", "orvantis file version 1.0"), "Invalid File Version.", 6},
+        {Replace(kSampleText, "Orvantis File Version 1.0", "orvantis file version 1.0"),
+         "Invalid File Version.", 6},
         {Replace(kSampleText, "<ORVANTIS>", "<OTHER>"), "Invalid File Format.", 6},
         {Replace(kSampleText, "<GENERAL>", "<GENERAL2>"), "Invalid File Format.", 6},
         {Replace(kSampleText, "\t<RESERVED1>r1</RESERVED1>\r\n", ""), "Invalid Data: RESERVED1", 6},
@@ -210,7 +235,7 @@ TEST_F(TaskFileLoad, SizeBoundIsTenMebibytes) {
 
 // A clock whose sleeps let a writer's lock go once `heldMs` have passed.
 class ReleasingClock final : public Clock {
-public:
+  public:
     ReleasingClock(int fd, int heldMs) : fd_(fd), heldMs_(heldMs) {}
     VqDate Now() override { return 0; }
     void Sleep(int milliseconds) override {
@@ -219,7 +244,7 @@ public:
     }
     int slept = 0;
 
-private:
+  private:
     int fd_, heldMs_;
 };
 
@@ -296,13 +321,14 @@ TEST(FileSystemNames, FieldsThatBecomeNamesAreChecked) {
     const struct {
         std::string TaskGeneral::*field;
         std::string value, problem;
-    } cases[] = {{&TaskGeneral::TaskReportFile, "..", "TASKREPORTFILE"},
-                 {&TaskGeneral::User, "", "USER \"\" can't be a folder or file name: it must not be empty"},
-                 {&TaskGeneral::Domain, std::string("a\0b", 3), "DOMAIN"},
-                 {&TaskGeneral::Domain, ".", "DOMAIN"},
-                 {&TaskGeneral::Domain, "", ""},  // the task's folders then begin with the user
-                 {&TaskGeneral::TaskName, "a/b", "TASKNAME \"a/b\""},
-                 {&TaskGeneral::TaskName, "with blanks", ""}};
+    } cases[] = {
+        {&TaskGeneral::TaskReportFile, "..", "TASKREPORTFILE"},
+        {&TaskGeneral::User, "", "USER \"\" can't be a folder or file name: it must not be empty"},
+        {&TaskGeneral::Domain, std::string("a\0b", 3), "DOMAIN"},
+        {&TaskGeneral::Domain, ".", "DOMAIN"},
+        {&TaskGeneral::Domain, "", ""},  // the task's folders then begin with the user
+        {&TaskGeneral::TaskName, "a/b", "TASKNAME \"a/b\""},
+        {&TaskGeneral::TaskName, "with blanks", ""}};
     for (const auto& c : cases) {
         TaskGeneral g = SampleTask().general;
         g.*c.field = c.value;

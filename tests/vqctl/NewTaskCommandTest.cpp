@@ -117,8 +117,9 @@ TEST_F(NewTask, TakesTheLocalesDateAndTheCellForm) {
     for (const auto& [locale, at] : cases) {
         test::LocaleScope scope(locale);
         ASSERT_TRUE(scope.Active());
-        const RunResult run = RunVqctl({"new-task", "--step", "x", "--domain", "", "--at", at, path},
-                                       {std::string("LC_ALL=") + locale});
+        const RunResult run =
+            RunVqctl({"new-task", "--step", "x", "--domain", "", "--at", at, path},
+                     {std::string("LC_ALL=") + locale});
         ASSERT_EQ(run.exitCode, 0) << run.output;
         ASSERT_TRUE(Load(path)) << error;
         EXPECT_EQ(task.general.ScheduledTime, "2027-01-09 19:05:03") << locale << " " << at;
