@@ -99,16 +99,12 @@ class ClearProjectFoldersTest : public QueueFoldersTest {
 protected:
     ClearProjectFoldersTest() {
         MakeFolders(Project());
-        MakeFolders(Outside() + "000009");
+        MakeFolders(Outside());
         AppendToFile(Outside() + "keep.txt", "not the queue's");
-        AppendToFile(Outside() + "000009/keep.txt", "not the queue's");
     }
     std::string Project() { return Root() + "LOCAL/tester/Nightly/"; }
     // A folder beside the queue root that nothing may touch.
     std::string Outside() { return ts.dir.Path() + "outside/"; }
-    bool OutsideIntact() {
-        return PathExists(Outside() + "keep.txt") && PathExists(Outside() + "000009/keep.txt");
-    }
     void SetLimit(const char* clf) { SaveRegSetting(*ts.registry, "ServerSettings", "CLF", clf); }
     // A task folder whose last write lies `age` hours back.
     void MakeTaskFolder(const std::string& name, int age, bool active = false) {
@@ -143,30 +139,21 @@ TEST_F(ClearProjectFoldersTest, TenFoldersStayAndAnEleventhTakesTheOldestOnly) {
     EXPECT_EQ(ts->tables.FolList.RowCount(), 0u);
 }
 
-TEST_F(ClearProjectFoldersTest, OnlySixDigitFolderNamesCount) {
+// Of the folders beyond the limit, only a six-digit one without a queued task and without
+// ACTIVE.ACT goes.
+TEST_F(ClearProjectFoldersTest, OnlyOldSixDigitFoldersWithoutTaskOrMarkerGo) {
+    const struct { const char* name; int age; bool active, stays; } folders[] = {
+        {"000001", 90, false, true},  // its task is in the queue
+        {"000002", 80, true, true},   // holds ACTIVE.ACT without a task
+        {"000003", 70, false, false}, {"000004", 10, false, true},  // the newest stays
+        {"00002", 60, false, true},   {"abcdef", 70, false, true}, {".00003", 80, false, true}};
     SetLimit("1");
-    MakeTaskFolder("000001", 50);
-    MakeTaskFolder("00002", 60);
-    MakeTaskFolder("abcdef", 70);
-    MakeTaskFolder(".00003", 80);
-    AppendToFile(Project() + "000004", "a file, not a folder");
-    EXPECT_TRUE(ClearProjectFolders(*ts, key));
-    for (const char* f : {"000001", "00002", "abcdef", ".00003", "000004"})
-        EXPECT_TRUE(PathExists(Project() + f)) << f;
-}
-
-TEST_F(ClearProjectFoldersTest, QueuedTasksAndActiveMarkersKeepTheirFolders) {
-    SetLimit("1");
-    MakeTaskFolder("000001", 90);  // its task is in the queue
-    MakeTaskFolder("000002", 80, true);  // holds ACTIVE.ACT without a task
-    MakeTaskFolder("000003", 70);  // goes
-    MakeTaskFolder("000004", 10);  // the newest stays
+    for (const auto& f : folders) MakeTaskFolder(f.name, f.age, f.active);
+    AppendToFile(Project() + "000005", "a file, not a folder");
     ts.AddTask(1, "Nightly");
     EXPECT_TRUE(ClearProjectFolders(*ts, key));
-    EXPECT_TRUE(FolderExists(Project() + "000001"));
-    EXPECT_TRUE(FolderExists(Project() + "000002"));
-    EXPECT_FALSE(PathExists(Project() + "000003"));
-    EXPECT_TRUE(FolderExists(Project() + "000004"));
+    for (const auto& f : folders) EXPECT_EQ(PathExists(Project() + f.name), f.stays) << f.name;
+    EXPECT_TRUE(PathExists(Project() + "000005"));
 }
 
 TEST_F(ClearProjectFoldersTest, ALimitOfZeroOrBelowClearsNothing) {
@@ -191,8 +178,9 @@ TEST_F(ClearProjectFoldersTest, LinksInsideATaskFolderGoAsLinksAndSubfoldersAreN
     symlink(Outside().c_str(), (old + "nested/to-folder").c_str());
     Age(old, 90);
     MakeTaskFolder("000002", 10);
+    const std::vector<std::string> outside = FilesBelow(Outside());
     EXPECT_TRUE(ClearProjectFolders(*ts, key));
-    EXPECT_TRUE(OutsideIntact());
+    EXPECT_EQ(FilesBelow(Outside()), outside);
     for (const char* gone : {"Step1.txt", "to-folder", "to-file"}) {
         struct stat st {};
         EXPECT_NE(lstat((old + gone).c_str(), &st), 0) << gone;
@@ -213,7 +201,7 @@ TEST_F(ClearProjectFoldersTest, NothingOutsideTheRootIsDeletedThroughALinkedFold
     SetLimit("1");
     MakeTaskFolder("000002", 10);
     for (const char* folder :
-         {"000001", "domain/tester/Other/000001", "domain/tester/Other/000003"}) {
+         {"000001", "000003", "domain/tester/Other/000001", "domain/tester/Other/000003"}) {
         MakeFolders(Outside() + folder);
         AppendToFile(Outside() + folder + "/Step1.txt", "not the queue's");
         Age(Outside() + folder, 500);
