@@ -1,20 +1,9 @@
 #include "runlet/StepPlan.h"
 
-#include <algorithm>
-#include <cctype>
-
 #include "calendar/Common.h"
 
 namespace vq {
 namespace {
-
-bool EqualsNoCase(std::string_view a, std::string_view b) {
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) ==
-                      std::tolower(static_cast<unsigned char>(y));
-           });
-}
 
 std::string TrimLineEnds(std::string_view text) {
     const size_t first = text.find_first_not_of(" \t\r\n");
