@@ -10,8 +10,10 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <set>
 
 namespace vq {
 namespace {
@@ -126,10 +128,80 @@ LaunchResult LaunchStep(const StepPlan& plan) {
     return result;
 }
 
+namespace {
+
+// What the runner tells its guard: 'P' a process of the step, 'D' the step is over. Each
+// note goes in one write, smaller than a pipe's atomic size, so that notes never mix.
+struct GuardNote {
+    char kind;
+    pid_t pid;
+    uint64_t startTicks;
+};
+
+bool SameProcess(const std::optional<ProcessStat>& stat, uint64_t startTicks) {
+    return stat && stat->startTicks == startTicks && stat->state != 'Z';
+}
+
+// Forgets what has ended once the list has grown long, so that a step that forks without end
+// doesn't fill the guard's memory.
+void ForgetEnded(const ProcFiles& proc, std::map<pid_t, uint64_t>& known, size_t& limit) {
+    if (known.size() <= limit) return;
+    std::erase_if(known, [&](const auto& entry) { return !SameProcess(proc.ReadStat(entry.first), entry.second); });
+    limit = std::max<size_t>(4096, 2 * known.size());
+}
+
+[[noreturn]] void GuardStep(int pipe, pid_t group) {
+    const ProcFiles proc;
+    std::map<pid_t, uint64_t> known;
+    size_t limit = 4096;
+    GuardNote note{};
+    for (;;) {
+        const ssize_t n = ::read(pipe, &note, sizeof note);
+        if (n < 0 && errno == EINTR) continue;
+        if (n != static_cast<ssize_t>(sizeof note)) break;  // the runner is gone
+        if (note.kind == 'D') ::_exit(0);
+        known[note.pid] = note.startTicks;
+        ForgetEnded(proc, known, limit);
+    }
+    EndStepProcesses(proc, group, known);
+    ::_exit(0);
+}
+
+}  // namespace
+
+void EndStepProcesses(const ProcFiles& proc, pid_t group, const std::map<pid_t, uint64_t>& known) {
+    if (group > 0) ::kill(-group, SIGSTOP);
+    std::map<pid_t, uint64_t> stopped;
+    // A stop takes effect a moment after the signal: a process may fork once more in between,
+    // so the children are looked for again until a pass finds nothing new.
+    for (bool grew = true; grew;) {
+        grew = false;
+        std::vector<std::pair<pid_t, uint64_t>> next(known.begin(), known.end());
+        next.insert(next.end(), stopped.begin(), stopped.end());
+        std::set<pid_t> visited;
+        while (!next.empty()) {
+            const auto [pid, startTicks] = next.back();
+            next.pop_back();
+            if (!visited.insert(pid).second || !SameProcess(proc.ReadStat(pid), startTicks)) continue;
+            if (stopped.emplace(pid, startTicks).second) {
+                ::kill(pid, SIGSTOP);
+                grew = true;
+            }
+            for (pid_t child : proc.ListChildren(pid).value_or(std::vector<pid_t>{}))
+                if (const std::optional<ProcessStat> stat = proc.ReadStat(child))
+                    next.emplace_back(child, stat->startTicks);
+        }
+    }
+    for (const auto& [pid, startTicks] : stopped) ::kill(pid, SIGKILL);
+    if (group > 0) ::kill(-group, SIGKILL);
+}
+
 bool StepGuard::Start(pid_t group) {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) return false;
     UniqueFd readEnd(fds[0]), writeEnd(fds[1]);
+    // A guard that can't keep up must never hold the runner up.
+    ::fcntl(writeEnd.Get(), F_SETFL, O_NONBLOCK);
     const pid_t pid = ::fork();
     if (pid < 0) return false;
     if (pid == 0) {
@@ -141,30 +213,40 @@ bool StepGuard::Start(pid_t group) {
         if (keep > 3) ::close_range(3, static_cast<unsigned>(keep) - 1, 0);
         ::close_range(static_cast<unsigned>(keep) + 1, ~0U, 0);
         for (int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) ::signal(sig, SIG_IGN);
-        char word = 0;
-        for (;;) {
-            const ssize_t n = ::read(keep, &word, 1);
-            if (n < 0 && errno == EINTR) continue;
-            if (n == 1 && word == 'D') ::_exit(0);
-            if (n <= 0) break;
-        }
-        ::kill(-group, SIGKILL);
-        ::_exit(0);
+        GuardStep(keep, group);
     }
     pid_ = pid;
     pipe_ = std::move(writeEnd);
     return true;
 }
 
+void StepGuard::Know(const std::vector<ProcessInfo>& processes) {
+    if (pid_ <= 0) return;
+    std::map<pid_t, uint64_t> current;
+    for (const ProcessInfo& p : processes) {
+        const auto told = told_.find(p.stat.pid);
+        if (told == told_.end() || told->second != p.stat.startTicks) {
+            const GuardNote note{'P', p.stat.pid, p.stat.startTicks};
+            // Not written (a full pipe): told again at the next reading.
+            if (::write(pipe_.Get(), &note, sizeof note) != static_cast<ssize_t>(sizeof note)) continue;
+        }
+        current.emplace(p.stat.pid, p.stat.startTicks);
+    }
+    told_ = std::move(current);
+}
+
 void StepGuard::Release() {
     if (pid_ <= 0) return;
-    const char done = 'D';
-    [[maybe_unused]] ssize_t n = ::write(pipe_.Get(), &done, 1);
+    const GuardNote done{'D', 0, 0};
+    // The pipe may be full: then the guard is told by a blocking write.
+    ::fcntl(pipe_.Get(), F_SETFL, 0);
+    [[maybe_unused]] ssize_t n = ::write(pipe_.Get(), &done, sizeof done);
     pipe_.Reset();
     int status = 0;
     while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
     }
     pid_ = -1;
+    told_.clear();
 }
 
 namespace {

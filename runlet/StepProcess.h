@@ -4,11 +4,13 @@
 #include <signal.h>
 #include <sys/types.h>
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/UniqueFd.h"
+#include "runlet/ProcReader.h"
 #include "runlet/StepPlan.h"
 
 namespace vq {
@@ -27,7 +29,8 @@ LaunchResult LaunchStep(const StepPlan& plan);
 
 // A small process beside the runner, outside the step's group. It waits on a pipe that only
 // the runner holds: when the runner is gone without a word (killed from outside), the guard
-// kills the step's process group, so that no process of the step is left behind.
+// ends the step's process group and every process of the step it has been told of, with
+// their descendants, wherever they went (another group, another session, an orphan).
 class StepGuard {
 public:
     StepGuard() = default;
@@ -36,6 +39,9 @@ public:
     ~StepGuard() { Release(); }
 
     bool Start(pid_t group);
+    // Tells the guard of the step's processes at the runner's last reading; only those it
+    // doesn't know yet go over the pipe.
+    void Know(const std::vector<ProcessInfo>& processes);
     // The step is over: the guard ends without killing anything and is reaped.
     void Release();
     pid_t Pid() const { return pid_; }
@@ -45,7 +51,13 @@ public:
 private:
     pid_t pid_ = -1;
     UniqueFd pipe_;
+    std::map<pid_t, uint64_t> told_;  // pid and start time
 };
+
+// Ends the process group `group`, the processes of `known` (pid and start time) that still
+// run, and all their descendants: each is stopped first, so that none can fork away while
+// the others are found, and all are killed at the end.
+void EndStepProcesses(const ProcFiles& proc, pid_t group, const std::map<pid_t, uint64_t>& known);
 
 // A child of the runner that has ended and is not reaped yet (a zombie): its /proc files can
 // still be read. Nothing when no child has ended.

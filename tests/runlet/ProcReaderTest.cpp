@@ -38,16 +38,22 @@ TEST(ParseStatTest, ReadsTheFieldsBehindTheNameWhateverTheNameHolds) {
     EXPECT_EQ(stat->childUserTicks, 3u);
     EXPECT_EQ(stat->childSystemTicks, 4u);
     EXPECT_EQ(stat->nice, -5);
+    EXPECT_EQ(stat->startTicks, 100u);
 }
 
 TEST(ParseStatTest, RefusesCutOrDamagedLines) {
     const std::string good = StatLine(9, "x", 'S', 1, 9, 1, 2, 3, 4);
-    for (const std::string& bad : {std::string(), std::string("9 (x"), good.substr(0, 30),
-                                   std::string("abc (x) S 1 9 1 0 -1 0 0 0 0 0 1 2 3 4 20 0"),
-                                   std::string("9 (x) S 1 9 1 0 -1 0 0 0 0 0 one 2 3 4 20 0"),
-                                   std::string("9 (x) SS 1 9 1 0 -1 0 0 0 0 0 1 2 3 4 20 0")})
+    ASSERT_TRUE(ParseStat(good));
+    const std::string cutBeforeStartTime = good.substr(0, good.find(" 100 2000"));
+    const std::pair<std::string, std::string> damages[] = {
+        {"9 (", "abc ("}, {") S ", ") SS "}, {" 1 2 3 4 20", " one 2 3 4 20"}, {" 100 2000", " -100 2000"}};
+    for (const auto& [from, to] : damages) {
+        std::string bad = good;
+        bad.replace(bad.find(from), from.size(), to);
         EXPECT_FALSE(ParseStat(bad)) << bad;
-    EXPECT_TRUE(ParseStat(good));
+    }
+    for (const std::string& bad : {std::string(), std::string("9 (x"), good.substr(0, 30), cutBeforeStartTime})
+        EXPECT_FALSE(ParseStat(bad)) << bad;
 }
 
 TEST(ParseStatusMemoryTest, PeakAndResidentInKilobytesOrNothing) {

@@ -149,7 +149,10 @@ std::vector<pid_t> GroupMembers(pid_t group, bool withZombies) {
     return members;
 }
 
-bool ProcessAlive(pid_t pid) { return ProcFiles().ReadStat(pid).has_value(); }
+bool ProcessAlive(pid_t pid) {
+    const std::optional<ProcessStat> stat = ProcFiles().ReadStat(pid);
+    return stat && stat->state != 'Z';
+}
 
 std::vector<std::string> WaitForLines(const std::string& file, size_t lines, int timeoutMs) {
     std::vector<std::string> found;

@@ -239,7 +239,8 @@ TEST_F(RunletTest, KillOfARunningOrHeldStepLeavesNoProcessOfTheGroup) {
     }
 }
 
-// The server going away in any way ends the runner and every process of the step.
+// The server going away in any way ends the runner and every process of the step (the
+// runner's own death: below).
 TEST_F(RunletTest, RunnerLeftAloneEndsTheStepsGroup) {
     struct Case {
         const char* what;
@@ -253,7 +254,6 @@ TEST_F(RunletTest, RunnerLeftAloneEndsTheStepsGroup) {
              d.CloseReplies();
              d.WriteBytes(CommandRecord{"STAT", 0}.Encode());
          }},
-        {"runner killed", [](RunletDriver& d) { ::kill(d.Pid(), SIGKILL); }},
     };
     for (const Case& c : cases) {
         RunletDriver driver;
@@ -286,20 +286,33 @@ TEST_F(RunletTest, UnknownCommandIsAnsweredAndEndWaitsForACommandThatStillRuns) 
     EXPECT_EQ(end.reply.RunnerState, 5);
 }
 
-// A child left behind in the group, and one that left the group, are ended with the step.
-TEST_F(RunletTest, ProcessesLeftBehindOrOutsideTheGroupAreEndedAtEnd) {
-    RunletDriver escaping;
-    escaping.Start(Start(), Helper("escape " + Folder() + "escaped 30000"));
-    const pid_t escaped = PidsOf(WaitForLines(Folder() + "escaped", 1))[0];
-    escaping.Send("KILL");
-    escaping.Send("END ");
-    EXPECT_FALSE(ProcessAlive(escaped));
-
-    runlet.Start(Start(), Helper("linger " + Folder() + "pids 30000"));
-    const Answer end = runlet.RunToEnd();
-    EXPECT_EQ(end.reply.StepRc, 1);
-    EXPECT_NE(end.text.find("still ran after its command had ended"), std::string::npos) << end.text;
-    EXPECT_FALSE(ProcessAlive(PidsOf(WaitForLines(Folder() + "pids", 1))[0]));
+// Whatever the step started ends with it: a child left in the group, one in a session of
+// its own, an orphan of a double fork; at the step's end, on "KILL", and when the runner dies.
+TEST_F(RunletTest, EveryProcessOfTheStepEndsWithItWhereverItWent) {
+    struct Case {
+        const char* what;
+        const char* rest;  // what the step does after it has left its processes behind
+        void (*end)(RunletDriver&);
+    };
+    const Case cases[] = {
+        {"step ended", "",
+         [](RunletDriver& d) {
+             EXPECT_NE(d.RunToEnd().text.find("3 processes of the step still ran after its command had ended"),
+                       std::string::npos);
+         }},
+        {"KILL", "; sleep 30", [](RunletDriver& d) { d.Send("KILL"), d.Send("END "); }},
+        {"runner killed", "; sleep 30", [](RunletDriver& d) { d.Send("STAT"), ::kill(d.Pid(), SIGKILL); }},
+    };
+    for (const Case& c : cases) {
+        RunletDriver driver;
+        const std::string file = Folder() + "pids" + std::to_string(&c - cases);
+        driver.Start(Start(), Helper("linger " + file + " 1000000") + "; setsid sleep 1000 & echo $! >> " + file +
+                                  "; " + Helper("detach " + file + " 1000000") + c.rest);
+        const std::vector<pid_t> pids = PidsOf(WaitForLines(file, 3));
+        c.end(driver);
+        for (pid_t pid : pids)
+            EXPECT_TRUE(WaitUntil([&] { return !ProcessAlive(pid); }, 2000)) << c.what << ": " << pid;
+    }
 }
 
 TEST_F(RunletTest, StartPriorityAndPrtySetTheNiceValueOfEveryProcessOfTheStep) {
