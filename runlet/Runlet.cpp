@@ -402,15 +402,10 @@ void Runlet::TerminateStep(bool freshReading) {
 int Runlet::FinalStepRc() {
     if (!startError_.empty() || !ended_) return kStepRcFailed;
     if (!killedByRunner_ && !plan_.fileRcPath.empty()) {
-        const std::optional<std::string> text = ReadSmallFile(plan_.fileRcPath);
-        if (!text) {
-            notes_.push_back("FileRC file \"" + plan_.fileRcPath + "\" was not found; the exit status gives the return code.");
-        } else if (const std::optional<int> rc = ParseFileRc(*text)) {
-            return *rc;
-        } else {
-            notes_.push_back("FileRC file \"" + plan_.fileRcPath +
-                             "\" holds no number from 0 to 99; the exit status gives the return code.");
-        }
+        const FileRcReading reading = ReadFileRc(plan_.fileRcPath);
+        if (reading.rc) return *reading.rc;
+        notes_.push_back("FileRC file \"" + plan_.fileRcPath + "\" " + reading.problem +
+                         "; the exit status gives the return code.");
     }
     return StepRcFromEnd(endHow_, endStatus_);
 }

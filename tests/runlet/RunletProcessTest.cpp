@@ -66,6 +66,12 @@ TEST_F(RunletTest, ReturnCodeRule) {
         {"echo 0 > rc.txt; exit 5", "rc.txt\r\n", 0, ""},
         {"echo 120 > rc.txt; exit 2", "rc.txt", 3, "holds no number from 0 to 99"},
         {"exit 0", "absent.rc", 1, "was not found"},
+        // Read with a bound: what isn't a regular file, or is too long, holds no number.
+        {"mkfifo fifo; exit 2", "fifo", 3, "is not a regular file"},
+        {"mkdir folder; exit 2", "folder", 3, "is not a regular file"},
+        {"exit 2", "/dev/zero", 3, "is not a regular file"},
+        {"truncate -s 20G huge; exit 2", "huge", 3, "holds no number from 0 to 99"},
+        {"(echo 7; head -c 5000 /dev/zero) > long; exit 2", "long", 3, "holds no number from 0 to 99"},
     };
     for (const Case& c : cases) {
         RunletDriver driver;
