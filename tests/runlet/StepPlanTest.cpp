@@ -102,10 +102,10 @@ TEST(StepPlanTest, FileRcRelativeToTheWorkFolderOrAbsolute) {
 }
 
 TEST(EnvironBlockTest, LinesWithCrLfOrLfAndBadLinesLeftOutWithANote) {
-    std::vector<std::string> environment{"A=old"};
+    std::vector<std::string> environment{"A=old", "B=1"};
     std::vector<std::string> notes;
-    AddEnvironBlock(environment, "A=new\r\nB=x=y\n\r\nNO EQUALS\n=nameless\nC=\n", notes);
-    EXPECT_EQ(environment, (std::vector<std::string>{"A=new", "B=x=y", "C="}));
+    AddEnvironBlock(environment, "A=new\r\nB=x=y\n\r\nNO EQUALS\n=nameless\nC=\nA=newest", notes);
+    EXPECT_EQ(MergeEnvironment(environment), (std::vector<std::string>{"B=x=y", "C=", "A=newest"}));
     ASSERT_EQ(notes.size(), 2u);
     EXPECT_EQ(notes[0], "Environ line 4 is not NAME=VALUE and was left out: \"NO EQUALS\"");
     EXPECT_NE(notes[1].find("line 5"), std::string::npos);
