@@ -6,6 +6,7 @@
 #include <sys/syscall.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -61,10 +62,42 @@ std::string DescribeReport(const ChildReport& report, const StepPlan& plan) {
     }
 }
 
+bool IsPlainAbsolutePath(std::string_view path) {
+    if (path.empty() || path.front() != '/') return false;
+    for (size_t at = 0; at != std::string_view::npos;) {
+        const size_t end = path.find('/', at + 1);
+        const std::string_view part = path.substr(at + 1, end == std::string_view::npos ? end : end - at - 1);
+        if (part == "." || part == "..") return false;
+        at = end;
+    }
+    return true;
+}
+
 }  // namespace
+
+std::string MakeTaskFolder(const std::string& folder) {
+    struct stat info{};
+    if (folder.empty() || ::stat(folder.c_str(), &info) == 0) return {};
+    const std::string cantMake = "Task folder \"" + folder + "\" can't be made: ";
+    if (errno != ENOENT) return cantMake + std::strerror(errno);
+    if (!IsPlainAbsolutePath(folder)) return cantMake + "it is no plain absolute path.";
+    // The missing folders, the deepest first.
+    std::vector<std::string> missing;
+    for (std::string path = folder; ::stat(path.c_str(), &info) != 0; path = FolderOf(path)) {
+        if (errno != ENOENT) return cantMake + path + ": " + std::strerror(errno);
+        missing.push_back(path);
+        if (missing.size() > kMostFoldersMade)
+            return cantMake + "more than " + std::to_string(kMostFoldersMade) + " folders of it are missing.";
+    }
+    for (auto path = missing.rbegin(); path != missing.rend(); ++path)
+        if (::mkdir(path->c_str(), 0700) != 0 && errno != EEXIST) return cantMake + *path + ": " + std::strerror(errno);
+    return {};
+}
 
 LaunchResult LaunchStep(const StepPlan& plan) {
     LaunchResult result;
+    result.error = MakeTaskFolder(plan.taskFolder);
+    if (!result.error.empty()) return result;
     const std::string output = plan.outputFile.empty() ? "/dev/null" : plan.outputFile;
     UniqueFd out(::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
     if (!out.Valid()) {

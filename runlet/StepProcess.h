@@ -22,9 +22,17 @@ struct LaunchResult {
     bool Started() const { return pid > 0; }
 };
 
+// Makes the missing folders of the task folder `folder`, each with mode 0700: a task folder
+// deleted while its task waited, with at most the folders of its task, user and domain
+// above it (`kMostFoldersMade`), so that a queue root that has gone (a disk not mounted) is
+// never made again empty. Only a plain absolute path is made, without "." or "..". Gives
+// why the folder can't be made; empty when it is there.
+constexpr size_t kMostFoldersMade = 4;
+std::string MakeTaskFolder(const std::string& folder);
+
 // Starts `plan` as /bin/sh -c COMMAND in a new process group, in its working folder, with its
-// environment and nice value, standard output and error appended to the output file and
-// standard input from /dev/null. Reports a failed chdir or exec of the child as an error.
+// environment and nice value, standard output and error appended to the output file (its
+// task folder made when it is missing) and standard input from /dev/null. Reports a failed chdir or exec of the child as an error.
 LaunchResult LaunchStep(const StepPlan& plan);
 
 // A small process beside the runner, outside the step's group. It waits on a pipe that only

@@ -169,6 +169,32 @@ TEST_F(RunletTest, RefusedOrFailedStartRunsNothingAndEndTellsWhy) {
     }
 }
 
+// A task folder deleted while its task waited is made again (0700), with the folders above
+// it up to four levels; a longer chain or a path with "." or ".." is not, and the step fails.
+TEST_F(RunletTest, MissingTaskFolderIsMadeWithinItsLimits) {
+    struct Case {
+        const char* folder;  // below the test's folder
+        bool starts;
+    };
+    const Case cases[] = {{"gone/", true}, {"d/u/t/000012/", true}, {"a/b/c/d/e/", false}, {"x/../y/", false}};
+    for (const Case& c : cases) {
+        RunletDriver driver;
+        StartRecord start = MakeStart(Folder() + c.folder);
+        EXPECT_EQ(driver.Start(start, "echo ran").AckStage, c.starts ? "STARTED " : "FAILED  ") << c.folder;
+        const Answer end = driver.RunToEnd();
+        const std::string top = Folder() + std::string(c.folder).substr(0, std::string(c.folder).find('/'));
+        if (c.starts) {
+            EXPECT_EQ(end.reply.StepRc, 1) << end.text;
+            EXPECT_EQ(ReadFileText(Folder() + c.folder + "Step1.txt"), "ran\n");
+            EXPECT_EQ(std::filesystem::status(top).permissions(), std::filesystem::perms::owner_all) << top;
+        } else {
+            EXPECT_EQ(end.reply.StepRc, 98);
+            EXPECT_NE(end.text.find("can't be made"), std::string::npos) << end.text;
+            EXPECT_FALSE(std::filesystem::exists(top)) << top;
+        }
+    }
+}
+
 TEST_F(RunletTest, TheOwnLoginIsAccepted) {
     StartRecord start = Start();
     start.UserName = ::getpwuid(::geteuid())->pw_name;
