@@ -50,8 +50,7 @@ TEST(ParseStatTest, RefusesCutOrDamagedLines) {
 }
 
 TEST(ParseStatusMemoryTest, PeakAndResidentInKilobytesOrNothing) {
-    const std::string status = "Name:\tsh\nVmPeak:\t  9000 kB\nVmHWM:\t  204812 kB\nVmRSS:\t    1500 kB\n";
-    const ProcessMemory memory = ParseStatusMemory(status);
+    const ProcessMemory memory = ParseStatusMemory("Name:\tsh\nVmPeak:\t  9000 kB\nVmHWM:\t  204812 kB\nVmRSS:\t 1500 kB\n");
     EXPECT_EQ(memory.peakKb, 204812u);
     EXPECT_EQ(memory.residentKb, 1500u);
     EXPECT_EQ(ParseStatusMemory("Name:\tsh\nState:\tZ (zombie)\n").peakKb, 0u);  // a zombie

@@ -10,7 +10,6 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "RunletDriver.h"
@@ -27,23 +26,13 @@ protected:
     std::string Folder() const { return dir.Path(); }
     StartRecord Start() const { return MakeStart(Folder()); }
     std::string Output() const { return ReadFileText(Folder() + "Step1.txt"); }
-    static std::vector<pid_t> PidsOf(const std::vector<std::string>& lines) {
-        std::vector<pid_t> pids;
-        for (const std::string& line : lines) pids.push_back(std::stoi(line));
-        return pids;
-    }
-    static pid_t GroupOf(const std::string& line) {
-        std::istringstream in(line);
-        pid_t pid = 0, group = 0;
-        in >> pid >> group;
-        return group;
+    static bool NoneAlive(const std::vector<pid_t>& pids) {
+        return WaitUntil([&] { return std::none_of(pids.begin(), pids.end(), ProcessAlive); }, 2000);
     }
 
     TempDir dir;
     RunletDriver runlet;
 };
-
-// --- return codes -------------------------------------------------------------------------
 
 TEST_F(RunletTest, ReturnCodeRule) {
     struct Case {
@@ -84,8 +73,6 @@ TEST_F(RunletTest, ReturnCodeRule) {
     }
 }
 
-// --- counters -----------------------------------------------------------------------------
-
 TEST_F(RunletTest, CpuBoundStepReportsGrowingCountersAndAtLeastTheCpuItBurned) {
     runlet.Start(Start(), Helper("burn 300"));
     int64_t cpu = 0;
@@ -118,8 +105,6 @@ TEST_F(RunletTest, PeakMemoryAndIoCountOfTheWholeStep) {
         EXPECT_GE(memory ? end.PeakMemory : end.IoCount, memory ? 200 * 1024 : 10'000LL * 10'000) << memory;
     }
 }
-
-// --- the step's surroundings ---------------------------------------------------------------
 
 // The step's folder, environment, task variables and output file; it gets none of the
 // runner's pipes: standard input is empty and no descriptor above 2 is open.
@@ -212,8 +197,7 @@ TEST_F(RunletTest, OversizedBlockIsSkippedAndTheConversationStaysInStep) {
 TEST_F(RunletTest, StopFreezesTheWholeGroupStrtLetsItGoOnAndKillEndsItHeld) {
     const std::string pidFile = Folder() + "pids";
     runlet.Start(Start(), Helper("chain 3 30000 " + pidFile));
-    const std::vector<std::string> lines = WaitForLines(pidFile, 3);
-    const std::vector<pid_t> pids = PidsOf(lines);
+    const std::vector<pid_t> pids = WaitForPids(pidFile, 3);
     auto allStopped = [&](bool stopped) {
         return std::all_of(pids.begin(), pids.end(),
                             [&](pid_t pid) { return (ProcFiles().ReadStat(pid)->state == 'T') == stopped; });
@@ -229,46 +213,8 @@ TEST_F(RunletTest, StopFreezesTheWholeGroupStrtLetsItGoOnAndKillEndsItHeld) {
     runlet.Repeat("STOP");
     runlet.Send("KILL");
     EXPECT_EQ(runlet.Send("END ").reply.StepRc, 98);
-    EXPECT_TRUE(GroupMembers(GroupOf(lines[0])).empty());
+    EXPECT_TRUE(NoneAlive(pids));
     EXPECT_EQ(runlet.WaitExit(), 0);
-}
-
-TEST_F(RunletTest, StopOfAnEndedStepAnswersAtOnce) {
-    runlet.Start(Start(), "exit 0");
-    runlet.WaitForEnd();
-    const Answer stop = runlet.Send("STOP");
-    EXPECT_EQ(stop.reply.ReplyTextLength, 0);
-    EXPECT_EQ(stop.reply.WaitStatus, 0);
-    EXPECT_EQ(runlet.Send("END ").reply.StepRc, 1);
-}
-
-// The server going away in any way ends the runner and every process of the step (the
-// runner's own death: below).
-TEST_F(RunletTest, RunnerLeftAloneEndsTheStepsGroup) {
-    struct Case {
-        const char* what;
-        void (*act)(RunletDriver&);
-    };
-    const Case cases[] = {
-        {"input closed mid-step", [](RunletDriver& d) { d.CloseInput(); }},
-        {"termination signal", [](RunletDriver& d) { ::kill(d.Pid(), SIGTERM); }},
-        {"reply pipe closed",
-         [](RunletDriver& d) {
-             d.CloseReplies();
-             d.WriteBytes(CommandRecord{"STAT", 0}.Encode());
-         }},
-    };
-    for (const Case& c : cases) {
-        RunletDriver driver;
-        const std::string pidFile = Folder() + "pids" + std::to_string(&c - cases);
-        driver.Start(Start(), Helper("chain 3 30000 " + pidFile));
-        const std::vector<std::string> lines = WaitForLines(pidFile, 3);
-        c.act(driver);
-        EXPECT_NE(driver.WaitExit(), -1) << c.what;
-        // Orphans' zombies are for init to reap; what counts is that nothing runs on.
-        const pid_t group = GroupOf(lines[0]);
-        EXPECT_TRUE(WaitUntil([&] { return GroupMembers(group, false).empty(); }, 2000)) << c.what;
-    }
 }
 
 TEST_F(RunletTest, InputClosedWithinTheStartRecordEndsTheRunnerWithoutAStep) {
@@ -281,16 +227,19 @@ TEST_F(RunletTest, InputClosedWithinTheStartRecordEndsTheRunnerWithoutAStep) {
     EXPECT_FALSE(std::filesystem::exists(Folder() + "ran"));
 }
 
-TEST_F(RunletTest, UnknownCommandIsAnsweredAndEndWaitsForACommandThatStillRuns) {
-    runlet.Start(Start(), "sleep 0.3; exit 2");
+TEST_F(RunletTest, UnknownCommandIsAnsweredAndStopOfAnEndedStepAtOnce) {
+    runlet.Start(Start(), "exit 2");
     EXPECT_EQ(runlet.Send("WHAT").text, "Unknown command \"WHAT\".");
-    const Answer end = runlet.Send("END ");
-    EXPECT_EQ(end.reply.StepRc, 3);
-    EXPECT_EQ(end.reply.RunnerState, 5);
+    runlet.WaitForEnd();
+    const Answer stop = runlet.Send("STOP");
+    EXPECT_EQ(stop.reply.ReplyTextLength, 0);
+    EXPECT_EQ(stop.reply.WaitStatus, 0);
+    EXPECT_EQ(runlet.Send("END ").reply.StepRc, 3);
 }
 
 // Whatever the step started ends with it: a child left in the group, one in a session of
-// its own, an orphan of a double fork; at the step's end, on "KILL", and when the runner dies.
+// its own, an orphan of a double fork; at the step's end, on "KILL", when the server goes
+// away in any way, and when the runner itself is killed.
 TEST_F(RunletTest, EveryProcessOfTheStepEndsWithItWhereverItWent) {
     struct Case {
         const char* what;
@@ -304,6 +253,10 @@ TEST_F(RunletTest, EveryProcessOfTheStepEndsWithItWhereverItWent) {
                        std::string::npos);
          }},
         {"KILL", "; sleep 30", [](RunletDriver& d) { d.Send("KILL"), d.Send("END "); }},
+        {"input closed", "; sleep 30", [](RunletDriver& d) { d.CloseInput(); }},
+        {"termination signal", "; sleep 30", [](RunletDriver& d) { ::kill(d.Pid(), SIGTERM); }},
+        {"reply pipe closed", "; sleep 30",
+         [](RunletDriver& d) { d.CloseReplies(), d.WriteBytes(CommandRecord{"STAT", 0}.Encode()); }},
         {"runner killed", "; sleep 30", [](RunletDriver& d) { d.Send("STAT"), ::kill(d.Pid(), SIGKILL); }},
     };
     for (const Case& c : cases) {
@@ -311,25 +264,36 @@ TEST_F(RunletTest, EveryProcessOfTheStepEndsWithItWhereverItWent) {
         const std::string file = Folder() + "pids" + std::to_string(&c - cases);
         driver.Start(Start(), Helper("linger " + file + " 1000000") + "; setsid sleep 1000 & echo $! >> " + file +
                                   "; " + Helper("detach " + file + " 1000000") + c.rest);
-        const std::vector<pid_t> pids = PidsOf(WaitForLines(file, 3));
+        const std::vector<pid_t> pids = WaitForPids(file, 3);
         c.end(driver);
-        for (pid_t pid : pids)
-            EXPECT_TRUE(WaitUntil([&] { return !ProcessAlive(pid); }, 2000)) << c.what << ": " << pid;
+        EXPECT_NE(driver.WaitExit(), -1) << c.what;
+        EXPECT_TRUE(NoneAlive(pids)) << c.what;
     }
 }
 
-TEST_F(RunletTest, StartPriorityAndPrtySetTheNiceValueOfEveryProcessOfTheStep) {
+TEST_F(RunletTest, PrioritySetsTheNiceValueOfEveryProcessAndDiagWritesASnapshot) {
     const std::string pidFile = Folder() + "pids";
     StartRecord start = Start();
     start.Priority = 12;  // BelowNormal 2
     runlet.Start(start, Helper("chain 2 30000 " + pidFile));
-    const std::vector<pid_t> pids = PidsOf(WaitForLines(pidFile, 2));
-    ProcFiles proc;
-    for (pid_t pid : pids) EXPECT_EQ(proc.ReadStat(pid)->nice, 10) << pid;
+    const std::vector<pid_t> pids = WaitForPids(pidFile, 2);
+    auto allNice = [&](int nice) {
+        return std::all_of(pids.begin(), pids.end(), [&](pid_t pid) { return ProcFiles().ReadStat(pid)->nice == nice; });
+    };
+    EXPECT_TRUE(allNice(10));
     EXPECT_EQ(runlet.Send("PRTY", 3).text, "");  // Low 3
-    for (pid_t pid : pids) EXPECT_EQ(proc.ReadStat(pid)->nice, 19) << pid;
+    EXPECT_TRUE(allNice(19));
     EXPECT_EQ(runlet.Send("PRTY", 72).text, "Unknown CPU priority code 72.");
-    for (pid_t pid : pids) EXPECT_EQ(proc.ReadStat(pid)->nice, 19) << pid;
+    EXPECT_TRUE(allNice(19));
+
+    const Answer diag = runlet.Send("DIAG", 1);
+    EXPECT_EQ(diag.text, "");
+    EXPECT_EQ(diag.reply.RunnerState, 1);
+    const std::string text = ReadFileText(Folder() + "Diag1.txt");
+    EXPECT_NE(text.find("Diagnostic of step 1 of task 000012 Runner test"), std::string::npos) << text;
+    for (pid_t pid : pids) EXPECT_NE(text.find(" " + std::to_string(pid) + " "), std::string::npos) << text;
+    EXPECT_NE(text.find("vqstephelper chain 2 30000"), std::string::npos) << text;
+    EXPECT_NE(text.find("sleeping"), std::string::npos) << text;
     runlet.Send("KILL");
     runlet.Send("END ");
 }
@@ -341,7 +305,7 @@ TEST_F(RunletTest, PriorityThatTheSystemRefusesIsReportedInTheReply) {
     RunletDriver plain(user);
     const std::string pidFile = Folder() + "pids";
     ASSERT_EQ(plain.Start(Start(), Helper("chain 1 30000 " + pidFile)).AckStage, "STARTED ");
-    const pid_t pid = PidsOf(WaitForLines(pidFile, 1))[0];
+    const pid_t pid = WaitForPids(pidFile, 1)[0];
     const Answer high = plain.Send("PRTY", 40);
     EXPECT_EQ(high.text, "CPU priority High 0 (nice -10) refused by the system: Permission denied");
     EXPECT_EQ(ProcFiles().ReadStat(pid)->nice, 0);
@@ -349,22 +313,6 @@ TEST_F(RunletTest, PriorityThatTheSystemRefusesIsReportedInTheReply) {
     EXPECT_EQ(ProcFiles().ReadStat(pid)->nice, 10);
     plain.Send("KILL");
     EXPECT_EQ(plain.Send("END ").reply.StepRc, 98);
-}
-
-TEST_F(RunletTest, DiagWritesASnapshotOfTheGroupIntoTheTaskFolder) {
-    const std::string pidFile = Folder() + "pids";
-    runlet.Start(Start(), Helper("chain 2 30000 " + pidFile));
-    const std::vector<pid_t> pids = PidsOf(WaitForLines(pidFile, 2));
-    const Answer diag = runlet.Send("DIAG", 1);
-    EXPECT_EQ(diag.text, "");
-    EXPECT_EQ(diag.reply.RunnerState, 1);
-    const std::string text = ReadFileText(Folder() + "Diag1.txt");
-    EXPECT_NE(text.find("Diagnostic of step 1 of task 000012 Runner test"), std::string::npos) << text;
-    for (pid_t pid : pids) EXPECT_NE(text.find(" " + std::to_string(pid) + " "), std::string::npos) << text;
-    EXPECT_NE(text.find("vqstephelper chain 2 30000"), std::string::npos) << text;
-    EXPECT_NE(text.find("sleeping"), std::string::npos) << text;
-    runlet.Send("KILL");
-    runlet.Send("END ");
 }
 
 }  // namespace

@@ -59,25 +59,21 @@ TEST(StepPlanTest, LoginOfAUserFromThePasswordFile) {
     EXPECT_EQ(LoginOfUser("", 0), "");
 }
 
-TEST(StepPlanTest, WorkFolderWithTheTaskFolderMarker) {
+TEST(StepPlanTest, WorkFolderWithTheTaskFolderMarkerAndFileRcInIt) {
     const std::pair<const char*, const char*> expanded[] = {{"%VQS%/data", "/q/t/data"}, {"%vqs%", "/q/t"},
                                                             {"/s/%VQS%x%VQS%", "/s//q/tx/q/t"}, {"/s/%VQS", "/s/%VQS"},
                                                             {"", "/q/t"}, {"/abs", "/abs"}};
     for (const auto& [workDir, folder] : expanded) EXPECT_EQ(ExpandWorkDir(workDir, "/q/t"), folder) << workDir;
     StepInput input = Input("true");
-    input.start.OutputFile = FixedText("Step1.txt", 256);
-    input.start.WorkDir = FixedText("", 256);
-    EXPECT_EQ(MakeStepPlan(input, {}, "ann").workDir, ".");
-}
-
-TEST(StepPlanTest, FileRcRelativeToTheWorkFolderOrAbsolute) {
-    StepInput input = Input("true");
-    input.fileRc = "rc.txt\r\n";
+    input.fileRc = "rc.txt\r\n";  // FileRC: relative to the work folder, or absolute
     EXPECT_EQ(MakeStepPlan(input, {}, "ann").fileRcPath, "/q/$JobR/000012-Build/rc.txt");
     input.fileRc = "/tmp/rc";
     EXPECT_EQ(MakeStepPlan(input, {}, "ann").fileRcPath, "/tmp/rc");
     input.fileRc = " \r\n";
     EXPECT_EQ(MakeStepPlan(input, {}, "ann").fileRcPath, "");
+    input.start.OutputFile = FixedText("Step1.txt", 256);
+    input.start.WorkDir = FixedText("", 256);
+    EXPECT_EQ(MakeStepPlan(input, {}, "ann").workDir, ".");
 }
 
 TEST(EnvironBlockTest, LinesWithCrLfOrLfAndBadLinesLeftOutWithANote) {
