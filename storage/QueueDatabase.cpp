@@ -1,23 +1,459 @@
 #include "storage/QueueDatabase.h"
 
-#include <algorithm>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+#include <vector>
+
+#include "access/QueueFolders.h"
 #include "calendar/Common.h"
 #include "core/Server.h"
+#include "platform/Error.h"
 #include "platform/Files.h"
+#include "platform/UniqueFd.h"
+#include "reports/ServerLog.h"
+#include "storage/EncStr.h"
+#include "storage/Enkripcija.h"
 #include "storage/Settings.h"
+#include "storage/TaggedStream.h"
 
 namespace vq {
+namespace {
 
-// Placeholder until the queue database lands: nothing is loaded, the queue may start.
-bool RecoverQueueDatabase(Server&) { return true; }
+const char* const kSource = "LoadQueueDatabase";
+const std::string kSaveFailed = "Error occurred while saving the Orvantis Server Queue Database!\n\n";
+const std::string kLoadFailed = "Error occurred while loading the Orvantis Server Queue Database!\n\n";
+const std::string kNoBackups =
+    "There are no backup files to restore the database.\n\n"
+    "Orvantis Server Queue was deleted.\n\n"
+    "Old database files can be found under *.bd1.\n\n"
+    "Orvantis Server Queue will be stopped.";
+const std::string kLoadBackupQuestion =
+    "Do you want to load a backup copy of Orvantis Server Queue Database?\n\n"
+    "If you choose NO the database will be deleted!\n\n"
+    "If you choose YES Orvantis Server Queue will be stopped.\n\n"
+    "NOTE: A backup copy may not be an exact copy of original database!!!";
 
-// Placeholder until the queue database lands: nothing is written.
-bool SaveQueueDatabase(Server&) { return true; }
+// A save in progress: both new files are written whole before this mark appears, so a load
+// that finds it finishes the save; a load that doesn't discards the new files.
+const std::string kSaveMark = "Database.commit";
+const std::string kNewSuffix = ".new";
+const std::string kJournalEntryTag = "SUBMIT";
+
+// The two random characters of EPASS stand behind the block's seventh character.
+constexpr size_t kPasswordPadAt = 7;
+constexpr size_t kPasswordPadLength = 2;
+const std::string kEnvironPrefix = "$E$";
+
+std::string ScramblePassword(const std::string& hex, RandomSource& random) {
+    std::string block = HexDecode(hex);
+    block.insert(std::min(kPasswordPadAt, block.size()), RandomText(kPasswordPadLength, false, random));
+    return EncodeEncStr(block, random);
+}
+
+std::string UnscramblePassword(const std::string& stored) {
+    std::string block = DecodeEncStr(stored);
+    if (block.size() < kPasswordPadLength) throw VqError("Invalid Data: EPASS", 5, kSource);
+    block.erase(std::min(kPasswordPadAt, block.size() - kPasswordPadLength), kPasswordPadLength);
+    return HexEncode(block);
+}
+
+std::string ScrambleEnviron(const std::string& environ, RandomSource& random) {
+    return EncodeEncStr(kEnvironPrefix + environ, random);
+}
+
+std::string UnscrambleEnviron(const std::string& stored) {
+    const std::string text = DecodeEncStr(stored);
+    return text.substr(std::min(kEnvironPrefix.size(), text.size()));
+}
+
+// How the rows of one table stand in its file: the section tag of a block, the tag of the row
+// text, and the one column that is stored scrambled under a tag of its own.
+struct BlockLayout {
+    const char* section;
+    const char* nameTag;
+    const char* scrambledColumn;
+    const char* scrambledTag;
+    std::string (*scramble)(const std::string& cell, RandomSource& random);
+    std::string (*unscramble)(const std::string& stored);
+};
+
+const BlockLayout kTaskLayout{"TASK", "TASKNAME", "Password", "EPASS", ScramblePassword, UnscramblePassword};
+const BlockLayout kStepLayout{"STEP", "STEPNAME", "Environ", "EENV", ScrambleEnviron, UnscrambleEnviron};
+
+// Tags are the column keys in upper case, the same in every locale.
+std::string TagOf(std::string key) {
+    for (char& c : key)
+        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+    return key;
+}
+
+// Writes and reads the blocks of one table, with the tags worked out once.
+class BlockCodec {
+  public:
+    BlockCodec(const VqTable& table, const BlockLayout& layout)
+        : layout_(layout), scrambled_(static_cast<size_t>(table.ColumnIndex(layout.scrambledColumn))) {
+        for (const VqColumn& column : table.Columns()) tags_.push_back(TagOf(column.key));
+    }
+
+    void Write(VqStringBuilder& out, const VqRow& row, RandomSource& random) const {
+        OutputZkStreamTag(out, layout_.section);
+        OutputZkStreamC(out, "KEY", row.key);
+        OutputZkStreamC(out, layout_.nameTag, row.Text());
+        for (size_t i = 1; i < tags_.size(); ++i) {
+            if (i == scrambled_)
+                OutputZkStreamC(out, layout_.scrambledTag, layout_.scramble(row.cells[i], random));
+            else
+                OutputZkStreamC(out, tags_[i], row.cells[i]);
+        }
+        OutputZkStreamTag(out, std::string("/") + layout_.section);
+    }
+
+    // One block, strictly in column order; only the scrambled tag may give way to the plain one.
+    VqRow Read(VqStringReader& in) const {
+        if (!InputZkStreamTag(in, layout_.section)) throw VqError("Invalid database entry.", 76, kSource);
+        VqRow row;
+        row.key = InputZkStreamC(in, "KEY");
+        row.cells.resize(tags_.size());
+        row.cells[0] = InputZkStreamC(in, layout_.nameTag);
+        for (size_t i = 1; i < tags_.size(); ++i) {
+            if (i != scrambled_) {
+                row.cells[i] = InputZkStreamC(in, tags_[i]);
+                continue;
+            }
+            const std::string stored = InputZkStreamC(in, layout_.scrambledTag, true);
+            row.cells[i] = stored.empty() ? InputZkStreamC(in, tags_[i]) : layout_.unscramble(stored);
+        }
+        in.ReadNextLine();  // the closing tag, not compared
+        return row;
+    }
+
+  private:
+    const BlockLayout& layout_;
+    std::vector<std::string> tags_;
+    size_t scrambled_;
+};
+
+void AddRow(VqTable& table, VqRow&& row) {
+    table.AddRow(row.key, row.cells[0]).cells = std::move(row.cells);
+}
+
+std::string TableText(const VqTable& table, const BlockLayout& layout, RandomSource& random) {
+    const BlockCodec codec(table, layout);
+    VqStringBuilder out;
+    for (size_t i = 0; i < table.RowCount(); ++i) codec.Write(out, table.RowAt(i), random);
+    // One closing line break, none for an empty table: an empty queue is two empty files.
+    return out.Elements() == 0 ? std::string() : out.toDelimitedString(kCrLf) + kCrLf;
+}
+
+void ReadTableText(VqTable& table, const BlockLayout& layout, std::string text) {
+    const BlockCodec codec(table, layout);
+    VqStringReader in(std::move(text));
+    while (!in.IsEOF()) AddRow(table, codec.Read(in));
+}
+
+void ClearAllTables(WorkingTables& tables) {
+    for (VqTable* table : {&tables.TaskTable, &tables.StepTable, &tables.TaskView, &tables.StepView})
+        table->ClearRows();
+}
+
+[[noreturn]] void ThrowFileError(const std::string& path) { throw VqError(path + ": " + ErrnoText(errno)); }
+
+void WriteWholeOrFail(const std::string& path, const std::string& content) {
+    std::string error;
+    if (!WriteFileAtomic(path, content, &error)) throw VqError(error);
+}
+
+void ReadWholeOrFail(const std::string& path, std::string& content) {
+    if (!ReadWholeFile(path, content)) ThrowFileError(path);
+}
+
+// Makes the renames in a folder durable, so that they survive a power loss in their order.
+void SyncFolder(const std::string& folder) {
+    UniqueFd fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd.Valid()) ::fsync(fd.Get());
+}
+
+// Finishes a save that a crash stopped after its mark, or discards one stopped before it.
+void FinishInterruptedSave(const std::string& dataPath) {
+    const std::string mark = dataPath + kSaveMark;
+    const bool marked = PathExists(mark);
+    for (const std::string* name : {&kJobsFile, &kStepsFile}) {
+        const std::string target = dataPath + *name;
+        const std::string fresh = target + kNewSuffix;
+        if (!marked) {
+            ::unlink(fresh.c_str());
+        } else if (PathExists(fresh) && ::rename(fresh.c_str(), target.c_str()) != 0) {
+            ThrowFileError(target);
+        }
+    }
+    if (!marked) return;
+    SyncFolder(dataPath);
+    ::unlink(mark.c_str());
+}
+
+// The temporary files that a crash left behind a whole-file write of the database.
+void RemoveStrayTemporaries(const std::string& dataPath) {
+    DIR* dir = ::opendir(dataPath.c_str());
+    if (!dir) return;
+    std::vector<std::string> stray;
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string name = entry->d_name;
+        const bool ours = name.rfind("Jobs.", 0) == 0 || name.rfind("Steps.", 0) == 0 ||
+                          name.rfind(kSaveMark, 0) == 0 || name.rfind(kTaskNumberFile, 0) == 0;
+        const size_t temp = name.rfind(".tmp");
+        if (ours && temp != std::string::npos && name.size() == temp + 4 + 6) stray.push_back(name);
+    }
+    ::closedir(dir);
+    for (const std::string& name : stray) ::unlink((dataPath + name).c_str());
+}
+
+// Both files change as one: a crash before step 3 leaves the old pair, after it the new one.
+void WriteDatabasePair(const std::string& dataPath, const std::string& jobs, const std::string& steps) {
+    // 1.-2. Each new file whole beside the old one, through a temporary file, flushed, renamed.
+    WriteWholeOrFail(dataPath + kJobsFile + kNewSuffix, jobs);
+    WriteWholeOrFail(dataPath + kStepsFile + kNewSuffix, steps);
+    // 3. The mark that both are complete.
+    WriteWholeOrFail(dataPath + kSaveMark, "");
+    SyncFolder(dataPath);
+    // 4. Both renamed over the old files, then the mark removed.
+    FinishInterruptedSave(dataPath);
+}
+
+bool NextBackupIsSecond(Server& server) {
+    if (server.BackupSlotKnown) {
+        server.BackupSlotTwo = !server.BackupSlotTwo;
+    } else {
+        server.BackupSlotTwo = ChooseBackup(server, true) == 2;
+        server.BackupSlotKnown = true;
+    }
+    return server.BackupSlotTwo;
+}
+
+void ReadDatabaseFiles(Server& server) {
+    const std::string jobsPath = server.DataPath + kJobsFile;
+    const std::string stepsPath = server.DataPath + kStepsFile;
+    if (!PathExists(jobsPath)) {
+        if (PathExists(stepsPath)) throw VqError("Part of database is missing.", 77, kSource);
+        return;  // a first start: an empty queue
+    }
+    std::string text;
+    ReadWholeOrFail(jobsPath, text);
+    ReadTasksText(server.tables, text);
+    if (!PathExists(stepsPath)) throw VqError("Part of database is missing.", 77, kSource);
+    ReadWholeOrFail(stepsPath, text);
+    ReadStepsText(server.tables, text);
+    if (server.tables.StepTable.RowCount() < server.tables.TaskTable.RowCount())
+        throw VqError("Part of database is missing.", 77, kSource);
+}
+
+// Adds the rows of one journal entry that the tables don't hold yet; false, with nothing
+// added, when the entry doesn't read.
+bool AddJournalEntry(WorkingTables& tables, std::string entry) {
+    std::vector<VqRow> tasks, steps;
+    try {
+        VqStringReader in(std::move(entry));
+        tasks.push_back(BlockCodec(tables.TaskTable, kTaskLayout).Read(in));
+        const BlockCodec stepCodec(tables.StepTable, kStepLayout);
+        while (!in.IsEOF()) steps.push_back(stepCodec.Read(in));
+    } catch (const std::exception&) {
+        return false;
+    }
+    // A save that a crash stopped before it emptied the journal holds some of these rows.
+    for (VqRow& row : tasks)
+        if (!tables.TaskTable.FindRow(row.key)) AddRow(tables.TaskTable, std::move(row));
+    for (VqRow& row : steps)
+        if (!tables.StepTable.FindRow(row.key)) AddRow(tables.StepTable, std::move(row));
+    return true;
+}
+
+// The number of entries that were left out: cut short by a crash, or not readable.
+int ReplayJournalText(WorkingTables& tables, std::string text) {
+    const std::string opening = "<" + kJournalEntryTag + ">";
+    const std::string closing = "</" + kJournalEntryTag + ">";
+    VqStringReader in(std::move(text));
+    std::string entry;
+    bool inEntry = false;
+    int leftOut = 0;
+    while (!in.IsEOF()) {
+        const std::string line = in.ReadNextLine();
+        const std::string trimmed = TrimLine(line);
+        if (trimmed == opening) {
+            leftOut += inEntry ? 1 : 0;  // the entry before was cut short
+            entry.clear();
+            inEntry = true;
+        } else if (inEntry && trimmed == closing) {
+            leftOut += AddJournalEntry(tables, std::move(entry)) ? 0 : 1;
+            entry.clear();
+            inEntry = false;
+        } else if (inEntry) {
+            entry += line;
+            entry += kCrLf;
+        }
+    }
+    return leftOut + (inEntry ? 1 : 0);
+}
+
+void ReplayJournal(Server& server) {
+    std::string text;
+    if (!ReadWholeFile(server.DataPath + kJournalFile, text)) return;  // nothing since the last save
+    const int leftOut = ReplayJournalText(server.tables, std::move(text));
+    if (leftOut > 0)
+        WriteServerLog(server, "The journal of submitted tasks held " + std::to_string(leftOut) +
+                                   " incomplete entries, cut short by a crash; they were left out.");
+}
+
+void EnsureFoldersOfAllTasks(Server& server) {
+    VqTable& tasks = server.tables.TaskTable;
+    for (size_t i = 0; i < tasks.RowCount(); ++i) {
+        const std::string key = tasks.RowAt(i).key;
+        if (!EnsureTaskFolders(server, key))
+            throw VqError("Data in database or directory structure is not valid (" + key + ").", 78, kSource);
+    }
+}
+
+std::string JournalEntry(WorkingTables& tables, const std::string& taskKey) {
+    VqStringBuilder out;
+    // An empty first line ends a line that a crash cut short in the middle of an earlier entry.
+    out.AppendElement("");
+    OutputZkStreamTag(out, kJournalEntryTag);
+    BlockCodec(tables.TaskTable, kTaskLayout).Write(out, tables.TaskTable.Row(taskKey), SystemRandom());
+    const BlockCodec stepCodec(tables.StepTable, kStepLayout);
+    for (int i = 1; const VqRow* step = tables.StepTable.FindRow(MakeStepKey(taskKey, i)); ++i)
+        stepCodec.Write(out, *step, SystemRandom());
+    OutputZkStreamTag(out, "/" + kJournalEntryTag);
+    return out.toDelimitedString(kCrLf) + kCrLf;
+}
+
+// Appends and flushes to disk before returning, so that the entry outlives any crash.
+void AppendFlushed(const std::string& path, const std::string& text) {
+    UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+    if (!fd.Valid()) ThrowFileError(path);
+    for (size_t done = 0; done < text.size();) {
+        const ssize_t n = ::write(fd.Get(), text.data() + done, text.size() - done);
+        if (n < 0 && errno != EINTR) ThrowFileError(path);
+        if (n > 0) done += static_cast<size_t>(n);
+    }
+    if (::fdatasync(fd.Get()) != 0) ThrowFileError(path);
+}
+
+void SetDatabaseAside(const std::string& dataPath, int attempt) {
+    for (const std::string* name : {&kJobsFile, &kStepsFile}) {
+        const std::string path = dataPath + *name;
+        const std::string aside = path + ".bd" + std::to_string(attempt);
+        ::unlink(aside.c_str());
+        ::rename(path.c_str(), aside.c_str());  // a missing file does no harm
+    }
+}
+
+// Moves a backup pair into the place of the database; the pair is used up.
+bool RestoreBackupPair(Server& server, bool second) {
+    return ::rename(BackupName(server, true, second).c_str(), (server.DataPath + kJobsFile).c_str()) == 0 &&
+           ::rename(BackupName(server, false, second).c_str(), (server.DataPath + kStepsFile).c_str()) == 0;
+}
+
+int CompareTimes(const timespec& a, const timespec& b) {
+    if (a.tv_sec != b.tv_sec) return a.tv_sec < b.tv_sec ? -1 : 1;
+    if (a.tv_nsec != b.tv_nsec) return a.tv_nsec < b.tv_nsec ? -1 : 1;
+    return 0;
+}
+
+}  // namespace
+
+std::string TasksText(WorkingTables& tables, RandomSource& random) {
+    return TableText(tables.TaskTable, kTaskLayout, random);
+}
+
+std::string StepsText(WorkingTables& tables, RandomSource& random) {
+    return TableText(tables.StepTable, kStepLayout, random);
+}
+
+void ReadTasksText(WorkingTables& tables, const std::string& text) {
+    ReadTableText(tables.TaskTable, kTaskLayout, text);
+}
+
+void ReadStepsText(WorkingTables& tables, const std::string& text) {
+    ReadTableText(tables.StepTable, kStepLayout, text);
+}
+
+bool SaveQueueDatabase(Server& server) {
+    try {
+        JobNumberStore(server, true);
+        server.screen.SaveColumnWidths();
+        const std::string jobs = TasksText(server.tables);
+        const std::string steps = StepsText(server.tables);
+        WriteDatabasePair(server.DataPath, jobs, steps);
+        const bool second = NextBackupIsSecond(server);
+        WriteWholeOrFail(BackupName(server, true, second), jobs);
+        WriteWholeOrFail(BackupName(server, false, second), steps);
+        // What the journal held is in the database now.
+        ::unlink((server.DataPath + kJournalFile).c_str());
+        return true;
+    } catch (const std::exception& e) {
+        const std::string text = kSaveFailed + e.what();
+        server.op.Message(text, MessageIcon::Exclamation, kAppTitle);
+        WriteServerLog(server, text);
+        return false;
+    }
+}
+
+bool LoadQueueDatabase(Server& server) {
+    ClearAllTables(server.tables);
+    try {
+        FinishInterruptedSave(server.DataPath);
+        RemoveStrayTemporaries(server.DataPath);
+        ReadDatabaseFiles(server);
+        ReplayJournal(server);
+        EnsureFoldersOfAllTasks(server);
+        return true;
+    } catch (const std::exception& e) {
+        ClearAllTables(server.tables);
+        const std::string text = kLoadFailed + e.what();
+        server.op.Message(text, MessageIcon::Exclamation, kAppTitle);
+        WriteServerLog(server, text);
+        return false;
+    }
+}
+
+bool RecoverQueueDatabase(Server& server) {
+    for (int attempt = 1;; ++attempt) {
+        if (LoadQueueDatabase(server)) return attempt == 1;
+        SetDatabaseAside(server.DataPath, attempt);
+        const int pair = ChooseBackup(server, false);
+        if (pair == kNoBackup) {
+            server.op.Message(kNoBackups, MessageIcon::Exclamation, kAppTitle);
+            return false;
+        }
+        if (!RestoreBackupPair(server, pair == 2)) return false;
+        if (!server.op.AskYesNo(kLoadBackupQuestion, kAppTitle)) return false;
+    }
+}
+
+int ChooseBackup(Server& server, bool forWriting) {
+    struct stat first {}, second {};
+    const bool hasFirst = ::stat(BackupName(server, true, false).c_str(), &first) == 0;
+    const bool hasSecond = ::stat(BackupName(server, true, true).c_str(), &second) == 0;
+    if (!hasFirst) return forWriting ? 1 : (hasSecond ? 2 : kNoBackup);
+    if (!hasSecond) return forWriting ? 2 : 1;
+    // Writing overwrites the older pair, reading takes the newer; a tie goes to pair 2 both ways.
+    const int order = CompareTimes(first.st_mtim, second.st_mtim);
+    if (order == 0) return 2;
+    const bool firstIsOlder = order < 0;
+    return firstIsOlder == forWriting ? 1 : 2;
+}
+
+std::string BackupName(const Server& server, bool isJobs, bool second) {
+    return server.DataPath + (isJobs ? "Jobs" : "Steps") + (second ? ".bk2" : ".bk1");
+}
 
 int32_t JobNumberStore(Server& server, bool save) {
     if (server.NextTaskNumber >= 999999) server.NextTaskNumber = 0;
-    const std::string file = server.DataPath + "TaskNO.dat";
+    const std::string file = server.DataPath + kTaskNumberFile;
     if (save) {
         SaveRegSetting(server.registry, "ServerSettings", "JobNumber", std::to_string(server.NextTaskNumber));
         WriteFileAtomic(file, std::to_string(server.NextTaskNumber) + "\r\n");
@@ -29,6 +465,24 @@ int32_t JobNumberStore(Server& server, bool save) {
     if (ReadWholeFile(file, content)) inFile = Val(content.substr(0, content.find_first_of("\r\n")));
     const int64_t larger = std::max(stored, inFile);
     return static_cast<int32_t>(std::clamp<int64_t>(larger, 0, 999999));
+}
+
+int32_t TakeTaskNumber(Server& server) {
+    if (server.NextTaskNumber >= 999999 || server.NextTaskNumber < 0) server.NextTaskNumber = 0;
+    const int32_t number = ++server.NextTaskNumber;
+    // The store turns 999999 into 0 in memory, so the number after it is 1.
+    JobNumberStore(server, true);
+    return number;
+}
+
+bool JournalSubmittedTask(Server& server, const std::string& taskKey) {
+    try {
+        AppendFlushed(server.DataPath + kJournalFile, JournalEntry(server.tables, taskKey));
+        return true;
+    } catch (const std::exception& e) {
+        WriteServerLog(server, "Error occurred while journaling the submitted task (" + taskKey + ")!\n" + e.what());
+        return false;
+    }
 }
 
 }  // namespace vq

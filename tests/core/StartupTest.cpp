@@ -181,7 +181,7 @@ TEST_F(CloseServerTest, NothingRunningAsksNothing) {
     ts.AddTask(1, "W", kWaiting);
     EXPECT_TRUE(CloseServer(*ts, false));
     EXPECT_TRUE(ts.op.questions.empty());
-    EXPECT_EQ(ts.screen.widthSaves, 1);
+    EXPECT_EQ(ts.screen.widthSaves, 2);  // by the save of the queue, then by the close itself
     EXPECT_EQ(ts.LogText(), "");
 }
 
