@@ -304,8 +304,8 @@ void ReplayJournal(Server& server) {
     if (!ReadWholeFile(server.DataPath + kJournalFile, text)) return;  // nothing since the last save
     const int leftOut = ReplayJournalText(server.tables, std::move(text));
     if (leftOut > 0)
-        WriteServerLog(server, "The journal of submitted tasks held " + std::to_string(leftOut) +
-                                   " incomplete entries, cut short by a crash; they were left out.");
+        WriteServerLog(server, "Entries of the journal of submitted tasks that were cut short by a crash were left out: " +
+                                   std::to_string(leftOut));
 }
 
 void EnsureFoldersOfAllTasks(Server& server) {
