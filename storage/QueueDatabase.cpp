@@ -86,57 +86,137 @@ struct BlockLayout {
 const BlockLayout kTaskLayout{"TASK", "TASKNAME", "Password", "EPASS", ScramblePassword, UnscramblePassword};
 const BlockLayout kStepLayout{"STEP", "STEPNAME", "Environ", "EENV", ScrambleEnviron, UnscrambleEnviron};
 
-// Tags are the column keys in upper case, the same in every locale.
-std::string TagOf(std::string key) {
-    for (char& c : key)
-        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-    return key;
+// The stream form written straight into one text and read where it stands: a large queue
+// has a million lines, too many for an element or a copy each. The lines are those that
+// OutputZkStreamTag and OutputZkStreamC write, read as InputZkStreamTag and InputZkStreamC
+// read them; every line ends in CR LF, so an empty table is an empty text.
+void PutSection(std::string& out, std::string_view tag) {
+    out += '<';
+    out += tag;
+    out += ">\r\n";
 }
 
-// Writes and reads the blocks of one table, with the tags worked out once.
+void PutValue(std::string& out, std::string_view tag, std::string_view value) {
+    out += "\t<";
+    out += tag;
+    out += '>';
+    // Only a value that holds a line break or code 26 needs the conversion.
+    const bool plain = std::none_of(value.begin(), value.end(),
+                                    [](char c) { return c == '\r' || c == '\n' || c == '\x1a'; });
+    out += plain ? value : ConvertTagValue(value, TagValueDirection::ForWriting);
+    out += "</";
+    out += tag;
+    out += ">\r\n";
+}
+
+// A value line's tag with its opening and closing text, built once for all rows.
+struct ValueTag {
+    explicit ValueTag(std::string tag) : name(std::move(tag)), open("<" + name + ">"), close("</" + name + ">") {}
+    std::string name, open, close;
+};
+
+class StreamReader {
+  public:
+    explicit StreamReader(std::string_view text) : text_(text) {}
+    bool AtEnd() const { return next_ >= text_.size(); }
+
+    // The next line without its CR LF; the empty text at the end.
+    std::string_view Line() {
+        lineStart_ = next_;
+        if (AtEnd()) return {};
+        const size_t end = text_.find(kCrLf, next_);
+        next_ = end == std::string_view::npos ? text_.size() : end + kCrLf.size();
+        return text_.substr(lineStart_, (end == std::string_view::npos ? text_.size() : end) - lineStart_);
+    }
+
+    // The next line, trimmed, is "<tag>"; the line is consumed either way.
+    bool Section(std::string_view tag) {
+        const std::string_view line = Trimmed(Line());
+        return line.size() == tag.size() + 2 && line.front() == '<' && line.back() == '>' &&
+               line.substr(1, tag.size()) == tag;
+    }
+
+    // The text between the first opening and the last closing tag of the next line. Without
+    // them: with `optional` the line stays for the next field, else the failure of the stream.
+    std::string Value(const ValueTag& tag, bool optional = false) {
+        const std::string_view line = Line();
+        const size_t from = line.find(tag.open);
+        const size_t to = from == std::string_view::npos ? from : line.rfind(tag.close);
+        if (to != std::string_view::npos && to >= from + tag.open.size()) {
+            const std::string_view value = line.substr(from + tag.open.size(), to - from - tag.open.size());
+            return value.find('\x01') == std::string_view::npos
+                       ? std::string(value)
+                       : ConvertTagValue(value, TagValueDirection::ForReading);
+        }
+        if (!optional) throw VqError("Invalid Data: " + tag.name, 5, "InputZkStreamC");
+        next_ = lineStart_;
+        return {};
+    }
+
+    static std::string_view Trimmed(std::string_view text) {
+        while (!text.empty() && static_cast<unsigned char>(text.front()) <= 32) text.remove_prefix(1);
+        while (!text.empty() && static_cast<unsigned char>(text.back()) <= 32) text.remove_suffix(1);
+        return text;
+    }
+
+  private:
+    std::string_view text_;
+    size_t next_ = 0;
+    size_t lineStart_ = 0;
+};
+
+// Writes and reads the blocks of one table, with the tags worked out once: the column keys in
+// upper case, the same in every locale.
 class BlockCodec {
   public:
     BlockCodec(const VqTable& table, const BlockLayout& layout)
-        : layout_(layout), scrambled_(static_cast<size_t>(table.ColumnIndex(layout.scrambledColumn))) {
-        for (const VqColumn& column : table.Columns()) tags_.push_back(TagOf(column.key));
+        : layout_(layout), scrambled_(static_cast<size_t>(table.ColumnIndex(layout.scrambledColumn))),
+          name_(layout.nameTag), scrambledTag_(layout.scrambledTag) {
+        for (const VqColumn& column : table.Columns()) {
+            std::string tag = column.key;
+            for (char& c : tag)
+                if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+            tags_.emplace_back(std::move(tag));
+        }
     }
 
-    void Write(VqStringBuilder& out, const VqRow& row, RandomSource& random) const {
-        OutputZkStreamTag(out, layout_.section);
-        OutputZkStreamC(out, "KEY", row.key);
-        OutputZkStreamC(out, layout_.nameTag, row.Text());
+    void Write(std::string& out, const VqRow& row, RandomSource& random) const {
+        PutSection(out, layout_.section);
+        PutValue(out, "KEY", row.key);
+        PutValue(out, layout_.nameTag, row.Text());
         for (size_t i = 1; i < tags_.size(); ++i) {
             if (i == scrambled_)
-                OutputZkStreamC(out, layout_.scrambledTag, layout_.scramble(row.cells[i], random));
+                PutValue(out, layout_.scrambledTag, layout_.scramble(row.cells[i], random));
             else
-                OutputZkStreamC(out, tags_[i], row.cells[i]);
+                PutValue(out, tags_[i].name, row.cells[i]);
         }
-        OutputZkStreamTag(out, std::string("/") + layout_.section);
+        PutSection(out, std::string("/") + layout_.section);
     }
 
     // One block, strictly in column order; only the scrambled tag may give way to the plain one.
-    VqRow Read(VqStringReader& in) const {
-        if (!InputZkStreamTag(in, layout_.section)) throw VqError("Invalid database entry.", 76, kSource);
+    VqRow Read(StreamReader& in) const {
+        if (!in.Section(layout_.section)) throw VqError("Invalid database entry.", 76, kSource);
         VqRow row;
-        row.key = InputZkStreamC(in, "KEY");
+        row.key = in.Value(key_);
         row.cells.resize(tags_.size());
-        row.cells[0] = InputZkStreamC(in, layout_.nameTag);
+        row.cells[0] = in.Value(name_);
         for (size_t i = 1; i < tags_.size(); ++i) {
             if (i != scrambled_) {
-                row.cells[i] = InputZkStreamC(in, tags_[i]);
+                row.cells[i] = in.Value(tags_[i]);
                 continue;
             }
-            const std::string stored = InputZkStreamC(in, layout_.scrambledTag, true);
-            row.cells[i] = stored.empty() ? InputZkStreamC(in, tags_[i]) : layout_.unscramble(stored);
+            const std::string stored = in.Value(scrambledTag_, true);
+            row.cells[i] = stored.empty() ? in.Value(tags_[i]) : layout_.unscramble(stored);
         }
-        in.ReadNextLine();  // the closing tag, not compared
+        in.Line();  // the closing tag, not compared
         return row;
     }
 
   private:
     const BlockLayout& layout_;
-    std::vector<std::string> tags_;
+    std::vector<ValueTag> tags_;
     size_t scrambled_;
+    ValueTag key_{"KEY"}, name_, scrambledTag_;
 };
 
 void AddRow(VqTable& table, VqRow&& row) {
@@ -145,16 +225,19 @@ void AddRow(VqTable& table, VqRow&& row) {
 
 std::string TableText(const VqTable& table, const BlockLayout& layout, RandomSource& random) {
     const BlockCodec codec(table, layout);
-    VqStringBuilder out;
-    for (size_t i = 0; i < table.RowCount(); ++i) codec.Write(out, table.RowAt(i), random);
-    // One closing line break, none for an empty table: an empty queue is two empty files.
-    return out.Elements() == 0 ? std::string() : out.toDelimitedString(kCrLf) + kCrLf;
+    std::string out;
+    for (size_t i = 0; i < table.RowCount(); ++i) {
+        codec.Write(out, table.RowAt(i), random);
+        // Room for all blocks at once, by the size of the first.
+        if (i == 0) out.reserve(out.size() * table.RowCount() * 9 / 8);
+    }
+    return out;
 }
 
-void ReadTableText(VqTable& table, const BlockLayout& layout, std::string text) {
+void ReadTableText(VqTable& table, const BlockLayout& layout, std::string_view text) {
     const BlockCodec codec(table, layout);
-    VqStringReader in(std::move(text));
-    while (!in.IsEOF()) AddRow(table, codec.Read(in));
+    StreamReader in(text);
+    while (!in.AtEnd()) AddRow(table, codec.Read(in));
 }
 
 void ClearAllTables(WorkingTables& tables) {
@@ -207,7 +290,8 @@ void RemoveStrayTemporaries(const std::string& dataPath) {
         const bool ours = name.rfind("Jobs.", 0) == 0 || name.rfind("Steps.", 0) == 0 ||
                           name.rfind(kSaveMark, 0) == 0 || name.rfind(kTaskNumberFile, 0) == 0;
         const size_t temp = name.rfind(".tmp");
-        if (ours && temp != std::string::npos && name.size() == temp + 4 + 6) stray.push_back(name);
+        if (ours && temp != std::string::npos && (name.size() == temp + 4 + 6 || name.substr(temp) == ".tmplink"))
+            stray.push_back(name);
     }
     ::closedir(dir);
     for (const std::string& name : stray) ::unlink((dataPath + name).c_str());
@@ -223,6 +307,21 @@ void WriteDatabasePair(const std::string& dataPath, const std::string& jobs, con
     SyncFolder(dataPath);
     // 4. Both renamed over the old files, then the mark removed.
     FinishInterruptedSave(dataPath);
+}
+
+// A backup of a database file just saved: a second name for the same file, made under a
+// temporary name and renamed into place. Nothing writes a database file in place (every save
+// makes new files), so the backup keeps its content when the next save replaces the file, and
+// costs no copy. A file system without hard links gets a copy.
+void WriteBackup(const std::string& saved, const std::string& backup, const std::string& content) {
+    const std::string temp = backup + ".tmplink";
+    ::unlink(temp.c_str());
+    if (::link(saved.c_str(), temp.c_str()) != 0) return WriteWholeOrFail(backup, content);
+    const bool renamed = ::rename(temp.c_str(), backup.c_str()) == 0;
+    const int error = errno;
+    ::unlink(temp.c_str());  // left when the backup was that same file already
+    errno = error;
+    if (!renamed) ThrowFileError(backup);
 }
 
 bool NextBackupIsSecond(Server& server) {
@@ -254,13 +353,13 @@ void ReadDatabaseFiles(Server& server) {
 
 // Adds the rows of one journal entry that the tables don't hold yet; false, with nothing
 // added, when the entry doesn't read.
-bool AddJournalEntry(WorkingTables& tables, std::string entry) {
+bool AddJournalEntry(WorkingTables& tables, const std::string& entry) {
     std::vector<VqRow> tasks, steps;
     try {
-        VqStringReader in(std::move(entry));
+        StreamReader in(entry);
         tasks.push_back(BlockCodec(tables.TaskTable, kTaskLayout).Read(in));
         const BlockCodec stepCodec(tables.StepTable, kStepLayout);
-        while (!in.IsEOF()) steps.push_back(stepCodec.Read(in));
+        while (!in.AtEnd()) steps.push_back(stepCodec.Read(in));
     } catch (const std::exception&) {
         return false;
     }
@@ -273,22 +372,22 @@ bool AddJournalEntry(WorkingTables& tables, std::string entry) {
 }
 
 // The number of entries that were left out: cut short by a crash, or not readable.
-int ReplayJournalText(WorkingTables& tables, std::string text) {
+int ReplayJournalText(WorkingTables& tables, std::string_view text) {
     const std::string opening = "<" + kJournalEntryTag + ">";
     const std::string closing = "</" + kJournalEntryTag + ">";
-    VqStringReader in(std::move(text));
+    StreamReader in(text);
     std::string entry;
     bool inEntry = false;
     int leftOut = 0;
-    while (!in.IsEOF()) {
-        const std::string line = in.ReadNextLine();
-        const std::string trimmed = TrimLine(line);
+    while (!in.AtEnd()) {
+        const std::string_view line = in.Line();
+        const std::string_view trimmed = StreamReader::Trimmed(line);
         if (trimmed == opening) {
             leftOut += inEntry ? 1 : 0;  // the entry before was cut short
             entry.clear();
             inEntry = true;
         } else if (inEntry && trimmed == closing) {
-            leftOut += AddJournalEntry(tables, std::move(entry)) ? 0 : 1;
+            leftOut += AddJournalEntry(tables, entry) ? 0 : 1;
             entry.clear();
             inEntry = false;
         } else if (inEntry) {
@@ -302,7 +401,7 @@ int ReplayJournalText(WorkingTables& tables, std::string text) {
 void ReplayJournal(Server& server) {
     std::string text;
     if (!ReadWholeFile(server.DataPath + kJournalFile, text)) return;  // nothing since the last save
-    const int leftOut = ReplayJournalText(server.tables, std::move(text));
+    const int leftOut = ReplayJournalText(server.tables, text);
     if (leftOut > 0)
         WriteServerLog(server, "Entries of the journal of submitted tasks that were cut short by a crash were left out: " +
                                    std::to_string(leftOut));
@@ -318,16 +417,15 @@ void EnsureFoldersOfAllTasks(Server& server) {
 }
 
 std::string JournalEntry(WorkingTables& tables, const std::string& taskKey) {
-    VqStringBuilder out;
     // An empty first line ends a line that a crash cut short in the middle of an earlier entry.
-    out.AppendElement("");
-    OutputZkStreamTag(out, kJournalEntryTag);
+    std::string out = kCrLf;
+    PutSection(out, kJournalEntryTag);
     BlockCodec(tables.TaskTable, kTaskLayout).Write(out, tables.TaskTable.Row(taskKey), SystemRandom());
     const BlockCodec stepCodec(tables.StepTable, kStepLayout);
     for (int i = 1; const VqRow* step = tables.StepTable.FindRow(MakeStepKey(taskKey, i)); ++i)
         stepCodec.Write(out, *step, SystemRandom());
-    OutputZkStreamTag(out, "/" + kJournalEntryTag);
-    return out.toDelimitedString(kCrLf) + kCrLf;
+    PutSection(out, "/" + kJournalEntryTag);
+    return out;
 }
 
 // Appends and flushes to disk before returning, so that the entry outlives any crash.
@@ -389,8 +487,8 @@ bool SaveQueueDatabase(Server& server) {
         const std::string steps = StepsText(server.tables);
         WriteDatabasePair(server.DataPath, jobs, steps);
         const bool second = NextBackupIsSecond(server);
-        WriteWholeOrFail(BackupName(server, true, second), jobs);
-        WriteWholeOrFail(BackupName(server, false, second), steps);
+        WriteBackup(server.DataPath + kJobsFile, BackupName(server, true, second), jobs);
+        WriteBackup(server.DataPath + kStepsFile, BackupName(server, false, second), steps);
         // What the journal held is in the database now.
         ::unlink((server.DataPath + kJournalFile).c_str());
         return true;
