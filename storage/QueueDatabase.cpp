@@ -371,33 +371,6 @@ bool AddJournalEntry(WorkingTables& tables, const std::string& entry) {
     return true;
 }
 
-// The number of entries that were left out: cut short by a crash, or not readable.
-int ReplayJournalText(WorkingTables& tables, std::string_view text) {
-    const std::string opening = "<" + kJournalEntryTag + ">";
-    const std::string closing = "</" + kJournalEntryTag + ">";
-    StreamReader in(text);
-    std::string entry;
-    bool inEntry = false;
-    int leftOut = 0;
-    while (!in.AtEnd()) {
-        const std::string_view line = in.Line();
-        const std::string_view trimmed = StreamReader::Trimmed(line);
-        if (trimmed == opening) {
-            leftOut += inEntry ? 1 : 0;  // the entry before was cut short
-            entry.clear();
-            inEntry = true;
-        } else if (inEntry && trimmed == closing) {
-            leftOut += AddJournalEntry(tables, entry) ? 0 : 1;
-            entry.clear();
-            inEntry = false;
-        } else if (inEntry) {
-            entry += line;
-            entry += kCrLf;
-        }
-    }
-    return leftOut + (inEntry ? 1 : 0);
-}
-
 void ReplayJournal(Server& server) {
     std::string text;
     if (!ReadWholeFile(server.DataPath + kJournalFile, text)) return;  // nothing since the last save
@@ -477,6 +450,32 @@ void ReadTasksText(WorkingTables& tables, const std::string& text) {
 
 void ReadStepsText(WorkingTables& tables, const std::string& text) {
     ReadTableText(tables.StepTable, kStepLayout, text);
+}
+
+int ReplayJournalText(WorkingTables& tables, std::string_view text) {
+    const std::string opening = "<" + kJournalEntryTag + ">";
+    const std::string closing = "</" + kJournalEntryTag + ">";
+    StreamReader in(text);
+    std::string entry;
+    bool inEntry = false;
+    int leftOut = 0;
+    while (!in.AtEnd()) {
+        const std::string_view line = in.Line();
+        const std::string_view trimmed = StreamReader::Trimmed(line);
+        if (trimmed == opening) {
+            leftOut += inEntry ? 1 : 0;  // the entry before was cut short
+            entry.clear();
+            inEntry = true;
+        } else if (inEntry && trimmed == closing) {
+            leftOut += AddJournalEntry(tables, entry) ? 0 : 1;
+            entry.clear();
+            inEntry = false;
+        } else if (inEntry) {
+            entry += line;
+            entry += kCrLf;
+        }
+    }
+    return leftOut + (inEntry ? 1 : 0);
 }
 
 bool SaveQueueDatabase(Server& server) {

@@ -4,6 +4,7 @@
 // JobNumber), and the journal of accepted submissions that covers the time between two saves.
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "platform/Random.h"
 
@@ -62,5 +63,8 @@ std::string StepsText(WorkingTables& tables, RandomSource& random = SystemRandom
 // doesn't decode or a duplicate key fail as the stream reader and the table fail.
 void ReadTasksText(WorkingTables& tables, const std::string& text);
 void ReadStepsText(WorkingTables& tables, const std::string& text);
+// Adds the rows of the journal's complete entries that the tables don't hold yet and returns
+// the number of entries left out: cut short by a crash, or not readable. Never fails.
+int ReplayJournalText(WorkingTables& tables, std::string_view text);
 
 }  // namespace vq
