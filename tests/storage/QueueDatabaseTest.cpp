@@ -3,7 +3,13 @@
 #include <gtest/gtest.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <chrono>
+#include <random>
+#include <thread>
 
 #include <deque>
 
@@ -240,6 +246,48 @@ TEST_F(QueueDatabaseTest, AnInterruptedSaveIsFinishedOnlyWhenBothNewFilesWereMar
         ASSERT_TRUE(LoadQueueDatabase(*t));
         EXPECT_EQ(TaskCount(), marked ? 2u : 1u);
         for (const char* name : {"Jobs.dat.new", "Steps.dat.new", "Database.commit"}) EXPECT_FALSE(PathExists(Data(name)));
+    }
+}
+
+// A child process saves two queues in turn (100 tasks of 1 step, 150 of 2) and is killed at
+// random moments: the database always loads at once, whole, as one of the two.
+TEST_F(QueueDatabaseTest, AKillAtAnyMomentOfASaveLeavesADatabaseThatLoads) {
+    std::mt19937 random(2026);
+    for (int round = 0; round < 25; ++round) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            Registry registry(t.dir.Path() + "child.db", t.dir.Path() + "child-autostart");
+            Server saver(t.clock, t.op, registry, t.screen);
+            BuildColumns(saver.tables, registry);
+            saver.DataPath = t->DataPath;
+            auto fill = [&](int tasks, int steps) {
+                saver.tables.TaskTable.ClearRows();
+                saver.tables.StepTable.ClearRows();
+                for (int n = 1; n <= tasks; ++n) {
+                    const std::string key = MakeRowKey(n, "T");
+                    VqRow& row = saver.tables.TaskTable.AddRow(key, "T");
+                    row.cells[saver.tables.TaskTable.ColumnIndex("RF")] = t->ServerPath + "D/U/T/000001";
+                    row.cells[saver.tables.TaskTable.ColumnIndex("Domain")] = "D";
+                    row.cells[saver.tables.TaskTable.ColumnIndex("UserName")] = "U";
+                    for (int i = 1; i <= steps; ++i) saver.tables.StepTable.AddRow(MakeStepKey(key, i), "");
+                }
+            };
+            for (;;) {
+                fill(150, 2);
+                SaveQueueDatabase(saver);
+                fill(100, 1);
+                SaveQueueDatabase(saver);
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 25000));
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        t->tables.TaskTable.ClearRows();
+        ASSERT_TRUE(LoadQueueDatabase(*t)) << t.op.messages.back().text;
+        const size_t tasks = TaskCount(), steps = StepCount();
+        EXPECT_TRUE((tasks == 0 && steps == 0) || (tasks == 150 && steps == 300) || (tasks == 100 && steps == 100))
+            << tasks << " tasks, " << steps << " steps";
     }
 }
 
