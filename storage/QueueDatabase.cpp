@@ -290,8 +290,7 @@ void RemoveStrayTemporaries(const std::string& dataPath) {
         const bool ours = name.rfind("Jobs.", 0) == 0 || name.rfind("Steps.", 0) == 0 ||
                           name.rfind(kSaveMark, 0) == 0 || name.rfind(kTaskNumberFile, 0) == 0;
         const size_t temp = name.rfind(".tmp");
-        if (ours && temp != std::string::npos && (name.size() == temp + 4 + 6 || name.substr(temp) == ".tmplink"))
-            stray.push_back(name);
+        if (ours && temp != std::string::npos && name.size() == temp + 4 + 6) stray.push_back(name);
     }
     ::closedir(dir);
     for (const std::string& name : stray) ::unlink((dataPath + name).c_str());
@@ -307,21 +306,6 @@ void WriteDatabasePair(const std::string& dataPath, const std::string& jobs, con
     SyncFolder(dataPath);
     // 4. Both renamed over the old files, then the mark removed.
     FinishInterruptedSave(dataPath);
-}
-
-// A backup of a database file just saved: a second name for the same file, made under a
-// temporary name and renamed into place. Nothing writes a database file in place (every save
-// makes new files), so the backup keeps its content when the next save replaces the file, and
-// costs no copy. A file system without hard links gets a copy.
-void WriteBackup(const std::string& saved, const std::string& backup, const std::string& content) {
-    const std::string temp = backup + ".tmplink";
-    ::unlink(temp.c_str());
-    if (::link(saved.c_str(), temp.c_str()) != 0) return WriteWholeOrFail(backup, content);
-    const bool renamed = ::rename(temp.c_str(), backup.c_str()) == 0;
-    const int error = errno;
-    ::unlink(temp.c_str());  // left when the backup was that same file already
-    errno = error;
-    if (!renamed) ThrowFileError(backup);
 }
 
 bool NextBackupIsSecond(Server& server) {
@@ -486,8 +470,9 @@ bool SaveQueueDatabase(Server& server) {
         const std::string steps = StepsText(server.tables);
         WriteDatabasePair(server.DataPath, jobs, steps);
         const bool second = NextBackupIsSecond(server);
-        WriteBackup(server.DataPath + kJobsFile, BackupName(server, true, second), jobs);
-        WriteBackup(server.DataPath + kStepsFile, BackupName(server, false, second), steps);
+        // A copy of its own, so that damage to a database file never reaches its backup.
+        WriteWholeOrFail(BackupName(server, true, second), jobs);
+        WriteWholeOrFail(BackupName(server, false, second), steps);
         // What the journal held is in the database now.
         ::unlink((server.DataPath + kJournalFile).c_str());
         return true;
