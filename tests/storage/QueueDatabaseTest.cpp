@@ -243,9 +243,11 @@ TEST_F(QueueDatabaseTest, AnInterruptedSaveIsFinishedOnlyWhenBothNewFilesWereMar
         Put("Jobs.dat.new", jobs);
         Put("Steps.dat.new", steps);
         if (marked) Put("Database.commit", "");
+        Put("Jobs.dat.new.tmpAb12Cd", "a temporary file of a write that a crash stopped");
         ASSERT_TRUE(LoadQueueDatabase(*t));
         EXPECT_EQ(TaskCount(), marked ? 2u : 1u);
-        for (const char* name : {"Jobs.dat.new", "Steps.dat.new", "Database.commit"}) EXPECT_FALSE(PathExists(Data(name)));
+        for (const char* name : {"Jobs.dat.new", "Steps.dat.new", "Database.commit", "Jobs.dat.new.tmpAb12Cd"})
+            EXPECT_FALSE(PathExists(Data(name))) << name;
     }
 }
 
