@@ -72,27 +72,57 @@ struct Fixture {
         VqRow& row = tasks.AddRow(key, name);
         const std::string now = FormatDateTime(clock.Now());
         const std::pair<const char*, std::string> cells[] = {
-            {"ID", ZeroPad(number, 6)}, {"Status", kWaiting}, {"Class", "A"}, {"UserName", "builder"},
-            {"Password", std::string(80, 'C')}, {"Domain", "LOCAL"}, {"Server", "HOST"},
-            {"JobReport", name}, {"Queue Priority", "000120"}, {"CPU", "22"}, {"SchTime", now},
-            {"Repeat", "0000000000000000000000000000000000000000"}, {"AllR", "0001"},
-            {"CurRepeat", "0"}, {"SubTime", now}, {"CurStep", "0000"}, {"AllSteps", "0003"},
-            {"JobRC", "01"}, {"MaxRC", "08"}, {"NIzv", "0"}, {"RepCnt", "0"},
+            {"ID", ZeroPad(number, 6)},
+            {"Status", kWaiting},
+            {"Class", "A"},
+            {"UserName", "builder"},
+            {"Password", std::string(80, 'C')},
+            {"Domain", "LOCAL"},
+            {"Server", "HOST"},
+            {"JobReport", name},
+            {"Queue Priority", "000120"},
+            {"CPU", "22"},
+            {"SchTime", now},
+            {"Repeat", "0000000000000000000000000000000000000000"},
+            {"AllR", "0001"},
+            {"CurRepeat", "0"},
+            {"SubTime", now},
+            {"CurStep", "0000"},
+            {"AllSteps", "0003"},
+            {"JobRC", "01"},
+            {"MaxRC", "08"},
+            {"NIzv", "0"},
+            {"RepCnt", "0"},
             {"RF", server.ServerPath + "LOCAL/builder/" + name + "/" + ZeroPad(number % 100, 6)},
-            {"MaxRunTime", "000003600"}, {"PeakMem", "000000000"}, {"IO", "00000000000000"},
-            {"TCPU", "0:00:00:00:000"}, {"Units", "000000000"}, {"RepCancel", "0"}};
+            {"MaxRunTime", "000003600"},
+            {"PeakMem", "000000000"},
+            {"IO", "00000000000000"},
+            {"TCPU", "0:00:00:00:000"},
+            {"Units", "000000000"},
+            {"RepCancel", "0"}};
         for (const auto& [column, value] : cells) row.cells[tasks.ColumnIndex(column)] = value;
         VqTable& steps = server.tables.StepTable;
         for (int s = 1; s <= 3; ++s) {
             VqRow& step = steps.AddRow(MakeStepKey(key, s), StepRowText(s));
             const std::pair<const char*, std::string> stepCells[] = {
-                {"StepStatus", "Pending"}, {"Execute", "Yes"}, {"StepRC", "00"},
-                {"SPeakMem", "000000000"}, {"SSMem", "0"}, {"SIO", "00000000000000"},
-                {"STCPU", "0:00:00:00:000"}, {"SUnits", "000000000"}, {"MinRC", "1"}, {"MaxRC", "1"},
+                {"StepStatus", "Pending"},
+                {"Execute", "Yes"},
+                {"StepRC", "00"},
+                {"SPeakMem", "000000000"},
+                {"SSMem", "0"},
+                {"SIO", "00000000000000"},
+                {"STCPU", "0:00:00:00:000"},
+                {"SUnits", "000000000"},
+                {"MinRC", "1"},
+                {"MaxRC", "1"},
                 {"Command", "make -C /home/builder/src/project" + std::to_string(s) + " all"},
-                {"WorkDir", "%VQS%"}, {"Environ", "BUILD=release\r\nJOBS=2"},
-                {"BuffHeight", "0300"}, {"BuffWidth", "0080"}, {"Parent", key}};
-            for (const auto& [column, value] : stepCells) step.cells[steps.ColumnIndex(column)] = value;
+                {"WorkDir", "%VQS%"},
+                {"Environ", "BUILD=release\r\nJOBS=2"},
+                {"BuffHeight", "0300"},
+                {"BuffWidth", "0080"},
+                {"Parent", key}};
+            for (const auto& [column, value] : stepCells)
+                step.cells[steps.ColumnIndex(column)] = value;
         }
     }
 
@@ -126,7 +156,8 @@ void BM_SaveQueueDatabase(benchmark::State& state) {
 // The whole load: both files read and parsed, the journal, the folder check of every task.
 void BM_LoadQueueDatabase(benchmark::State& state) {
     Fixture f(static_cast<int>(state.range(0)));
-    if (!SaveQueueDatabase(f.server) || !LoadQueueDatabase(f.server)) state.SkipWithError("setup failed");
+    if (!SaveQueueDatabase(f.server) || !LoadQueueDatabase(f.server))
+        state.SkipWithError("setup failed");
     for (auto _ : state)
         if (!LoadQueueDatabase(f.server)) state.SkipWithError("load failed");
     Label(state, f);
@@ -160,7 +191,8 @@ void BM_ParseDatabaseText(benchmark::State& state) {
 void BM_JournalSubmittedTask(benchmark::State& state) {
     Fixture f(static_cast<int>(state.range(0)));
     f.AddTask(999999);
-    const std::string key = f.server.tables.TaskTable.RowAt(f.server.tables.TaskTable.RowCount() - 1).key;
+    const std::string key =
+        f.server.tables.TaskTable.RowAt(f.server.tables.TaskTable.RowCount() - 1).key;
     for (auto _ : state)
         if (!JournalSubmittedTask(f.server, key)) state.SkipWithError("journal failed");
     state.SetLabel(std::to_string(state.range(0)) + " tasks in the queue");

@@ -3,8 +3,8 @@
 // with a VqError; what was read is written again, and reading that must succeed and give the
 // same rows when written and read once more (the first write may normalise line breaks). The
 // journal's replay never fails.
-#include <cstdint>
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <string_view>
@@ -54,7 +54,8 @@ Read ReadFresh(Reader read, const std::string& text) {
 }
 
 template <typename Reader, typename Write>
-void CheckReader(Reader read, Write write, VqTable WorkingTables::*table, const std::string& input) {
+void CheckReader(Reader read, Write write, VqTable WorkingTables::*table,
+                 const std::string& input) {
     if (ReadFresh(read, input) != Read::Done) return;
     SeededRandom first(1), second(2);
     const std::string once = write(Tables(), first);

@@ -26,8 +26,10 @@ namespace vq {
 namespace {
 
 const char* const kSource = "LoadQueueDatabase";
-const std::string kSaveFailed = "Error occurred while saving the Orvantis Server Queue Database!\n\n";
-const std::string kLoadFailed = "Error occurred while loading the Orvantis Server Queue Database!\n\n";
+const std::string kSaveFailed =
+    "Error occurred while saving the Orvantis Server Queue Database!\n\n";
+const std::string kLoadFailed =
+    "Error occurred while loading the Orvantis Server Queue Database!\n\n";
 const std::string kNoBackups =
     "There are no backup files to restore the database.\n\n"
     "Orvantis Server Queue was deleted.\n\n"
@@ -52,7 +54,8 @@ const std::string kEnvironPrefix = "$E$";
 
 std::string ScramblePassword(const std::string& hex, RandomSource& random) {
     std::string block = HexDecode(hex);
-    block.insert(std::min(kPasswordPadAt, block.size()), RandomText(kPasswordPadLength, false, random));
+    block.insert(std::min(kPasswordPadAt, block.size()),
+                 RandomText(kPasswordPadLength, false, random));
     return EncodeEncStr(block, random);
 }
 
@@ -83,8 +86,10 @@ struct BlockLayout {
     std::string (*unscramble)(const std::string& stored);
 };
 
-const BlockLayout kTaskLayout{"TASK", "TASKNAME", "Password", "EPASS", ScramblePassword, UnscramblePassword};
-const BlockLayout kStepLayout{"STEP", "STEPNAME", "Environ", "EENV", ScrambleEnviron, UnscrambleEnviron};
+const BlockLayout kTaskLayout{"TASK",  "TASKNAME",       "Password",
+                              "EPASS", ScramblePassword, UnscramblePassword};
+const BlockLayout kStepLayout{"STEP", "STEPNAME",      "Environ",
+                              "EENV", ScrambleEnviron, UnscrambleEnviron};
 
 // The stream form written straight into one text and read where it stands: a large queue
 // has a million lines, too many for an element or a copy each. The lines are those that
@@ -111,7 +116,8 @@ void PutValue(std::string& out, std::string_view tag, std::string_view value) {
 
 // A value line's tag with its opening and closing text, built once for all rows.
 struct ValueTag {
-    explicit ValueTag(std::string tag) : name(std::move(tag)), open("<" + name + ">"), close("</" + name + ">") {}
+    explicit ValueTag(std::string tag)
+        : name(std::move(tag)), open("<" + name + ">"), close("</" + name + ">") {}
     std::string name, open, close;
 };
 
@@ -126,7 +132,8 @@ class StreamReader {
         if (AtEnd()) return {};
         const size_t end = text_.find(kCrLf, next_);
         next_ = end == std::string_view::npos ? text_.size() : end + kCrLf.size();
-        return text_.substr(lineStart_, (end == std::string_view::npos ? text_.size() : end) - lineStart_);
+        return text_.substr(lineStart_,
+                            (end == std::string_view::npos ? text_.size() : end) - lineStart_);
     }
 
     // The next line, trimmed, is "<tag>"; the line is consumed either way.
@@ -143,7 +150,8 @@ class StreamReader {
         const size_t from = line.find(tag.open);
         const size_t to = from == std::string_view::npos ? from : line.rfind(tag.close);
         if (to != std::string_view::npos && to >= from + tag.open.size()) {
-            const std::string_view value = line.substr(from + tag.open.size(), to - from - tag.open.size());
+            const std::string_view value =
+                line.substr(from + tag.open.size(), to - from - tag.open.size());
             return value.find('\x01') == std::string_view::npos
                        ? std::string(value)
                        : ConvertTagValue(value, TagValueDirection::ForReading);
@@ -154,8 +162,10 @@ class StreamReader {
     }
 
     static std::string_view Trimmed(std::string_view text) {
-        while (!text.empty() && static_cast<unsigned char>(text.front()) <= 32) text.remove_prefix(1);
-        while (!text.empty() && static_cast<unsigned char>(text.back()) <= 32) text.remove_suffix(1);
+        while (!text.empty() && static_cast<unsigned char>(text.front()) <= 32)
+            text.remove_prefix(1);
+        while (!text.empty() && static_cast<unsigned char>(text.back()) <= 32)
+            text.remove_suffix(1);
         return text;
     }
 
@@ -170,8 +180,10 @@ class StreamReader {
 class BlockCodec {
   public:
     BlockCodec(const VqTable& table, const BlockLayout& layout)
-        : layout_(layout), scrambled_(static_cast<size_t>(table.ColumnIndex(layout.scrambledColumn))),
-          name_(layout.nameTag), scrambledTag_(layout.scrambledTag) {
+        : layout_(layout),
+          scrambled_(static_cast<size_t>(table.ColumnIndex(layout.scrambledColumn))),
+          name_(layout.nameTag),
+          scrambledTag_(layout.scrambledTag) {
         for (const VqColumn& column : table.Columns()) {
             std::string tag = column.key;
             for (char& c : tag)
@@ -241,11 +253,14 @@ void ReadTableText(VqTable& table, const BlockLayout& layout, std::string_view t
 }
 
 void ClearAllTables(WorkingTables& tables) {
-    for (VqTable* table : {&tables.TaskTable, &tables.StepTable, &tables.TaskView, &tables.StepView})
+    for (VqTable* table :
+         {&tables.TaskTable, &tables.StepTable, &tables.TaskView, &tables.StepView})
         table->ClearRows();
 }
 
-[[noreturn]] void ThrowFileError(const std::string& path) { throw VqError(path + ": " + ErrnoText(errno)); }
+[[noreturn]] void ThrowFileError(const std::string& path) {
+    throw VqError(path + ": " + ErrnoText(errno));
+}
 
 void WriteWholeOrFail(const std::string& path, const std::string& content) {
     std::string error;
@@ -297,7 +312,8 @@ void RemoveStrayTemporaries(const std::string& dataPath) {
 }
 
 // Both files change as one: a crash before step 3 leaves the old pair, after it the new one.
-void WriteDatabasePair(const std::string& dataPath, const std::string& jobs, const std::string& steps) {
+void WriteDatabasePair(const std::string& dataPath, const std::string& jobs,
+                       const std::string& steps) {
     // 1.-2. Each new file whole beside the old one, through a temporary file, flushed, renamed.
     WriteWholeOrFail(dataPath + kJobsFile + kNewSuffix, jobs);
     WriteWholeOrFail(dataPath + kStepsFile + kNewSuffix, steps);
@@ -357,11 +373,14 @@ bool AddJournalEntry(WorkingTables& tables, const std::string& entry) {
 
 void ReplayJournal(Server& server) {
     std::string text;
-    if (!ReadWholeFile(server.DataPath + kJournalFile, text)) return;  // nothing since the last save
+    if (!ReadWholeFile(server.DataPath + kJournalFile, text))
+        return;  // nothing since the last save
     const int leftOut = ReplayJournalText(server.tables, text);
     if (leftOut > 0)
-        WriteServerLog(server, "Entries of the journal of submitted tasks that were cut short by a crash were left out: " +
-                                   std::to_string(leftOut));
+        WriteServerLog(server,
+                       "Entries of the journal of submitted tasks that were cut short by a crash "
+                       "were left out: " +
+                           std::to_string(leftOut));
 }
 
 void EnsureFoldersOfAllTasks(Server& server) {
@@ -369,7 +388,8 @@ void EnsureFoldersOfAllTasks(Server& server) {
     for (size_t i = 0; i < tasks.RowCount(); ++i) {
         const std::string key = tasks.RowAt(i).key;
         if (!EnsureTaskFolders(server, key))
-            throw VqError("Data in database or directory structure is not valid (" + key + ").", 78, kSource);
+            throw VqError("Data in database or directory structure is not valid (" + key + ").", 78,
+                          kSource);
     }
 }
 
@@ -377,7 +397,8 @@ std::string JournalEntry(WorkingTables& tables, const std::string& taskKey) {
     // An empty first line ends a line that a crash cut short in the middle of an earlier entry.
     std::string out = kCrLf;
     PutSection(out, kJournalEntryTag);
-    BlockCodec(tables.TaskTable, kTaskLayout).Write(out, tables.TaskTable.Row(taskKey), SystemRandom());
+    BlockCodec(tables.TaskTable, kTaskLayout)
+        .Write(out, tables.TaskTable.Row(taskKey), SystemRandom());
     const BlockCodec stepCodec(tables.StepTable, kStepLayout);
     for (int i = 1; const VqRow* step = tables.StepTable.FindRow(MakeStepKey(taskKey, i)); ++i)
         stepCodec.Write(out, *step, SystemRandom());
@@ -408,8 +429,10 @@ void SetDatabaseAside(const std::string& dataPath, int attempt) {
 
 // Moves a backup pair into the place of the database; the pair is used up.
 bool RestoreBackupPair(Server& server, bool second) {
-    return ::rename(BackupName(server, true, second).c_str(), (server.DataPath + kJobsFile).c_str()) == 0 &&
-           ::rename(BackupName(server, false, second).c_str(), (server.DataPath + kStepsFile).c_str()) == 0;
+    return ::rename(BackupName(server, true, second).c_str(),
+                    (server.DataPath + kJobsFile).c_str()) == 0 &&
+           ::rename(BackupName(server, false, second).c_str(),
+                    (server.DataPath + kStepsFile).c_str()) == 0;
 }
 
 int CompareTimes(const timespec& a, const timespec& b) {
@@ -517,7 +540,8 @@ bool RecoverQueueDatabase(Server& server) {
 }
 
 int ChooseBackup(Server& server, bool forWriting) {
-    struct stat first {}, second {};
+    struct stat first {
+    }, second{};
     const bool hasFirst = ::stat(BackupName(server, true, false).c_str(), &first) == 0;
     const bool hasSecond = ::stat(BackupName(server, true, true).c_str(), &second) == 0;
     if (!hasFirst) return forWriting ? 1 : (hasSecond ? 2 : kNoBackup);
@@ -537,14 +561,16 @@ int32_t JobNumberStore(Server& server, bool save) {
     if (server.NextTaskNumber >= 999999) server.NextTaskNumber = 0;
     const std::string file = server.DataPath + kTaskNumberFile;
     if (save) {
-        SaveRegSetting(server.registry, "ServerSettings", "JobNumber", std::to_string(server.NextTaskNumber));
+        SaveRegSetting(server.registry, "ServerSettings", "JobNumber",
+                       std::to_string(server.NextTaskNumber));
         WriteFileAtomic(file, std::to_string(server.NextTaskNumber) + "\r\n");
         return server.NextTaskNumber;
     }
     const int64_t stored = GetSettingNumber(server.registry, "ServerSettings", "JobNumber");
     std::string content;
     int64_t inFile = 0;
-    if (ReadWholeFile(file, content)) inFile = Val(content.substr(0, content.find_first_of("\r\n")));
+    if (ReadWholeFile(file, content))
+        inFile = Val(content.substr(0, content.find_first_of("\r\n")));
     const int64_t larger = std::max(stored, inFile);
     return static_cast<int32_t>(std::clamp<int64_t>(larger, 0, 999999));
 }
@@ -562,7 +588,8 @@ bool JournalSubmittedTask(Server& server, const std::string& taskKey) {
         AppendFlushed(server.DataPath + kJournalFile, JournalEntry(server.tables, taskKey));
         return true;
     } catch (const std::exception& e) {
-        WriteServerLog(server, "Error occurred while journaling the submitted task (" + taskKey + ")!\n" + e.what());
+        WriteServerLog(server, "Error occurred while journaling the submitted task (" + taskKey +
+                                   ")!\n" + e.what());
         return false;
     }
 }
