@@ -10,7 +10,8 @@
 #include "platform/Files.h"
 #include "storage/QueueDatabase.h"
 #include "storage/Settings.h"
-#include "tests/support/RunnerSupport.h"
+#include "tests/support/Process.h"
+#include "tests/support/TestSupport.h"
 
 namespace vq::test {
 namespace {
@@ -21,9 +22,6 @@ class MonitorTest : public testing::Test {
   protected:
     MonitorTest() { t->RunnerPath = BinPath("runlet"); }
 
-    void SetSetting(const char* name, const std::string& value) {
-        SaveRegSetting(*t.registry, "ServerSettings", name, value);
-    }
     void SetTask(const std::string& key, const char* column, const std::string& value) {
         SetCell(t->tables, kTaskTable, key, column, value);
     }
@@ -54,7 +52,7 @@ TEST_F(MonitorTest, PollCountRunsThroughTheDiagnosticPeriod) {
     } cases[] = {{"60000", 11, 0, 11}, {"60000", 1, 11, 0}, {"5000", 1, 0, 0}, {"100", 1, 0, 0},
                  {"2000000000", 1, 65534, 0}};
     for (const auto& c : cases) {
-        SetSetting("DiagC", c.diagC);
+        t.SetSetting("DiagC", c.diagC);
         t->PollCount = static_cast<uint16_t>(c.before);
         for (int i = 0; i < c.ticks; ++i) Timer3_Timer(*t);
         EXPECT_EQ(t->PollCount, c.after) << c.diagC << " from " << c.before;
@@ -97,8 +95,8 @@ TEST_F(MonitorTest, FinishedTasksLeaveAfterTheirStay) {
                  {"Complete", 0, "0", "0", false}};
     int number = 0;
     for (const auto& c : cases) {
-        SetSetting("TIQH", c.hours);
-        SetSetting("TIQM", c.minutes);
+        t.SetSetting("TIQH", c.hours);
+        t.SetSetting("TIQM", c.minutes);
         const std::string key =
             FinishedTask(++number, c.status, std::max<int64_t>(c.secondsAgo, 0));
         if (c.secondsAgo < 0) SetTask(key, "End", "");
@@ -162,7 +160,7 @@ TEST_F(MonitorTest, ADamagedRowEndsItsTaskOnce) {
 TEST_F(MonitorTest, ADiagnosticFollowsAPollWithValidCountersWhenThePeriodEnds) {
     const std::string key = AddRunnableTask(t, 1, "Diag", 1);
     SetStepCell(t, key, 1, "Command", "sleep 1");
-    SetSetting("DiagC", "10000");  // every second tick
+    t.SetSetting("DiagC", "10000");  // every second tick
     ASSERT_TRUE(RunNextStep(*t, true, key, 1));
     Pause(200);
     Timer3_Timer(*t);

@@ -5,7 +5,8 @@
 #include "core/StepSequencing.h"
 #include "platform/Files.h"
 #include "runner/RunnerLink.h"
-#include "tests/support/RunnerSupport.h"
+#include "tests/support/Process.h"
+#include "tests/support/TestSupport.h"
 
 namespace vq::test {
 namespace {

@@ -5,8 +5,6 @@
 //   reads N              make N read system calls of one byte each
 //   chain N MS FILE      a chain of N processes (child, grandchild, ...), each appending
 //                        "pid pgid" to FILE, all sleeping MS milliseconds in small slices
-//   escape FILE MS       a child that leaves the process group (setsid), writes its pid to
-//                        FILE and sleeps MS milliseconds; the helper itself exits at once
 //   linger FILE MS       a child that stays in the group, writes its pid to FILE and sleeps
 //                        MS milliseconds; the helper itself exits at once
 //   detach FILE MS       a double fork: a grandchild in a process group of its own, whose
@@ -93,11 +91,10 @@ int Chain(int n, long long ms, const char* file) {
     return 0;
 }
 
-int LeaveChild(const char* file, long long ms, bool newSession) {
+int Linger(const char* file, long long ms) {
     const pid_t child = fork();
     if (child < 0) return 2;
     if (child == 0) {
-        if (newSession) setsid();
         AppendLine(file, PidLine());
         SleepMs(ms);
         _exit(0);
@@ -133,8 +130,7 @@ int main(int argc, char** argv) {
     if (mode == "hold") return Hold(number(1), number(2));
     if (mode == "reads") return Reads(static_cast<long>(number(1)));
     if (mode == "chain" && args.size() == 4) return Chain(static_cast<int>(number(1)), number(2), args[3].c_str());
-    if (mode == "escape" && args.size() == 3) return LeaveChild(args[1].c_str(), number(2), true);
-    if (mode == "linger" && args.size() == 3) return LeaveChild(args[1].c_str(), number(2), false);
+    if (mode == "linger" && args.size() == 3) return Linger(args[1].c_str(), number(2));
     if (mode == "detach" && args.size() == 3) return Detach(args[1].c_str(), number(2));
     std::fprintf(stderr, "vqstephelper: unknown request\n");
     return 64;

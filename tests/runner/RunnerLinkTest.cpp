@@ -7,7 +7,8 @@
 
 #include "platform/Error.h"
 #include "runner/RunnerLink.h"
-#include "tests/support/RunnerSupport.h"
+#include "tests/support/Process.h"
+#include "tests/support/TestSupport.h"
 
 namespace vq::test {
 namespace {

@@ -4,7 +4,7 @@
 #include "platform/Error.h"
 #include "runner/StartFill.h"
 #include "storage/Settings.h"
-#include "tests/support/RunnerSupport.h"
+#include "tests/support/TestSupport.h"
 
 namespace vq::test {
 namespace {
