@@ -91,11 +91,13 @@ TEST_F(RunletTest, CpuBoundStepReportsGrowingCountersAndAtLeastTheCpuItBurned) {
     EXPECT_NE(Output().find("burned"), std::string::npos);
 }
 
-// 200 MB held; 10,000 reads made by a grandchild, whose counters count once it is reaped.
+// 200 MB held; 10,000 reads (and writes) made by a grandchild, whose counters count once it is
+// reaped.
 TEST_F(RunletTest, PeakMemoryAndIoCountOfTheWholeStep) {
     for (const bool memory : {true, false}) {
         RunletDriver driver;
-        driver.Start(Start(), memory ? Helper("hold 200 100") : Helper("reads 10000") + "; true");
+        driver.Start(Start(), memory ? Helper("hold 200 100")
+                                     : "dd if=/dev/zero of=/dev/null bs=1 count=10000 2>/dev/null; true");
         const ReplyRecord end = driver.RunToEnd().reply;
         EXPECT_EQ(end.StepRc, 1);
         EXPECT_GE(memory ? end.PeakMemory : end.IoCount, memory ? 200 * 1024 : 10'000LL * 10'000) << memory;
@@ -258,8 +260,8 @@ TEST_F(RunletTest, EveryProcessOfTheStepEndsWithItWhereverItWent) {
     for (const Case& c : cases) {
         RunletDriver driver;
         const std::string file = Folder() + "pids" + std::to_string(&c - cases);
-        driver.Start(Start(), Helper("linger " + file + " 1000000") + "; setsid sleep 1000 & echo $! >> " + file +
-                                  "; " + Helper("detach " + file + " 1000000") + c.rest);
+        driver.Start(Start(), "sleep 1000 & echo $! >> " + file + "; setsid sleep 1000 & echo $! >> " +
+                                  file + "; " + Helper("detach " + file + " 1000000") + c.rest);
         const std::vector<pid_t> pids = WaitForPids(file, 3);
         c.end(driver);
         EXPECT_NE(driver.WaitExit(), -1) << c.what;
