@@ -123,7 +123,8 @@ TEST_F(QueueCycleTest, TheSortOfTheTableIsPutBack) {
 TEST_F(QueueCycleTest, ABadPriorityEndsTheTickWithALogEntry) {
     const auto bad = Task(1, "Bad", kReady, "12x");
     Timer1_Timer(*ts);
-    EXPECT_THAT(ts.LogText(), HasSubstr("Error occurred while checking queue.\r\n\r\nType mismatch"));
+    EXPECT_THAT(ts.LogText(),
+                HasSubstr("Error occurred while checking queue.\r\n\r\nType mismatch"));
     EXPECT_EQ(Cell(bad, "Queue Priority"), "12x");
     EXPECT_EQ(Cell(bad, "Status"), kReady);
 }

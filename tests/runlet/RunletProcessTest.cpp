@@ -96,8 +96,8 @@ TEST_F(RunletTest, CpuBoundStepReportsGrowingCountersAndAtLeastTheCpuItBurned) {
 TEST_F(RunletTest, PeakMemoryAndIoCountOfTheWholeStep) {
     for (const bool memory : {true, false}) {
         RunletDriver driver;
-        driver.Start(Start(), memory ? Helper("hold 200 100")
-                                     : "dd if=/dev/zero of=/dev/null bs=1 count=10000 2>/dev/null; true");
+        const std::string reads = "dd if=/dev/zero of=/dev/null bs=1 count=10000 2>/dev/null; true";
+        driver.Start(Start(), memory ? Helper("hold 200 100") : reads);
         const ReplyRecord end = driver.RunToEnd().reply;
         EXPECT_EQ(end.StepRc, 1);
         EXPECT_GE(memory ? end.PeakMemory : end.IoCount, memory ? 200 * 1024 : 10'000LL * 10'000) << memory;
@@ -247,8 +247,8 @@ TEST_F(RunletTest, EveryProcessOfTheStepEndsWithItWhereverItWent) {
     const Case cases[] = {
         {"step ended", "",
          [](RunletDriver& d) {
-             EXPECT_THAT(d.RunToEnd().text,
-                         HasSubstr("3 processes of the step still ran after its command had ended"));
+             EXPECT_THAT(d.RunToEnd().text, HasSubstr("3 processes of the step still ran after "
+                                                      "its command had ended"));
          }},
         {"KILL", "; sleep 30", [](RunletDriver& d) { d.Send("KILL"), d.Send("END "); }},
         {"input closed", "; sleep 30", [](RunletDriver& d) { d.CloseInput(); }},
@@ -260,8 +260,9 @@ TEST_F(RunletTest, EveryProcessOfTheStepEndsWithItWhereverItWent) {
     for (const Case& c : cases) {
         RunletDriver driver;
         const std::string file = Folder() + "pids" + std::to_string(&c - cases);
-        driver.Start(Start(), "sleep 1000 & echo $! >> " + file + "; setsid sleep 1000 & echo $! >> " +
-                                  file + "; " + Helper("detach " + file + " 1000000") + c.rest);
+        const std::string left = "sleep 1000 & echo $! >> " + file +
+                                 "; setsid sleep 1000 & echo $! >> " + file + "; ";
+        driver.Start(Start(), left + Helper("detach " + file + " 1000000") + c.rest);
         const std::vector<pid_t> pids = WaitForPids(file, 3);
         c.end(driver);
         EXPECT_NE(driver.WaitExit(), -1) << c.what;
