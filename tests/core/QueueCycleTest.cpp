@@ -31,12 +31,6 @@ protected:
     TestServer ts;
 };
 
-TEST_F(QueueCycleTest, AnEmptyQueueDoesNothing) {
-    Timer1_Timer(*ts);
-    EXPECT_EQ(ts.screen.treeLoads, 0);
-    EXPECT_EQ(ts.LogText(), "");
-}
-
 // Two ticks: every phase but Complete ages, 999999 grows wider, the bound restarts.
 TEST_F(QueueCycleTest, AgesEveryPhaseButCompleteAndRestartsAboveTheBound) {
     const struct {
@@ -110,7 +104,11 @@ TEST_F(QueueCycleTest, ATaskWithNoStepToRunEndsWithoutASlotAndThePassGoesOn) {
     EXPECT_EQ(Cell(next, "Status"), kRunning);
 }
 
-TEST_F(QueueCycleTest, TheSortOfTheTableIsPutBack) {
+// An empty queue does nothing; a full one puts the sort of the table back.
+TEST_F(QueueCycleTest, AnEmptyQueueDoesNothingAndTheSortOfTheTableIsPutBack) {
+    Timer1_Timer(*ts);
+    EXPECT_EQ(ts.screen.treeLoads, 0);
+    EXPECT_EQ(ts.LogText(), "");
     ts.AddTask(1, "b", kWaiting, "000100");
     ts.AddTask(2, "a", kWaiting, "000300");
     ts->tables.TaskTable.SortOn(0, false);

@@ -78,6 +78,8 @@ TEST(Cells, AreReachedByTableNumberRowKeyAndColumnKeyInTheirTextForms) {
     std::string text;
     EXPECT_TRUE(GetRowText(t, kTaskTable, key, text));
     EXPECT_EQ(text, "Nightly build - part 2");
+    EXPECT_EQ(MakeStepKey("000123-Nightly", 12), "000123-Nightly-Step12");
+    EXPECT_EQ(StepRowText(2), "Step 0002");
 }
 
 TEST(Cells, OtherTableNumbersDoNothingAMissingRowOrColumnFailsIntoTheCaller) {
@@ -98,13 +100,6 @@ TEST(Cells, OtherTableNumbersDoNothingAMissingRowOrColumnFailsIntoTheCaller) {
     EXPECT_FALSE(GetRowText(t, kTaskTable, "000002-A", text));
     EXPECT_EQ(t.TaskTable.RowCount(), 1u);
     EXPECT_THROW(t.TaskTable.AddRow(key, "A"), VqError);
-}
-
-TEST(Rows, StepKeysAndTexts) {
-    EXPECT_EQ(MakeStepKey("000123-Nightly", 2), "000123-Nightly-Step2");
-    EXPECT_EQ(MakeStepKey("000123-Nightly", 12), "000123-Nightly-Step12");
-    EXPECT_EQ(StepRowText(2), "Step 0002");
-    EXPECT_EQ(MakeRowKey(999999, "x"), "999999-x");
 }
 
 // A table of a name and a value column, a row for each key with that value.
