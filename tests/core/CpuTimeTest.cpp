@@ -6,21 +6,16 @@
 namespace vq {
 namespace {
 
-TEST(CpuTimeText, FormatsAndParsesBothWays) {
-    EXPECT_EQ(FormatCpuTime({0, 0, 0, 0, 0}), "0:00:00:00:000");
-    EXPECT_EQ(FormatCpuTime({12, 1, 2, 3, 4}), "12:01:02:03:004");
-    EXPECT_EQ(ParseCpuTime("12:01:02:03:004"), (CpuTime{12, 1, 2, 3, 4}));
-    EXPECT_EQ(ParseCpuTime("0:00:00:00:000"), CpuTime{});
-    const CpuTime t{3, 23, 59, 59, 999};
-    EXPECT_EQ(ParseCpuTime(FormatCpuTime(t)), t);
-}
-
-TEST(CpuTimeText, ATextWithoutADayGivesZeros) {
-    EXPECT_EQ(ParseCpuTime(":01:02:03:004"), CpuTime{});
-    EXPECT_EQ(ParseCpuTime("1234"), CpuTime{});
-    EXPECT_EQ(ParseCpuTime(""), CpuTime{});
-    // A cut text reads what stands there.
-    EXPECT_EQ(ParseCpuTime("2:05"), (CpuTime{2, 5, 0, 0, 0}));
+TEST(CpuTimeText, FormatsAndParsesBothWaysAndATextWithoutADayGivesZeros) {
+    const std::pair<const char*, CpuTime> forms[] = {{"0:00:00:00:000", {}},
+                                                     {"12:01:02:03:004", {12, 1, 2, 3, 4}},
+                                                     {"3:23:59:59:999", {3, 23, 59, 59, 999}}};
+    for (const auto& [text, time] : forms) {
+        EXPECT_EQ(FormatCpuTime(time), text);
+        EXPECT_EQ(ParseCpuTime(text), time) << text;
+    }
+    for (const char* text : {":01:02:03:004", "1234", ""}) EXPECT_EQ(ParseCpuTime(text), CpuTime{});
+    EXPECT_EQ(ParseCpuTime("2:05"), (CpuTime{2, 5, 0, 0, 0}));  // a cut text reads what stands
 }
 
 TEST(CpuTimeSum, CarriesEachFieldOnceInOrder) {
@@ -30,12 +25,15 @@ TEST(CpuTimeSum, CarriesEachFieldOnceInOrder) {
 }
 
 TEST(TimeSpanText, FormatsDaysAndClock) {
-    EXPECT_EQ(FormatTimeSpan(SecondsToTimeSpan(86400)), "1 Day 00:00:00");
-    EXPECT_EQ(FormatTimeSpan(SecondsToTimeSpan(0)), "0 Days 00:00:00");
-    const int64_t seconds = 2 * 86400 + 3 * 3600 + 4 * 60 + 5;
-    EXPECT_EQ(FormatTimeSpan(SecondsToTimeSpan(seconds)), "2 Days 03:04:05");
-    EXPECT_EQ(TimeSpanToSeconds(SecondsToTimeSpan(seconds)), seconds);
-    EXPECT_EQ(FormatTimeSpan(SecondsToTimeSpan(400 * 86400 + 59)), "400 Days 00:00:59");
+    const std::pair<int64_t, const char*> spans[] = {
+        {0, "0 Days 00:00:00"},
+        {86400, "1 Day 00:00:00"},
+        {2 * 86400 + 3 * 3600 + 4 * 60 + 5, "2 Days 03:04:05"},
+        {400 * 86400 + 59, "400 Days 00:00:59"}};
+    for (const auto& [seconds, text] : spans) {
+        EXPECT_EQ(FormatTimeSpan(SecondsToTimeSpan(seconds)), text);
+        EXPECT_EQ(TimeSpanToSeconds(SecondsToTimeSpan(seconds)), seconds);
+    }
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // The queue cycle: ageing, the start pass by priority text through the real step sequencing,
 // slots, a damaged task that stops only itself, and the sort put back.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "core/QueueCycle.h"
@@ -10,6 +11,8 @@ namespace vq {
 namespace {
 
 using test::TestServer;
+using ::testing::HasSubstr;
+using ::testing::Not;
 
 class QueueCycleTest : public ::testing::Test {
 protected:
@@ -27,12 +30,6 @@ protected:
 
     TestServer ts;
 };
-
-TEST_F(QueueCycleTest, AnEmptyQueueDoesNothing) {
-    Timer1_Timer(*ts);
-    EXPECT_EQ(ts.screen.treeLoads, 0);
-    EXPECT_EQ(ts.LogText(), "");
-}
 
 // Two ticks: every phase but Complete ages, 999999 grows wider, the bound restarts.
 TEST_F(QueueCycleTest, AgesEveryPhaseButCompleteAndRestartsAboveTheBound) {
@@ -85,12 +82,9 @@ TEST_F(QueueCycleTest, ADamagedTaskStopsOnlyItself) {
         else
             ts->tables.StepTable.RemoveRow(MakeStepKey(damaged, 1));
         Timer1_Timer(*ts);
-        const std::string log = ts.LogText();
-        EXPECT_NE(log.find("Error occurred while executing the step (" + MakeStepKey(damaged, 1) +
-                           ")!\n" + failure),
-                  std::string::npos)
-            << log;
-        EXPECT_EQ(log.find("checking queue"), std::string::npos);
+        EXPECT_THAT(ts.LogText(), HasSubstr("Error occurred while executing the step (" +
+                                            MakeStepKey(damaged, 1) + ")!\n" + failure));
+        EXPECT_THAT(ts.LogText(), Not(HasSubstr("checking queue")));
         EXPECT_EQ(Cell(damaged, "Status"), kCompleteCancelled);
         EXPECT_EQ(Cell(damaged, "JobIndex"), "");
         EXPECT_EQ(Cell(next, "Status"), kRunning);
@@ -110,7 +104,11 @@ TEST_F(QueueCycleTest, ATaskWithNoStepToRunEndsWithoutASlotAndThePassGoesOn) {
     EXPECT_EQ(Cell(next, "Status"), kRunning);
 }
 
-TEST_F(QueueCycleTest, TheSortOfTheTableIsPutBack) {
+// An empty queue does nothing; a full one puts the sort of the table back.
+TEST_F(QueueCycleTest, AnEmptyQueueDoesNothingAndTheSortOfTheTableIsPutBack) {
+    Timer1_Timer(*ts);
+    EXPECT_EQ(ts.screen.treeLoads, 0);
+    EXPECT_EQ(ts.LogText(), "");
     ts.AddTask(1, "b", kWaiting, "000100");
     ts.AddTask(2, "a", kWaiting, "000300");
     ts->tables.TaskTable.SortOn(0, false);
@@ -123,8 +121,8 @@ TEST_F(QueueCycleTest, TheSortOfTheTableIsPutBack) {
 TEST_F(QueueCycleTest, ABadPriorityEndsTheTickWithALogEntry) {
     const auto bad = Task(1, "Bad", kReady, "12x");
     Timer1_Timer(*ts);
-    EXPECT_NE(ts.LogText().find("Error occurred while checking queue.\r\n\r\nType mismatch"),
-              std::string::npos);
+    EXPECT_THAT(ts.LogText(),
+                HasSubstr("Error occurred while checking queue.\r\n\r\nType mismatch"));
     EXPECT_EQ(Cell(bad, "Queue Priority"), "12x");
     EXPECT_EQ(Cell(bad, "Status"), kReady);
 }
@@ -145,15 +143,6 @@ TEST(FindFreeSlot, GivesTheLowestFreeSlotUnderTheLimit) {
     ts->RunningTaskCount = 1;
     ts->SlotUsed[2] = ts->SlotUsed[3] = true;
     EXPECT_FALSE(FindFreeSlot(*ts, slot));
-}
-
-TEST(QSS, SwitchesTheQueueAndTellsTheScreen) {
-    TestServer ts;
-    QSS(*ts, true);
-    EXPECT_TRUE(ts->QueueStarted);
-    QSS(*ts, false);
-    EXPECT_FALSE(ts->QueueStarted);
-    EXPECT_EQ(ts.screen.queueSwitches, (std::vector<bool>{true, false}));
 }
 
 }  // namespace

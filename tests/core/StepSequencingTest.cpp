@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -5,7 +6,8 @@
 #include "core/StepSequencing.h"
 #include "platform/Files.h"
 #include "runner/RunnerLink.h"
-#include "tests/support/RunnerSupport.h"
+#include "tests/support/Process.h"
+#include "tests/support/TestSupport.h"
 
 namespace vq::test {
 namespace {
@@ -146,10 +148,8 @@ TEST_F(StepSequencingTest, ASlotTakenByAnotherTaskCancelsTheTask) {
         const std::string key = AddRunnableTask(t, ++number, "Build", 1);
         EXPECT_FALSE(RunNextStep(*t, true, key, 1));
         EXPECT_EQ(Status(key), "Complete - Cancelled");
-        EXPECT_NE(t.LogText().find("Error occurred while executing the step (" +
-                                   MakeStepKey(key, 1) + ")!\n" + failure),
-                  std::string::npos)
-            << t.LogText();
+        EXPECT_THAT(t.LogText(), testing::HasSubstr("Error occurred while executing the step (" +
+                                                    MakeStepKey(key, 1) + ")!\n" + failure));
         EXPECT_TRUE(t->SlotUsed[1]);
         EXPECT_EQ(t->RunningTaskCount, 1);
         EXPECT_EQ(StepStatus(key, 1), "Pending");
@@ -169,9 +169,8 @@ TEST_F(StepSequencingTest, AFirstStepFailingInItsSlotIsCancelledWithItsCleanupSt
         Range(key, 2, cleanup ? "99" : "1", cleanup ? "99" : "1");
         SetCell(t->tables, kTaskTable, key, "RF", blocker + "/sub");
         EXPECT_FALSE(RunNextStep(*t, true, key, 1));
-        EXPECT_NE(
-            t.LogText().find("Error occurred while executing the step (" + MakeStepKey(key, 1)),
-            std::string::npos);
+        EXPECT_THAT(t.LogText(), testing::HasSubstr("Error occurred while executing the step (" +
+                                                    MakeStepKey(key, 1)));
         EXPECT_EQ(StepStatus(key, 1), "Complete - Cancelled");
         EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "99");
         EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "99");

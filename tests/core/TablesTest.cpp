@@ -78,6 +78,8 @@ TEST(Cells, AreReachedByTableNumberRowKeyAndColumnKeyInTheirTextForms) {
     std::string text;
     EXPECT_TRUE(GetRowText(t, kTaskTable, key, text));
     EXPECT_EQ(text, "Nightly build - part 2");
+    EXPECT_EQ(MakeStepKey("000123-Nightly", 12), "000123-Nightly-Step12");
+    EXPECT_EQ(StepRowText(2), "Step 0002");
 }
 
 TEST(Cells, OtherTableNumbersDoNothingAMissingRowOrColumnFailsIntoTheCaller) {
@@ -100,11 +102,13 @@ TEST(Cells, OtherTableNumbersDoNothingAMissingRowOrColumnFailsIntoTheCaller) {
     EXPECT_THROW(t.TaskTable.AddRow(key, "A"), VqError);
 }
 
-TEST(Rows, StepKeysAndTexts) {
-    EXPECT_EQ(MakeStepKey("000123-Nightly", 2), "000123-Nightly-Step2");
-    EXPECT_EQ(MakeStepKey("000123-Nightly", 12), "000123-Nightly-Step12");
-    EXPECT_EQ(StepRowText(2), "Step 0002");
-    EXPECT_EQ(MakeRowKey(999999, "x"), "999999-x");
+// A table of a name and a value column, a row for each key with that value.
+VqTable TableOf(const std::vector<std::pair<std::string, std::string>>& rows) {
+    VqTable table;
+    table.AddColumn({"Name", "Name", false, "1"});
+    table.AddColumn({"Value", "Value", false, "1"});
+    for (const auto& [key, value] : rows) table.AddRow(key, key).cells[1] = value;
+    return table;
 }
 
 std::string KeysInOrder(const VqTable& table) {
@@ -116,10 +120,8 @@ std::string KeysInOrder(const VqTable& table) {
 // Removed rows leave gaps that positions skip: in a walk from the last row that removes where
 // it stands, after removals anywhere, after an addition and a sort.
 TEST(Rows, RemovalKeepsTheOrderOfTheOthersAndTheirLookups) {
-    VqTable table;
-    table.AddColumn({"Name", "Name", false, "1"});
-    table.AddColumn({"Value", "Value", false, "1"});
-    for (char c = 'a'; c <= 'j'; ++c) table.AddRow(std::string(1, c), "row").cells[1] = c;
+    VqTable table = TableOf({{"a", "a"}, {"b", "b"}, {"c", "c"}, {"d", "d"}, {"e", "e"},
+                             {"f", "f"}, {"g", "g"}, {"h", "h"}, {"i", "i"}, {"j", "j"}});
     for (size_t i = table.RowCount(); i-- > 0;)
         if (i % 2 == 0) table.RemoveRow(table.RowAt(i).key);
     EXPECT_EQ(KeysInOrder(table), "bdfhj");
@@ -139,11 +141,7 @@ TEST(Rows, RemovalKeepsTheOrderOfTheOthersAndTheirLookups) {
 }
 
 TEST(Rows, SortOnAColumnTextIsStableAndRemembered) {
-    VqTable table;
-    table.AddColumn({"Name", "Name", false, "1"});
-    table.AddColumn({"P", "P", false, "1"});
-    const char* data[][2] = {{"a", "000200"}, {"b", "1000000"}, {"c", "999998"}, {"d", "000200"}};
-    for (auto& d : data) table.AddRow(d[0], d[0]).cells[1] = d[1];
+    VqTable table = TableOf({{"a", "000200"}, {"b", "1000000"}, {"c", "999998"}, {"d", "000200"}});
     table.SortOn(1, true);
     EXPECT_EQ(table.SortKey(), 1);
     EXPECT_TRUE(table.SortDescending());
@@ -160,11 +158,16 @@ protected:
     std::string Cell(const char* column) { return GetCell(ts->tables, kTaskTable, key, column); }
 };
 
-TEST_F(ChangeStatusTest, EqualStatusWritesNothing) {
+// An equal status writes nothing; a missing task is logged and gives false.
+TEST_F(ChangeStatusTest, EqualStatusWritesNothingAndAMissingTaskIsLogged) {
     SetCell(ts->tables, kTaskTable, key, "Status", "Odd");
     EXPECT_TRUE(ChangeStatus(*ts, key, "Running", "Running"));
     EXPECT_EQ(Cell("Status"), "Odd");
     EXPECT_EQ(Cell("Start"), "");
+    EXPECT_FALSE(ChangeStatus(*ts, "000008-Gone", "Ready", "Running"));
+    EXPECT_NE(ts.LogText().find("Error occurred while changing task's status(000008-Gone)!\n"
+                                "Element not found"),
+              std::string::npos);
 }
 
 TEST_F(ChangeStatusTest, RunningSetsStartCompleteSetsEndOthersNoDate) {
@@ -182,12 +185,6 @@ TEST_F(ChangeStatusTest, RunningSetsStartCompleteSetsEndOthersNoDate) {
     EXPECT_TRUE(ChangeStatus(*ts, key, "Complete", "Removed"));
     EXPECT_EQ(Cell("Status"), "Removed");
     EXPECT_EQ(Cell("End"), "2026-11-22 12:01:05");
-}
-
-TEST_F(ChangeStatusTest, AMissingTaskIsLoggedAndReturnsFalse) {
-    EXPECT_FALSE(ChangeStatus(*ts, "000008-Gone", "Ready", "Running"));
-    EXPECT_NE(ts.LogText().find("Error occurred while changing task's status(000008-Gone)!\nElement not found"),
-              std::string::npos);
 }
 
 // The row index against a plain set, through many inserts and removals that make long runs

@@ -18,44 +18,34 @@
 
 #include <cstdlib>
 #include <map>
+#include <sstream>
 #include <string>
 
-#include "runner/records/Records.h"
+#include "runner/RunnerLink.h"
 
 namespace {
 
+// Waits for its input as long as a test may run.
+constexpr int kForeverMs = 24 * 3600 * 1000;
+
 bool ReadExact(size_t size, std::string& out) {
     out.clear();
-    char buffer[4096];
-    while (out.size() < size) {
-        const size_t want = std::min(sizeof buffer, size - out.size());
-        const ssize_t n = read(STDIN_FILENO, buffer, want);
-        if (n <= 0) return false;
-        out.append(buffer, static_cast<size_t>(n));
-    }
-    return true;
+    return vq::ReadRunnerText(STDIN_FILENO, static_cast<int32_t>(size), out, kForeverMs) ==
+           static_cast<int32_t>(size);
 }
 
 void WriteAll(const std::string& bytes) {
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = write(STDOUT_FILENO, bytes.data() + done, bytes.size() - done);
-        if (n <= 0) std::_Exit(3);
-        done += static_cast<size_t>(n);
-    }
+    const auto size = static_cast<int32_t>(bytes.size());
+    if (vq::WriteRunnerText(STDOUT_FILENO, size, bytes) != size) std::_Exit(3);
 }
 
 std::map<std::string, std::string> ParseEnviron(const std::string& text) {
     std::map<std::string, std::string> values;
-    size_t at = 0;
-    while (at < text.size()) {
-        size_t end = text.find('\n', at);
-        if (end == std::string::npos) end = text.size();
-        std::string line = text.substr(at, end - at);
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
         const size_t eq = line.find('=');
         if (eq != std::string::npos) values[line.substr(0, eq)] = line.substr(eq + 1);
-        at = end + 1;
     }
     return values;
 }

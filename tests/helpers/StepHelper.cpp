@@ -2,13 +2,8 @@
 //
 //   burn MS              use MS milliseconds of CPU time, then print them
 //   hold MB MS           hold MB megabytes of touched memory for MS milliseconds
-//   reads N              make N read system calls of one byte each
 //   chain N MS FILE      a chain of N processes (child, grandchild, ...), each appending
 //                        "pid pgid" to FILE, all sleeping MS milliseconds in small slices
-//   escape FILE MS       a child that leaves the process group (setsid), writes its pid to
-//                        FILE and sleeps MS milliseconds; the helper itself exits at once
-//   linger FILE MS       a child that stays in the group, writes its pid to FILE and sleeps
-//                        MS milliseconds; the helper itself exits at once
 //   detach FILE MS       a double fork: a grandchild in a process group of its own, whose
 //                        parent has exited at once, writes its pid to FILE and sleeps MS ms
 #include <fcntl.h>
@@ -67,15 +62,6 @@ int Hold(long long mb, long long ms) {
     return 0;
 }
 
-int Reads(long n) {
-    const int fd = open("/dev/zero", O_RDONLY);
-    char c = 0;
-    for (long i = 0; i < n; ++i)
-        if (read(fd, &c, 1) != 1) return 2;
-    close(fd);
-    return 0;
-}
-
 int Chain(int n, long long ms, const char* file) {
     for (int level = 1; level < n; ++level) {
         const pid_t child = fork();
@@ -90,20 +76,6 @@ int Chain(int n, long long ms, const char* file) {
     }
     AppendLine(file, PidLine());
     SleepMs(ms);
-    return 0;
-}
-
-int LeaveChild(const char* file, long long ms, bool newSession) {
-    const pid_t child = fork();
-    if (child < 0) return 2;
-    if (child == 0) {
-        if (newSession) setsid();
-        AppendLine(file, PidLine());
-        SleepMs(ms);
-        _exit(0);
-    }
-    // Wait until the child has written, so that the test finds its pid.
-    for (int i = 0; i < 500 && access(file, F_OK) != 0; ++i) SleepMs(2);
     return 0;
 }
 
@@ -131,10 +103,7 @@ int main(int argc, char** argv) {
     const std::string mode = args.empty() ? "" : args[0];
     if (mode == "burn") return Burn(number(1));
     if (mode == "hold") return Hold(number(1), number(2));
-    if (mode == "reads") return Reads(static_cast<long>(number(1)));
     if (mode == "chain" && args.size() == 4) return Chain(static_cast<int>(number(1)), number(2), args[3].c_str());
-    if (mode == "escape" && args.size() == 3) return LeaveChild(args[1].c_str(), number(2), true);
-    if (mode == "linger" && args.size() == 3) return LeaveChild(args[1].c_str(), number(2), false);
     if (mode == "detach" && args.size() == 3) return Detach(args[1].c_str(), number(2));
     std::fprintf(stderr, "vqstephelper: unknown request\n");
     return 64;

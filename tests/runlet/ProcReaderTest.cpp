@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <tuple>
 
 #include "tests/support/TestSupport.h"
 
@@ -21,17 +22,12 @@ TEST(ParseStatTest, ReadsTheFieldsBehindTheNameWhateverTheNameHolds) {
     line.replace(3, 1, "a) (b c) Z 1");
     const auto stat = ParseStat(line);
     ASSERT_TRUE(stat);
-    EXPECT_EQ(stat->pid, 9);
     EXPECT_EQ(stat->name, "a) (b c) Z 1");
-    EXPECT_EQ(stat->state, 'S');
-    EXPECT_EQ(stat->ppid, 1);
-    EXPECT_EQ(stat->pgrp, 9);
-    EXPECT_EQ(stat->userTicks, 1u);
-    EXPECT_EQ(stat->systemTicks, 2u);
-    EXPECT_EQ(stat->childUserTicks, 3u);
-    EXPECT_EQ(stat->childSystemTicks, 4u);
-    EXPECT_EQ(stat->nice, -5);
-    EXPECT_EQ(stat->startTicks, 100u);
+    EXPECT_EQ(std::tie(stat->pid, stat->state, stat->ppid, stat->pgrp, stat->nice),
+              std::make_tuple(9, 'S', 1, 9, -5));
+    EXPECT_EQ(std::tie(stat->userTicks, stat->systemTicks, stat->childUserTicks,
+                       stat->childSystemTicks, stat->startTicks),
+              std::make_tuple(1u, 2u, 3u, 4u, 100u));
 }
 
 TEST(ParseStatTest, RefusesCutOrDamagedLines) {

@@ -1,28 +1,21 @@
 #include "RunletDriver.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <fstream>
 #include <stdexcept>
 #include <thread>
 
 #include "runlet/ProcReader.h"
+#include "runner/RunnerLink.h"
 #include "tests/support/TestSupport.h"
 
 namespace vq::test {
-namespace {
-
-int64_t NowMs() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
-}  // namespace
 
 std::string Helper(const std::string& arguments) { return BinPath("vqstephelper") + " " + arguments; }
 
@@ -55,26 +48,17 @@ RunletDriver::~RunletDriver() {
 }
 
 void RunletDriver::WriteBytes(const std::string& bytes) {
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(toRunner_.Get(), bytes.data() + done, bytes.size() - done);
-        if (n <= 0) throw std::runtime_error("runlet took no more input");
-        done += static_cast<size_t>(n);
-    }
+    const auto size = static_cast<int32_t>(bytes.size());
+    if (WriteRunnerText(toRunner_.Get(), size, bytes) != size)
+        throw std::runtime_error("runlet took no more input");
 }
 
 std::string RunletDriver::ReadBytes(size_t size, int timeoutMs) {
     std::string bytes;
-    const int64_t deadline = NowMs() + timeoutMs;
-    while (bytes.size() < size) {
-        pollfd p{fromRunner_.Get(), POLLIN, 0};
-        const int left = static_cast<int>(deadline - NowMs());
-        if (left <= 0 || ::poll(&p, 1, left) <= 0) throw std::runtime_error("runlet did not answer in time");
-        char buffer[4096];
-        const ssize_t n = ::read(fromRunner_.Get(), buffer, std::min(sizeof buffer, size - bytes.size()));
-        if (n <= 0) throw std::runtime_error("runlet closed its output");
-        bytes.append(buffer, static_cast<size_t>(n));
-    }
+    const int32_t got =
+        ReadRunnerText(fromRunner_.Get(), static_cast<int32_t>(size), bytes, timeoutMs);
+    if (got == -ETIMEDOUT) throw std::runtime_error("runlet did not answer in time");
+    if (got != static_cast<int32_t>(size)) throw std::runtime_error("runlet closed its output");
     return bytes;
 }
 

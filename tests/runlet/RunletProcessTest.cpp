@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,6 +19,9 @@
 
 namespace vq::test {
 namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
 
 constexpr int64_t kTicksPerMs = 10'000;  // 100-ns ticks
 
@@ -64,11 +68,8 @@ TEST_F(RunletTest, ReturnCodeRule) {
         EXPECT_EQ(end.reply.StepRc, c.rc) << c.command;
         EXPECT_EQ(end.reply.RunnerState, 5);
         EXPECT_EQ(end.reply.CountersValid, 1);
-        if (*c.note) {
-            EXPECT_NE(end.text.find(c.note), std::string::npos) << end.text;
-        } else {
-            EXPECT_EQ(end.text, "") << c.command;
-        }
+        EXPECT_TRUE(*c.note ? end.text.find(c.note) != std::string::npos : end.text.empty())
+            << c.command << ": " << end.text;
         EXPECT_EQ(driver.WaitExit(), 0);
     }
 }
@@ -90,11 +91,13 @@ TEST_F(RunletTest, CpuBoundStepReportsGrowingCountersAndAtLeastTheCpuItBurned) {
     EXPECT_NE(Output().find("burned"), std::string::npos);
 }
 
-// 200 MB held; 10,000 reads made by a grandchild, whose counters count once it is reaped.
+// 200 MB held; 10,000 reads (and writes) made by a grandchild, whose counters count once it is
+// reaped.
 TEST_F(RunletTest, PeakMemoryAndIoCountOfTheWholeStep) {
     for (const bool memory : {true, false}) {
         RunletDriver driver;
-        driver.Start(Start(), memory ? Helper("hold 200 100") : Helper("reads 10000") + "; true");
+        const std::string reads = "dd if=/dev/zero of=/dev/null bs=1 count=10000 2>/dev/null; true";
+        driver.Start(Start(), memory ? Helper("hold 200 100") : reads);
         const ReplyRecord end = driver.RunToEnd().reply;
         EXPECT_EQ(end.StepRc, 1);
         EXPECT_GE(memory ? end.PeakMemory : end.IoCount, memory ? 200 * 1024 : 10'000LL * 10'000) << memory;
@@ -244,8 +247,8 @@ TEST_F(RunletTest, EveryProcessOfTheStepEndsWithItWhereverItWent) {
     const Case cases[] = {
         {"step ended", "",
          [](RunletDriver& d) {
-             EXPECT_NE(d.RunToEnd().text.find("3 processes of the step still ran after its command had ended"),
-                       std::string::npos);
+             EXPECT_THAT(d.RunToEnd().text, HasSubstr("3 processes of the step still ran after "
+                                                      "its command had ended"));
          }},
         {"KILL", "; sleep 30", [](RunletDriver& d) { d.Send("KILL"), d.Send("END "); }},
         {"input closed", "; sleep 30", [](RunletDriver& d) { d.CloseInput(); }},
@@ -257,8 +260,9 @@ TEST_F(RunletTest, EveryProcessOfTheStepEndsWithItWhereverItWent) {
     for (const Case& c : cases) {
         RunletDriver driver;
         const std::string file = Folder() + "pids" + std::to_string(&c - cases);
-        driver.Start(Start(), Helper("linger " + file + " 1000000") + "; setsid sleep 1000 & echo $! >> " + file +
-                                  "; " + Helper("detach " + file + " 1000000") + c.rest);
+        const std::string left = "sleep 1000 & echo $! >> " + file +
+                                 "; setsid sleep 1000 & echo $! >> " + file + "; ";
+        driver.Start(Start(), left + Helper("detach " + file + " 1000000") + c.rest);
         const std::vector<pid_t> pids = WaitForPids(file, 3);
         c.end(driver);
         EXPECT_NE(driver.WaitExit(), -1) << c.what;
@@ -285,10 +289,9 @@ TEST_F(RunletTest, PrioritySetsTheNiceValueOfEveryProcessAndDiagWritesASnapshot)
     EXPECT_EQ(diag.text, "");
     EXPECT_EQ(diag.reply.RunnerState, 1);
     const std::string text = ReadFileText(Folder() + "Diag1.txt");
-    EXPECT_NE(text.find("Diagnostic of step 1 of task 000012 Runner test"), std::string::npos) << text;
-    for (pid_t pid : pids) EXPECT_NE(text.find(" " + std::to_string(pid) + " "), std::string::npos) << text;
-    EXPECT_NE(text.find("vqstephelper chain 2 30000"), std::string::npos) << text;
-    EXPECT_NE(text.find("sleeping"), std::string::npos) << text;
+    EXPECT_THAT(text, AllOf(HasSubstr("Diagnostic of step 1 of task 000012 Runner test"),
+                            HasSubstr("vqstephelper chain 2 30000"), HasSubstr("sleeping")));
+    for (pid_t pid : pids) EXPECT_THAT(text, HasSubstr(" " + std::to_string(pid) + " "));
     runlet.Send("KILL");
     runlet.Send("END ");
 }

@@ -4,10 +4,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <tuple>
 
 #include "platform/Error.h"
 #include "runner/RunnerLink.h"
-#include "tests/support/RunnerSupport.h"
+#include "tests/support/Process.h"
+#include "tests/support/TestSupport.h"
 
 namespace vq::test {
 namespace {
@@ -15,6 +17,8 @@ namespace {
 // True when `pid` is no child of this process any more: it has ended and been reaped.
 bool Reaped(pid_t pid) { return ::waitpid(pid, nullptr, WNOHANG) == -1 && errno == ECHILD; }
 
+// The pipes on standard input and output and nothing on error; descriptors that this setup
+// would overwrite are refused.
 TEST(RunnerLaunchPlan, PutsThePipesOnStandardInputAndOutputAndNothingOnError) {
     StartRecord start;
     start.UserName = "alice   ";
@@ -24,20 +28,16 @@ TEST(RunnerLaunchPlan, PutsThePipesOnStandardInputAndOutputAndNothingOnError) {
     const RunnerLaunchPlan plan = MakeRunnerLaunchPlan("/opt/vq/runlet", 7, 9, start);
     EXPECT_EQ(plan.program, "/opt/vq/runlet");
     ASSERT_EQ(plan.argv.size(), 1u);  // the runner gets no arguments
+    const ChildFdAction actions[] = {{ChildFdAction::Dup2, 7, STDIN_FILENO},
+                                     {ChildFdAction::Dup2, 9, STDOUT_FILENO},
+                                     {ChildFdAction::OpenNull, -1, STDERR_FILENO}};
     ASSERT_EQ(plan.fdActions.size(), 3u);
-    EXPECT_EQ(plan.fdActions[0].kind, ChildFdAction::Dup2);
-    EXPECT_EQ(plan.fdActions[0].from, 7);
-    EXPECT_EQ(plan.fdActions[0].to, STDIN_FILENO);
-    EXPECT_EQ(plan.fdActions[1].kind, ChildFdAction::Dup2);
-    EXPECT_EQ(plan.fdActions[1].from, 9);
-    EXPECT_EQ(plan.fdActions[1].to, STDOUT_FILENO);
-    EXPECT_EQ(plan.fdActions[2].kind, ChildFdAction::OpenNull);
-    EXPECT_EQ(plan.fdActions[2].to, STDERR_FILENO);
+    for (size_t i = 0; i < 3; ++i) {
+        const ChildFdAction& a = plan.fdActions[i];
+        EXPECT_EQ(std::tie(a.kind, a.from, a.to),
+                  std::tie(actions[i].kind, actions[i].from, actions[i].to));
+    }
     EXPECT_EQ(plan.title, "alice/Nightly.42.3");
-}
-
-TEST(RunnerLaunchPlan, RefusesDescriptorsThatTheSetupWouldOverwrite) {
-    const StartRecord start;
     EXPECT_THROW(MakeRunnerLaunchPlan("r", 0, 9, start), std::invalid_argument);
     EXPECT_THROW(MakeRunnerLaunchPlan("r", 7, 1, start), std::invalid_argument);
     EXPECT_THROW(MakeRunnerLaunchPlan("r", 7, 7, start), std::invalid_argument);

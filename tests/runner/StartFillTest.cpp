@@ -3,8 +3,7 @@
 #include "calendar/Common.h"
 #include "platform/Error.h"
 #include "runner/StartFill.h"
-#include "storage/Settings.h"
-#include "tests/support/RunnerSupport.h"
+#include "tests/support/TestSupport.h"
 
 namespace vq::test {
 namespace {
@@ -31,9 +30,6 @@ class StartFillTest : public testing::Test {
     void SetTaskCell(const char* column, const std::string& value) {
         SetCell(t->tables, kTaskTable, key, column, value);
     }
-    void SetSetting(const char* name, const std::string& value) {
-        SaveRegSetting(*t.registry, "ServerSettings", name, value);
-    }
     StartFill Fill() { return FillStartRecord(*t, key, 2); }
 
     TestServer t;
@@ -42,42 +38,32 @@ class StartFillTest : public testing::Test {
 
 TEST_F(StartFillTest, TakesEveryFieldFromTheTablesAndTheDefaultSettings) {
     const StartFill fill = Fill();
-    const StartRecord& r = fill.record;
-    EXPECT_EQ(r.ConsMode, 7);
-    EXPECT_EQ(r.WindowX, -1);
-    EXPECT_EQ(r.WindowY, -1);
-    EXPECT_EQ(r.WindowWidth, -1);
-    EXPECT_EQ(r.WindowHeight, -1);
-    EXPECT_EQ(r.BufferWidth, 300);
-    EXPECT_EQ(r.BufferHeight, 400);
-    EXPECT_EQ(r.TaskId, 42);
-    EXPECT_EQ(r.StepNumber, 2);
-    EXPECT_EQ(r.Priority, 22);
-    EXPECT_EQ(r.UserName, "tester");
-    EXPECT_EQ(r.Password, "ABCD");  // the block as it stands, hex-decoded only
-    EXPECT_EQ(r.TaskName, "Nightly");
-    EXPECT_EQ(r.SubmitTime, "2026-11-20 08:30:00");
-    EXPECT_EQ(r.CommandLength, 8);
-    EXPECT_EQ(r.FileRcLength, 6);
-    EXPECT_EQ(r.EnvironLength, 8);
-    EXPECT_EQ(r.WorkDir, "/srv/build");
-    EXPECT_EQ(r.OutputFile, TaskCellOf(t, key, "RF") + "/Step2.txt");
-    EXPECT_EQ(r.UserFolder, t->ServerPath + "LOCAL/tester/");
-    EXPECT_EQ(r.TaskIdText, "000042");
-    EXPECT_EQ(r.TaskMaxRc, 8);
-    EXPECT_EQ(r.TaskRc, 5);
-    EXPECT_EQ(r.StepMinRc, 5);
-    EXPECT_EQ(r.StepMaxRc, 9);
-    EXPECT_EQ(r.RepeatCount, 3);
-    EXPECT_EQ(r.SearchBlockSize, 2048);
-    EXPECT_EQ(r.MaxSearchSegment, 1024 * 1024);
-    EXPECT_EQ(r.MaxLineSize, 256);
-    EXPECT_EQ(r.CaptureDelay, 200);
-    EXPECT_EQ(r.OsKind, 6);
-    EXPECT_EQ(fill.commandText, "make all");
-    EXPECT_EQ(fill.fileRcText, "rc.txt");
-    EXPECT_EQ(fill.environText, "A=1\r\nB=2");
-    EXPECT_EQ(fill.warnings, "");
+    const std::pair<int32_t StartRecord::*, int32_t> numbers[] = {
+        {&StartRecord::ConsMode, 7},         {&StartRecord::WindowX, -1},
+        {&StartRecord::WindowY, -1},         {&StartRecord::WindowWidth, -1},
+        {&StartRecord::WindowHeight, -1},    {&StartRecord::BufferWidth, 300},
+        {&StartRecord::BufferHeight, 400},   {&StartRecord::TaskId, 42},
+        {&StartRecord::StepNumber, 2},       {&StartRecord::Priority, 22},
+        {&StartRecord::CommandLength, 8},    {&StartRecord::FileRcLength, 6},
+        {&StartRecord::EnvironLength, 8},    {&StartRecord::TaskMaxRc, 8},
+        {&StartRecord::TaskRc, 5},           {&StartRecord::StepMinRc, 5},
+        {&StartRecord::StepMaxRc, 9},        {&StartRecord::RepeatCount, 3},
+        {&StartRecord::SearchBlockSize, 2048}, {&StartRecord::MaxSearchSegment, 1024 * 1024},
+        {&StartRecord::MaxLineSize, 256},    {&StartRecord::CaptureDelay, 200}};
+    for (const auto& [field, value] : numbers) EXPECT_EQ(fill.record.*field, value) << value;
+    const std::pair<std::string StartRecord::*, std::string> texts[] = {
+        {&StartRecord::UserName, "tester"},
+        {&StartRecord::Password, "ABCD"},  // the block as it stands, hex-decoded only
+        {&StartRecord::TaskName, "Nightly"},
+        {&StartRecord::SubmitTime, "2026-11-20 08:30:00"},
+        {&StartRecord::WorkDir, "/srv/build"},
+        {&StartRecord::OutputFile, TaskCellOf(t, key, "RF") + "/Step2.txt"},
+        {&StartRecord::UserFolder, t->ServerPath + "LOCAL/tester/"},
+        {&StartRecord::TaskIdText, "000042"}};
+    for (const auto& [field, value] : texts) EXPECT_EQ(fill.record.*field, value);
+    EXPECT_EQ(fill.record.OsKind, 6);
+    const std::string blocks = fill.commandText + "|" + fill.fileRcText + "|" + fill.environText;
+    EXPECT_EQ(blocks + "|" + fill.warnings, "make all|rc.txt|A=1\r\nB=2|");
 }
 
 // Each setting read again at every start, with what it gives the runner.
@@ -95,7 +81,7 @@ TEST_F(StartFillTest, ReadsTheSettingsAgainAtEveryStart) {
                  {"CSEnabled", "0", &StartRecord::CaptureDelay, -1},  // whatever the delay
                  {"BufW", "1000", &StartRecord::BufferWidth, 601}};
     for (const auto& c : cases) {
-        SetSetting(c.name, c.value);
+        t.SetSetting(c.name, c.value);
         EXPECT_EQ(Fill().record.*c.field, c.expected) << c.name;
     }
     EXPECT_EQ(Fill().warnings, "");  // 601 lies within the new maximum
@@ -117,7 +103,7 @@ TEST_F(StartFillTest, PriorityIsClampedAgainstTheServerAndTheClassMaximum) {
     };
     for (const auto& c : cases) {
         SetTaskCell("CPU", c.cpu);
-        SetSetting("MJP", c.mjp);
+        t.SetSetting("MJP", c.mjp);
         const StartFill fill = Fill();
         EXPECT_EQ(fill.record.Priority, c.priority) << c.cpu;
         EXPECT_EQ(fill.warnings, c.warnings) << c.cpu;

@@ -32,24 +32,6 @@ TEST(Enkripcija, HexEncodeAndDecode) {
     EXPECT_EQ(HexDecode("0A4"), "\n");    // a last digit alone is dropped
 }
 
-TEST(Scrambling, ConstantsHaveTheirForms) {
-    const std::string& positions = BlockPositions();
-    ASSERT_GE(positions.size(), kBlockSize);
-    std::set<int> seen;
-    for (size_t i = 0; i < kBlockSize; ++i) seen.insert(static_cast<uint8_t>(positions[i]));
-    EXPECT_EQ(seen.size(), kBlockSize);
-    EXPECT_EQ(*seen.rbegin(), 39);
-    ASSERT_EQ(BlockMask().size(), 15u);
-    for (char c : BlockMask()) EXPECT_TRUE(c > 32 && c < 127);
-    // The code tables hold 64 different printable characters, none of them markup.
-    for (std::string_view table : CodeTables()) {
-        ASSERT_EQ(table.size(), 64u);
-        EXPECT_EQ(std::set<char>(table.begin(), table.end()).size(), 64u);
-        for (char c : table)
-            EXPECT_TRUE(c > 32 && c < 127 && c != '<' && c != '>' && c != '&') << c;
-    }
-}
-
 TEST(Enkripcija, RotationsAndXor) {
     EXPECT_EQ(RotateLeft(0), 0);
     EXPECT_EQ(RotateRight(255), 255);
@@ -166,22 +148,6 @@ TEST(EncStr, NextKeySwapsBitGroupsAsWorkedOutByHand) {
     const EncKey next = NextKey({0x11, 0x22, 0x33, 0x44}, counter);
     EXPECT_EQ(counter, 6);
     EXPECT_EQ(next, (EncKey{0x11, 0x62, 0x33, 0x04}));
-}
-
-TEST(EncStr, ToText64PlacesTheBitsInTheirTables) {
-    const auto& t = CodeTables();
-    // 0x41: low 1, high 1; 0xFF: low 63, high 3; 0x80: low 0, high 2.
-    const std::string full = ToText64("\x41\xFF\x80");
-    EXPECT_EQ(full, (std::string{t[1][1], t[2][63], t[3][1 * 16 + 2 * 4 + 3], t[4][0]}));
-    EXPECT_EQ(ToText64("\x41\xFF"), (std::string{t[1][1], t[2][63], t[3][1 * 16 + 3]}));
-    const std::string one = ToText64("\x41");
-    ASSERT_EQ(one.size(), 2u);
-    EXPECT_EQ(one[0], t[1][1]);
-    EXPECT_EQ(PlaceIn(3, one[1]) >> 4, 1);
-    ASSERT_EQ(ToText64("").size(), 1u);
-    EXPECT_LT(PlaceIn(3, ToText64("")[0]), 16);
-    EXPECT_EQ(FromText64(full), "\x41\xFF\x80");
-    EXPECT_EQ(FromText64(one), "\x41");
 }
 
 TEST(EncStr, TextThatNoEncodingGaveRaisesAnError) {

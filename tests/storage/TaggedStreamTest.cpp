@@ -100,19 +100,12 @@ TEST(TrimLine, RemovesEveryCodeUpTo32FromBothEnds) {
     EXPECT_EQ(TrimLine("\xE9x\xE9"), "\xE9x\xE9");  // high codes are characters, not blanks
 }
 
-TEST(TaggedFile, WritesFourAndEightBlanksAndCrLf) {
-    ZkOutFile f;
-    OutputZkTag(f, "PONDERS");
-    OutputZkC(f, "PONDER0", "1\r\n2");
-    OutputZkTag(f, "/PONDERS");
-    EXPECT_EQ(f.Text(), "    <PONDERS>\r\n        <PONDER0>1\0012</PONDER0>\r\n    </PONDERS>\r\n");
-}
-
-TEST(TaggedFile, ReadsValuesCutAtTheFirstClosingTag) {
+TEST(TaggedFile, WritesFourAndEightBlanksAndReadsValuesCutAtTheFirstClosingTag) {
     ZkOutFile out;
     OutputZkTag(out, "S");
     OutputZkC(out, "V", "a</V>b");
     OutputZkC(out, "W", "x\ny");
+    EXPECT_EQ(out.Text(), "    <S>\r\n        <V>a</V>b</V>\r\n        <W>x\001y</W>\r\n");
     ZkInFile in(out.Text());
     EXPECT_TRUE(InputZkTag(in, "S"));
     EXPECT_EQ(InputZkC(in, "V"), "a");

@@ -7,6 +7,8 @@
 
 #include "access/QueueFolders.h"
 #include "calendar/Common.h"
+#include "core/Monitor.h"
+#include "core/tables/Status.h"
 #include "platform/Files.h"
 #include "storage/Settings.h"
 
@@ -45,32 +47,17 @@ std::string TestServer::AddTask(int number, const std::string& name, const std::
     const std::string key = MakeRowKey(number, name);
     VqTable& tasks = server->tables.TaskTable;
     VqRow& row = tasks.AddRow(key, name);
-    auto set = [&](const char* column, const std::string& value) {
-        row.cells[tasks.ColumnIndex(column)] = value;
-    };
-    set("ID", ZeroPad(number, 6));
-    set("Status", status);
-    set("Class", "A");
-    set("UserName", "tester");
-    set("Domain", "LOCAL");
-    set("Server", "HOST");
-    set("JobReport", name);
-    set("Queue Priority", priority);
-    set("CPU", "22");
-    set("SchTime", FormatDateTime(clock.Now()));
-    set("AllR", "0001");
-    set("CurRepeat", "0");
-    set("SubTime", FormatDateTime(clock.Now()));
-    set("CurStep", "0000");
-    set("AllSteps", "0000");
-    set("JobRC", "01");
-    set("MaxRC", "08");
-    set("RF", server->ServerPath + "LOCAL/tester/" + name + "/" + ZeroPad(number, 6));
-    set("MaxRunTime", "000000000");
-    set("PeakMem", "000000000");
-    set("IO", "00000000000000");
-    set("TCPU", "0:00:00:00:000");
-    set("Units", "000000000");
+    const std::string id = ZeroPad(number, 6), now = FormatDateTime(clock.Now());
+    const std::pair<const char*, std::string> cells[] = {
+        {"ID", id}, {"Status", status}, {"Class", "A"}, {"UserName", "tester"},
+        {"Domain", "LOCAL"}, {"Server", "HOST"}, {"JobReport", name},
+        {"Queue Priority", priority}, {"CPU", "22"}, {"SchTime", now}, {"SubTime", now},
+        {"AllR", "0001"}, {"CurRepeat", "0"}, {"CurStep", "0000"}, {"AllSteps", "0000"},
+        {"JobRC", "01"}, {"MaxRC", "08"}, {"MaxRunTime", "000000000"},
+        {"PeakMem", "000000000"}, {"IO", "00000000000000"}, {"TCPU", "0:00:00:00:000"},
+        {"Units", "000000000"},
+        {"RF", server->ServerPath + "LOCAL/tester/" + name + "/" + id}};
+    for (const auto& [column, value] : cells) row.cells[tasks.ColumnIndex(column)] = value;
     return key;
 }
 
@@ -78,22 +65,54 @@ void TestServer::AddSteps(const std::string& taskKey, int count) {
     VqTable& steps = server->tables.StepTable;
     for (int i = 1; i <= count; ++i) {
         VqRow& row = steps.AddRow(MakeStepKey(taskKey, i), StepRowText(i));
-        auto set = [&](const char* column, const std::string& value) {
-            row.cells[steps.ColumnIndex(column)] = value;
-        };
-        set("StepStatus", "Pending");
-        set("Execute", "Yes");
-        set("StepRC", "00");
-        set("MinRC", "1");
-        set("MaxRC", "1");
-        set("Command", "true");
-        set("WorkDir", "%VQS%");
-        set("Parent", taskKey);
+        const std::pair<const char*, const char*> cells[] = {
+            {"StepStatus", "Pending"}, {"Execute", "Yes"}, {"StepRC", "00"}, {"MinRC", "1"},
+            {"MaxRC", "1"}, {"Command", "true"}, {"WorkDir", "%VQS%"}};
+        for (const auto& [column, value] : cells) row.cells[steps.ColumnIndex(column)] = value;
+        row.cells[steps.ColumnIndex("Parent")] = taskKey;
     }
     SetCell(server->tables, kTaskTable, taskKey, "AllSteps", ZeroPad(count, 4));
 }
 
 std::string TestServer::LogText() const { return ReadFileText(server->DataPath + "SrvLog.txt"); }
+
+void TestServer::SetSetting(const char* name, const std::string& value) {
+    SaveRegSetting(*registry, "ServerSettings", name, value);
+}
+
+std::string AddRunnableTask(TestServer& t, int number, const std::string& name, int steps,
+                            const std::string& status) {
+    const std::string key = t.AddTask(number, name, status);
+    SetCell(t->tables, kTaskTable, key, "UserName", "$LOCALUSER$");
+    SetTaskFolder(*t, key);
+    t.AddSteps(key, steps);
+    EnsureTaskFolders(*t, key);
+    return key;
+}
+
+void SetStepCell(TestServer& t, const std::string& taskKey, int step, const char* column,
+                 const std::string& value) {
+    SetCell(t->tables, kStepTable, MakeStepKey(taskKey, step), column, value);
+}
+
+std::string StepCell(TestServer& t, const std::string& taskKey, int step, const char* column) {
+    return GetCell(t->tables, kStepTable, MakeStepKey(taskKey, step), column);
+}
+
+std::string TaskCellOf(TestServer& t, const std::string& taskKey, const char* column) {
+    return GetCell(t->tables, kTaskTable, taskKey, column);
+}
+
+bool TickUntilComplete(TestServer& t, const std::string& taskKey, int limitMs) {
+    return WaitUntil(
+        [&] {
+            Timer3_Timer(*t);
+            if (BaseStatus(TaskCellOf(t, taskKey, "Status")) == kComplete) return true;
+            t.clock.Advance(2);
+            return false;
+        },
+        limitMs);
+}
 
 LocaleScope::LocaleScope(const std::string& name)
     : name_(name), before_(std::setlocale(LC_ALL, nullptr)),

@@ -1,6 +1,7 @@
 #pragma once
 // What the engine's tests share: a fake clock, an operator with scripted answers, a screen
-// that counts refreshes, a temporary folder, a fresh server over all of them, and locales.
+// that counts refreshes, a temporary folder, a fresh server over all of them, its cells and
+// tasks that real runners run, and locales.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -99,6 +100,7 @@ public:
     void AddSteps(const std::string& taskKey, int count);
     // The server log's whole text, empty when there is none.
     std::string LogText() const;
+    void SetSetting(const char* name, const std::string& value);
 
     TempDir dir;
     FakeClock clock;
@@ -118,6 +120,18 @@ bool WaitUntil(Done done, int limitMs, int stepMs = 5) {
     }
     return true;
 }
+
+// A task of the server's own user with `steps` steps of range 1 to 1 running `true`, its folders
+// made as submission makes them.
+std::string AddRunnableTask(TestServer& t, int number, const std::string& name, int steps,
+                            const std::string& status = "Ready");
+void SetStepCell(TestServer& t, const std::string& taskKey, int step, const char* column,
+                 const std::string& value);
+std::string StepCell(TestServer& t, const std::string& taskKey, int step, const char* column);
+std::string TaskCellOf(TestServer& t, const std::string& taskKey, const char* column);
+// Runs monitor ticks, the fake clock two seconds on for each, until the task's phase is
+// Complete; false when it isn't within `limitMs` of real time.
+bool TickUntilComplete(TestServer& t, const std::string& taskKey, int limitMs = 20000);
 
 // Sets LC_ALL to a locale while it lives and puts back the one before.
 class LocaleScope {

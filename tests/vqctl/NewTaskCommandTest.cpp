@@ -14,15 +14,10 @@
 namespace vq {
 namespace {
 
-struct RunResult {
-    int exitCode = -1;
-    std::string output;  // standard output and standard error
-};
-
-RunResult RunVqctl(std::vector<std::string> args, const std::vector<std::string>& env = {}) {
+test::ProcessResult RunVqctl(std::vector<std::string> args,
+                             const std::vector<std::string>& env = {}) {
     args.insert(args.begin(), test::BinPath("vqctl"));
-    const test::ProcessResult run = test::RunProcess(args, env);
-    return {run.exitCode, run.out + run.err};
+    return test::RunProcess(args, env);
 }
 
 class NewTask : public ::testing::Test {
@@ -49,8 +44,8 @@ std::string Fields(const TaskStep& s) {
 
 TEST_F(NewTask, FillsWhatIsNotGivenWithSensibleValues) {
     const std::string path = dir.Path() + "backup.vqf";
-    const RunResult run = RunVqctl({"new-task", "--step", "tar czf /tmp/x.tgz .", path});
-    ASSERT_EQ(run.exitCode, 0) << run.output;
+    const test::ProcessResult run = RunVqctl({"new-task", "--step", "tar czf /tmp/x.tgz .", path});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
     ASSERT_TRUE(Load(path)) << error;
     const TaskGeneral& g = task.general;
     EXPECT_EQ(
@@ -72,7 +67,7 @@ TEST_F(NewTask, FillsWhatIsNotGivenWithSensibleValues) {
 TEST_F(NewTask, TakesTaskAndStepOptions) {
     const std::string path = dir.Path() + "t.vqf";
     // clang-format off
-    const RunResult run = RunVqctl({"new-task", "--name", "Nightly build", "--class", "c",
+    const test::ProcessResult run = RunVqctl({"new-task", "--name", "Nightly build", "--class", "c",
         "--priority", "5", "--cpu-priority", "31", "--at", "2027-01-02 03:04:05", "--max-rc", "2",
         "--max-time", "3600", "--depends", "Other", "--report", "rep", "--password", "secret",
         "--encrypted",
@@ -80,7 +75,7 @@ TEST_F(NewTask, TakesTaskAndStepOptions) {
         "--env", "B=two words", "--file-rc", "rc.txt",
         "--step", "echo cleanup", "--rc", "0-99", "--skip", path});
     // clang-format on
-    ASSERT_EQ(run.exitCode, 0) << run.output;
+    ASSERT_EQ(run.exitCode, 0) << run.err;
     ASSERT_TRUE(Load(path)) << error;
     EXPECT_EQ(Fields(task.general),
               "name=Nightly build report=rep user=$LOCALUSER$ domain=$LOCALS$ class=C priority=5 "
@@ -104,10 +99,10 @@ TEST_F(NewTask, TakesTheLocalesDateAndTheCellForm) {
     for (const auto& [locale, at] : cases) {
         test::LocaleScope scope(locale);
         ASSERT_TRUE(scope.Active());
-        const RunResult run =
+        const test::ProcessResult run =
             RunVqctl({"new-task", "--step", "x", "--domain", "", "--at", at, path},
                      {std::string("LC_ALL=") + locale});
-        ASSERT_EQ(run.exitCode, 0) << run.output;
+        ASSERT_EQ(run.exitCode, 0) << run.err;
         ASSERT_TRUE(Load(path)) << error;
         EXPECT_EQ(task.general.ScheduledTime, "2027-01-09 19:05:03") << locale << " " << at;
         EXPECT_EQ(task.general.Domain, "");
@@ -133,14 +128,14 @@ TEST_F(NewTask, RefusesWhatWouldMakeAnInvalidTaskFile) {
         {"new-task", "--step"},
     };
     for (const auto& args : bad) {
-        const RunResult run = RunVqctl(args);
-        EXPECT_EQ(run.exitCode, 2) << args.back() << ": " << run.output;
-        EXPECT_NE(run.output.find("vqctl new-task: "), std::string::npos) << run.output;
+        const test::ProcessResult run = RunVqctl(args);
+        EXPECT_EQ(run.exitCode, 2) << args.back() << ": " << run.err;
+        EXPECT_NE(run.err.find("vqctl new-task: "), std::string::npos) << run.err;
     }
     EXPECT_FALSE(PathExists(path));
-    const RunResult unwritable =
+    const test::ProcessResult unwritable =
         RunVqctl({"new-task", "--step", "x", dir.Path() + "missing/t.vqf"});
-    EXPECT_EQ(unwritable.exitCode, 1) << unwritable.output;
+    EXPECT_EQ(unwritable.exitCode, 1) << unwritable.err;
 }
 
 }  // namespace
