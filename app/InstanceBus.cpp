@@ -10,7 +10,9 @@ bool InstanceBus::Register() {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) return false;
     if (!bus.registerService(QString::fromLatin1(kBusName))) return false;
-    return bus.registerObject(QString::fromLatin1(kBusPath), this, QDBusConnection::ExportAllSlots);
+    // ServerTask is an adaptor of this object: one path, two interfaces.
+    return bus.registerObject(QString::fromLatin1(kBusPath), this,
+                              QDBusConnection::ExportAllSlots | QDBusConnection::ExportAdaptors);
 }
 
 bool InstanceBus::AskRunningServerToShow() {

@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
+#include <QDBusConnection>
 #include <csignal>
 #include <cstdlib>
 
+#include "access/servertask/ServerTaskAdaptor.h"
 #include "core/Monitor.h"
 #include "core/QueueCycle.h"
 #include "reports/ServerLog.h"
@@ -58,7 +60,11 @@ int ServerProcess::Start(const StartRequest& request) {
         case StartResult::EndFailed: return 1;
         case StartResult::Serve: break;
     }
-    bus_.Register();
+    new ServerTaskAdaptor(&bus_, *server_);  // owned by bus_
+    if (!QDBusConnection::sessionBus().isConnected())
+        WriteServerLog(*server_, "No session bus was found: clients can't reach this server.");
+    else if (!bus_.Register())
+        WriteServerLog(*server_, "The server could not take its name on the session bus: clients can't reach it.");
 
     // The closing path runs on the event loop when a signal arrives.
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, g_signalFds) == 0) {
