@@ -2,7 +2,7 @@
 # Installs the packages that building, running and testing need, when any is missing.
 set -euo pipefail
 # The fuzz targets also need clang (see fuzz/CMakeLists.txt); building and testing don't.
-packages=(cmake make g++ qt6-base-dev libsqlite3-dev libgtest-dev libgmock-dev
+packages=(cmake make g++ qt6-base-dev libsqlite3-dev libcli11-dev libgtest-dev libgmock-dev
           libbenchmark-dev dbus)
 missing=()
 for p in "${packages[@]}"; do

@@ -1,15 +1,15 @@
 #pragma once
-// The commands of vqctl. Each takes the words after its own name and returns the exit code.
-#include <string>
-#include <vector>
+// The command groups of vqctl. Each adds its subcommands to the application; the callback of the
+// command chosen sets the exit code: 0 done, 1 failed, 2 a usage error.
+namespace CLI {
+class App;
+}
 
 namespace vqctl {
 
-using Args = std::vector<std::string>;
-
-// config get|set|list SECTION [NAME [VALUE]]
-int ConfigCommand(const Args& args);
-// new-task [OPTIONS] --step COMMAND ... FILE: writes a task file
-int NewTaskCommand(const Args& args);
+// config get|set|list: the server's settings.
+void AddConfigCommands(CLI::App& app, int& exitCode);
+// new-task: writes a task file.
+void AddNewTaskCommand(CLI::App& app, int& exitCode);
 
 }  // namespace vqctl

@@ -1,5 +1,8 @@
+// vqctl config: reads and changes the server's settings in the settings store.
+#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <map>
+#include <memory>
 
 #include "calendar/Common.h"
 #include "storage/Settings.h"
@@ -8,14 +11,13 @@
 namespace vqctl {
 namespace {
 
-int Usage() {
-    std::fputs(
-        "usage: vqctl config get SECTION NAME\n"
-        "       vqctl config set SECTION NAME VALUE [--integer]\n"
-        "       vqctl config list [SECTION]    (NAME=VALUE lines, the values in force)\n"
-        "SECTION is ServerSettings, StartSet or Settings.\n",
-        stderr);
-    return 2;
+struct ConfigArgs {
+    std::string section, name, value;
+    bool integer = false;
+};
+
+vq::Registry UserRegistry() {
+    return vq::Registry(vq::Registry::DefaultDatabasePath(), vq::Registry::DefaultAutostartDir());
 }
 
 // The sections that the server reads, spelled as it spells them.
@@ -46,7 +48,8 @@ int List(vq::Registry& reg, const std::string& section) {
     std::map<std::string, std::string> values;
     for (const vq::SettingDef& def : vq::SettingDefs())
         if (section.empty() || def.section == section)
-            values[std::string(def.section) + "\t" + def.name] = vq::GetSettingText(reg, def.section, def.name);
+            values[std::string(def.section) + "\t" + def.name] =
+                vq::GetSettingText(reg, def.section, def.name);
     for (const std::string& key : reg.Keys(vq::Hive::CurrentUser)) {
         const std::string prefix = vq::kServerRoot + "\\";
         if (key.rfind(prefix, 0) != 0) continue;
@@ -67,15 +70,37 @@ int List(vq::Registry& reg, const std::string& section) {
 
 }  // namespace
 
-int ConfigCommand(const Args& args) {
-    if (args.empty()) return Usage();
-    vq::Registry reg(vq::Registry::DefaultDatabasePath(), vq::Registry::DefaultAutostartDir());
-    const std::string& verb = args[0];
-    if (verb == "get" && args.size() == 3) return Get(reg, CanonicalSection(args[1]), args[2]);
-    if (verb == "set" && (args.size() == 4 || (args.size() == 5 && args[4] == "--integer")))
-        return Set(reg, CanonicalSection(args[1]), args[2], args[3], args.size() == 5);
-    if (verb == "list" && args.size() <= 2) return List(reg, args.size() == 2 ? CanonicalSection(args[1]) : "");
-    return Usage();
+void AddConfigCommands(CLI::App& app, int& exitCode) {
+    CLI::App* config = app.add_subcommand("config", "Read and change the server's settings");
+    config->footer("SECTION is ServerSettings, StartSet or Settings.");
+    config->require_subcommand(1);
+    auto args = std::make_shared<ConfigArgs>();
+
+    CLI::App* get = config->add_subcommand("get", "Print the value of one setting");
+    get->add_option("SECTION", args->section, "the section")->required();
+    get->add_option("NAME", args->name, "the setting's name")->required();
+    get->callback([args, &exitCode] {
+        vq::Registry reg = UserRegistry();
+        exitCode = Get(reg, CanonicalSection(args->section), args->name);
+    });
+
+    CLI::App* set = config->add_subcommand("set", "Store the value of one setting");
+    set->add_option("SECTION", args->section, "the section")->required();
+    set->add_option("NAME", args->name, "the setting's name")->required();
+    set->add_option("VALUE", args->value, "the new value")->required();
+    set->add_flag("--integer", args->integer, "store it in integer form rather than as text");
+    set->callback([args, &exitCode] {
+        vq::Registry reg = UserRegistry();
+        exitCode =
+            Set(reg, CanonicalSection(args->section), args->name, args->value, args->integer);
+    });
+
+    CLI::App* list = config->add_subcommand("list", "Print NAME=VALUE lines, the values in force");
+    list->add_option("SECTION", args->section, "only this section");
+    list->callback([args, &exitCode] {
+        vq::Registry reg = UserRegistry();
+        exitCode = List(reg, args->section.empty() ? "" : CanonicalSection(args->section));
+    });
 }
 
 }  // namespace vqctl

@@ -2,9 +2,14 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <map>
+#include <memory>
 #include <optional>
+#include <utility>
 
 #include "calendar/Common.h"
 #include "calendar/DateTime.h"
@@ -15,51 +20,6 @@
 
 namespace vqctl {
 namespace {
-
-const char* const kUsage =
-    "usage: vqctl new-task [TASK OPTIONS] --step COMMAND [STEP OPTIONS] [--step COMMAND ...] FILE\n"
-    "\n"
-    "Writes the task file FILE (.vqf) for the Orvantis Personal Server. Hand it in by putting it\n"
-    "into the queue's $InQ folder and submitting its name.\n"
-    "\n"
-    "Task options:\n"
-    "  --name NAME          task name (default: FILE's name without .vqf)\n"
-    "  --class LETTER       task class, A to Z (default A)\n"
-    "  --priority CODE      queue priority: 0 or 1 as they stand, 2 low, 3 normal, 4 high,\n"
-    "                       5 highest (default 3)\n"
-    "  --cpu-priority NN    CPU priority as class digit and level digit: class 0 Low,\n"
-    "                       1 BelowNormal, 2 Normal, 3 AboveNormal, 4 High; level 0 to 6\n"
-    "                       (default 22, Normal 2)\n"
-    "  --at DATETIME        scheduled time, \"yyyy-mm-dd hh:mm:ss\", \"yyyy-mm-dd hh:mm\" or\n"
-    "                       \"yyyy-mm-dd\" (default: now)\n"
-    "  --repeat TEXT        repeat string: 4 digits of times, 31 month-day and 7 week-day marks,\n"
-    "                       2 digits of hours, 2 of minutes, then ED, WD, WDH, SS or SSH\n"
-    "                       (default: a single run)\n"
-    "  --max-rc N           highest task return code that counts as success (default 1: the\n"
-    "                       last step exited 0)\n"
-    "  --max-time SECONDS   longest running time, 0 for no limit (default 0)\n"
-    "  --depends TASK       start only after the task named TASK has ended\n"
-    "  --report NAME        name of the task report file, without .txt (default: the task name)\n"
-    "  --user NAME          user the steps run as (default $LOCALUSER$, the user logged on)\n"
-    "  --domain NAME        that user's domain (default $LOCALS$, no domain)\n"
-    "  --password TEXT      that user's password, stored scrambled (default: empty)\n"
-    "  --server NAME        computer that runs the task (default: this computer)\n"
-    "  --encrypted          write the encrypted form of the file\n"
-    "\n"
-    "Step options, for the --step given last before them:\n"
-    "  --step COMMAND       adds a step that runs COMMAND with /bin/sh -c (at least one step)\n"
-    "  --step-name NAME     name of the step (default \"Step N\")\n"
-    "  --dir FOLDER         working folder (default: the task's own folder)\n"
-    "  --rc MIN[-MAX]       the step runs when the task's return code lies in MIN to MAX;\n"
-    "                       a step's return code is its exit status plus 1, and the task starts\n"
-    "                       at 1 (default 1-1: run when the step before exited 0)\n"
-    "  --env NAME=VALUE     adds an environment variable for the step (may be repeated)\n"
-    "  --file-rc FILE       take the step's return code from FILE when the command has ended\n"
-    "  --skip               write the step but don't run it\n"
-    "\n"
-    "Example:\n"
-    "  vqctl new-task --name nightly --step 'make -C ~/src' --step 'make -C ~/src check' "
-    "nightly.vqf\n";
 
 int Fail(const std::string& message) {
     std::fprintf(stderr, "vqctl new-task: %s\n(see vqctl new-task --help)\n", message.c_str());
@@ -105,126 +65,235 @@ bool ParseRange(const std::string& text, std::string& low, std::string& high) {
     return std::stoi(low) <= std::stoi(high);
 }
 
-}  // namespace
-
-int NewTaskCommand(const Args& args) {
+// What the options have given so far.
+struct NewTask {
     vq::TaskFileData task = DefaultTask();
-    vq::TaskGeneral& g = task.general;
     std::optional<std::string> name, report, file;
     std::string password;
     bool encrypted = false;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& option = args[i];
-        if (option == "--help" || option == "-h") {
-            std::fputs(kUsage, stdout);
-            return 0;
-        }
-        if (option == "--encrypted") {
-            encrypted = true;
-            continue;
-        }
-        if (option == "--skip") {
-            if (task.steps.empty()) return Fail("--skip must follow a --step");
-            task.steps.back().Execute = "0";
-            continue;
-        }
-        if (option.rfind("--", 0) != 0) {
-            if (file) return Fail("more than one FILE: '" + *file + "' and '" + option + "'");
-            file = option;
-            continue;
-        }
-        if (i + 1 >= args.size()) return Fail("option " + option + " needs a value");
-        const std::string value = args[++i];
-        vq::TaskStep* step = task.steps.empty() ? nullptr : &task.steps.back();
-        const bool stepOption = option == "--step-name" || option == "--dir" || option == "--rc" ||
-                                option == "--env" || option == "--file-rc";
-        if (stepOption && !step) return Fail(option + " must follow a --step");
-        if (option == "--step") {
-            task.steps.push_back(vq::NewTaskStep(value, task.steps.size() + 1));
-        } else if (option == "--step-name") {
-            step->StepName = value;
-        } else if (option == "--dir") {
-            step->WorkingDirectory = value;
-        } else if (option == "--rc") {
-            if (!ParseRange(value, step->MinRC, step->MaxRC))
-                return Fail("--rc takes MIN or MIN-MAX, numbers 0 to 99 with MIN not above MAX: '" +
-                            value + "'");
-        } else if (option == "--env") {
-            const size_t equals = value.find('=');
-            if (equals == std::string::npos || equals == 0)
-                return Fail("--env takes NAME=VALUE: '" + value + "'");
-            step->Environment += (step->Environment.empty() ? "" : "\r\n") + value;
-        } else if (option == "--file-rc") {
-            step->FileRC = value;
-        } else if (option == "--name") {
-            name = value;
-        } else if (option == "--class") {
-            const std::string letter = vq::ToUpper(value);
-            if (letter.size() != 1 || letter[0] < 'A' || letter[0] > 'Z')
-                return Fail("--class takes a letter A to Z");
-            g.TaskClass = letter;
-        } else if (option == "--priority") {
-            if (value.size() != 1 || value[0] < '0' || value[0] > '5')
-                return Fail("--priority takes a code 0 to 5");
-            g.QueuePriority = value;
-        } else if (option == "--cpu-priority") {
-            if (value.size() != 2 || value[0] < '0' || value[0] > '4' || value[1] < '0' ||
-                value[1] > '6')
-                return Fail(
-                    "--cpu-priority takes a class digit 0 to 4 and a level digit 0 to 6, such as "
-                    "22");
-            g.CpuPriority = value;
-        } else if (option == "--at") {
-            vq::VqDate date = 0;
-            if (!vq::TryReadDate(value, date))
-                return Fail("--at takes \"yyyy-mm-dd hh:mm:ss\": '" + value + "'");
-            g.ScheduledTime = vq::FormatDateTime(date);
-        } else if (option == "--repeat") {
-            if (!ValidRepeat(value))
-                return Fail("--repeat takes a repeat string of at least 47 characters");
-            g.TaskRepeat = value;
-        } else if (option == "--max-rc") {
-            if (!IsDigits(value) || value.size() > 2)
-                return Fail("--max-rc takes a number 0 to 99");
-            g.MaxRC = value;
-        } else if (option == "--max-time") {
-            if (!IsDigits(value) || value.size() > 9)
-                return Fail("--max-time takes a number of seconds");
-            g.MaxTime = value;
-        } else if (option == "--depends") {
-            g.Dependent = value;
-        } else if (option == "--report") {
-            report = value;
-        } else if (option == "--user") {
-            g.User = value;
-        } else if (option == "--domain") {
-            g.Domain = value;
-        } else if (option == "--password") {
-            password = value;
-        } else if (option == "--server") {
-            g.Server = vq::ToUpper(value);
-        } else {
-            return Fail("unknown option " + option);
-        }
-    }
-    if (!file) return Fail("no FILE given");
-    if (task.steps.empty()) return Fail("a task needs at least one --step");
-    if (password.size() > vq::kBlockSize - 1) return Fail("--password takes at most 39 characters");
-    g.TaskName = name.value_or(FileBaseName(*file));
-    g.TaskReportFile = report.value_or(g.TaskName);
-    g.Password = vq::HexEncode(vq::ScrambleBlock("E", password));
-    if (const std::string problem = vq::FileSystemNameProblem(g); !problem.empty())
-        return Fail(problem);
 
+    vq::TaskGeneral& General() { return task.general; }
+    vq::TaskStep& Step() { return task.steps.back(); }
+};
+
+// Applies one option's value; the empty text, or what is wrong with the value.
+using Apply = std::function<std::string(NewTask&, const std::string&)>;
+
+enum class Kind { Task, Step, Flag, StepFlag };
+
+struct OptionDef {
+    const char* name;
+    const char* value;  // the name of its value in the help
+    const char* help;
+    Kind kind;
+    Apply apply;
+};
+
+std::string Keep(std::string& target, const std::string& value) {
+    target = value;
+    return "";
+}
+
+// The options in the order of the help; step options act on the --step given last before them.
+const std::vector<OptionDef>& OptionDefs() {
+    static const std::vector<OptionDef> defs = {
+        {"--name", "NAME", "task name (default: FILE's name without .vqf)", Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             t.name = v;
+             return std::string();
+         }},
+        {"--class", "LETTER", "task class, A to Z (default A)", Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             const std::string letter = vq::ToUpper(v);
+             if (letter.size() != 1 || letter[0] < 'A' || letter[0] > 'Z')
+                 return std::string("--class takes a letter A to Z");
+             return Keep(t.General().TaskClass, letter);
+         }},
+        {"--priority", "CODE",
+         "queue priority: 0 or 1 as they stand, 2 low, 3 normal, 4 high, 5 highest (default 3)",
+         Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             if (v.size() != 1 || v[0] < '0' || v[0] > '5')
+                 return std::string("--priority takes a code 0 to 5");
+             return Keep(t.General().QueuePriority, v);
+         }},
+        {"--cpu-priority", "NN",
+         "CPU priority as class digit and level digit: class 0 Low, 1 BelowNormal, 2 Normal, "
+         "3 AboveNormal, 4 High; level 0 to 6 (default 22, Normal 2)",
+         Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             if (v.size() != 2 || v[0] < '0' || v[0] > '4' || v[1] < '0' || v[1] > '6')
+                 return std::string(
+                     "--cpu-priority takes a class digit 0 to 4 and a level digit 0 to 6, such as "
+                     "22");
+             return Keep(t.General().CpuPriority, v);
+         }},
+        {"--at", "DATETIME",
+         "scheduled time, \"yyyy-mm-dd hh:mm:ss\", \"yyyy-mm-dd hh:mm\" or \"yyyy-mm-dd\" "
+         "(default: now)",
+         Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             vq::VqDate date = 0;
+             if (!vq::TryReadDate(v, date))
+                 return "--at takes \"yyyy-mm-dd hh:mm:ss\": '" + v + "'";
+             return Keep(t.General().ScheduledTime, vq::FormatDateTime(date));
+         }},
+        {"--repeat", "TEXT",
+         "repeat string: 4 digits of times, 31 month-day and 7 week-day marks, 2 digits of hours, "
+         "2 of minutes, then ED, WD, WDH, SS or SSH (default: a single run)",
+         Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             if (!ValidRepeat(v))
+                 return std::string("--repeat takes a repeat string of at least 47 characters");
+             return Keep(t.General().TaskRepeat, v);
+         }},
+        {"--max-rc", "N",
+         "highest task return code that counts as success (default 1: the last step exited 0)",
+         Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             if (!IsDigits(v) || v.size() > 2)
+                 return std::string("--max-rc takes a number 0 to 99");
+             return Keep(t.General().MaxRC, v);
+         }},
+        {"--max-time", "SECONDS", "longest running time in seconds, 0 for no limit (default 0)",
+         Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             if (!IsDigits(v) || v.size() > 9)
+                 return std::string("--max-time takes a number of seconds");
+             return Keep(t.General().MaxTime, v);
+         }},
+        {"--depends", "TASK", "start only after the task named TASK has ended", Kind::Task,
+         [](NewTask& t, const std::string& v) { return Keep(t.General().Dependent, v); }},
+        {"--report", "NAME", "name of the task report file, without .txt (default: the task name)",
+         Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             t.report = v;
+             return std::string();
+         }},
+        {"--user", "NAME", "user the steps run as (default $LOCALUSER$, the user logged on)",
+         Kind::Task, [](NewTask& t, const std::string& v) { return Keep(t.General().User, v); }},
+        {"--domain", "NAME", "that user's domain (default $LOCALS$, no domain)", Kind::Task,
+         [](NewTask& t, const std::string& v) { return Keep(t.General().Domain, v); }},
+        {"--password", "TEXT", "that user's password, stored scrambled (default: empty)",
+         Kind::Task, [](NewTask& t, const std::string& v) { return Keep(t.password, v); }},
+        {"--server", "NAME", "computer that runs the task (default: this computer)", Kind::Task,
+         [](NewTask& t, const std::string& v) { return Keep(t.General().Server, vq::ToUpper(v)); }},
+        {"--encrypted", "", "write the encrypted form of the file", Kind::Flag,
+         [](NewTask& t, const std::string&) {
+             t.encrypted = true;
+             return std::string();
+         }},
+        {"--step", "COMMAND", "adds a step that runs COMMAND with /bin/sh -c (at least one step)",
+         Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             t.task.steps.push_back(vq::NewTaskStep(v, t.task.steps.size() + 1));
+             return std::string();
+         }},
+        {"--step-name", "NAME", "name of the step (default \"Step N\")", Kind::Step,
+         [](NewTask& t, const std::string& v) { return Keep(t.Step().StepName, v); }},
+        {"--dir", "FOLDER", "working folder (default: the task's own folder)", Kind::Step,
+         [](NewTask& t, const std::string& v) { return Keep(t.Step().WorkingDirectory, v); }},
+        {"--rc", "MIN[-MAX]",
+         "the step runs when the task's return code lies in MIN to MAX; a step's return "
+         "code is its exit status plus 1, and the task starts at 1 (default 1-1: run when the step "
+         "before exited 0)",
+         Kind::Step,
+         [](NewTask& t, const std::string& v) {
+             if (!ParseRange(v, t.Step().MinRC, t.Step().MaxRC))
+                 return "--rc takes MIN or MIN-MAX, numbers 0 to 99 with MIN not above MAX: '" + v +
+                        "'";
+             return std::string();
+         }},
+        {"--env", "NAME=VALUE", "adds an environment variable for the step (may be repeated)",
+         Kind::Step,
+         [](NewTask& t, const std::string& v) {
+             const size_t equals = v.find('=');
+             if (equals == std::string::npos || equals == 0)
+                 return "--env takes NAME=VALUE: '" + v + "'";
+             std::string& environment = t.Step().Environment;
+             environment += (environment.empty() ? "" : "\r\n") + v;
+             return std::string();
+         }},
+        {"--file-rc", "FILE", "take the step's return code from FILE when the command has ended",
+         Kind::Step, [](NewTask& t, const std::string& v) { return Keep(t.Step().FileRC, v); }},
+        {"--skip", "", "write the step but don't run it", Kind::StepFlag,
+         [](NewTask& t, const std::string&) { return Keep(t.Step().Execute, "0"); }},
+    };
+    return defs;
+}
+
+// What the options left unsaid follows from the file's name; the names must suit folders.
+std::string Complete(NewTask& t, const std::vector<std::string>& files) {
+    if (files.empty()) return "no FILE given";
+    if (files.size() > 1) return "more than one FILE: '" + files[0] + "' and '" + files[1] + "'";
+    t.file = files[0];
+    if (t.task.steps.empty()) return "a task needs at least one --step";
+    if (t.password.size() > vq::kBlockSize - 1) return "--password takes at most 39 characters";
+    vq::TaskGeneral& g = t.General();
+    g.TaskName = t.name.value_or(FileBaseName(*t.file));
+    g.TaskReportFile = t.report.value_or(g.TaskName);
+    g.Password = vq::HexEncode(vq::ScrambleBlock("E", t.password));
+    return vq::FileSystemNameProblem(g);
+}
+
+int Write(NewTask& t) {
     std::string error;
-    if (!vq::SaveTaskFile(*file, task, encrypted, &error)) {
+    if (!vq::SaveTaskFile(*t.file, t.task, t.encrypted, &error)) {
         std::fprintf(stderr, "vqctl new-task: cannot write the task file: %s\n", error.c_str());
         return 1;
     }
-    std::printf("%s: task \"%s\", %zu step%s%s\n", file->c_str(), g.TaskName.c_str(),
-                task.steps.size(), task.steps.size() == 1 ? "" : "s",
-                encrypted ? ", encrypted" : "");
+    const size_t steps = t.task.steps.size();
+    std::printf("%s: task \"%s\", %zu step%s%s\n", t.file->c_str(), t.General().TaskName.c_str(),
+                steps, steps == 1 ? "" : "s", t.encrypted ? ", encrypted" : "");
     return 0;
+}
+
+struct Registered {
+    std::vector<std::pair<const CLI::Option*, const OptionDef*>> options;
+    std::vector<std::string> files;
+};
+
+// The options in the order given, each with its value: a step option acts on the step before.
+int Run(const CLI::App& command, const Registered& registered) {
+    NewTask t;
+    std::map<const CLI::Option*, size_t> used;
+    for (const CLI::Option* option : command.parse_order()) {
+        const OptionDef* def = nullptr;
+        for (const auto& [registeredOption, registeredDef] : registered.options)
+            if (registeredOption == option) def = registeredDef;
+        if (!def) continue;
+        const bool stepOption = def->kind == Kind::Step || def->kind == Kind::StepFlag;
+        if (stepOption && t.task.steps.empty())
+            return Fail(std::string(def->name) + " must follow a --step");
+        const std::string problem = def->apply(t, option->results().at(used[option]++));
+        if (!problem.empty()) return Fail(problem);
+    }
+    if (const std::string problem = Complete(t, registered.files); !problem.empty())
+        return Fail(problem);
+    return Write(t);
+}
+
+}  // namespace
+
+void AddNewTaskCommand(CLI::App& app, int& exitCode) {
+    CLI::App* command = app.add_subcommand("new-task", "Write a task file");
+    command->footer(
+        "Writes the task file FILE (.vqf) for the Orvantis Personal Server. Hand it in by putting\n"
+        "it into the queue's $InQ folder and submitting its name. Step options act on the --step\n"
+        "given last before them.\n\nExample:\n"
+        "  vqctl new-task --name nightly --step 'make -C ~/src' --step 'make -C ~/src check' "
+        "nightly.vqf");
+    auto registered = std::make_shared<Registered>();
+    for (const OptionDef& def : OptionDefs()) {
+        const bool flag = def.kind == Kind::Flag || def.kind == Kind::StepFlag;
+        CLI::Option* option = flag ? command->add_flag(def.name) : command->add_option(def.name);
+        option->description(def.help)->type_name(def.value);
+        option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        if (def.kind == Kind::Step || def.kind == Kind::StepFlag) option->group("Step options");
+        registered->options.push_back({option, &def});
+    }
+    command->add_option("FILE", registered->files, "the task file to write (.vqf)");
+    command->callback([command, registered, &exitCode] { exitCode = Run(*command, *registered); });
 }
 
 }  // namespace vqctl

@@ -1,4 +1,5 @@
 // vqctl: the command-line client of the Orvantis Personal Server.
+#include <CLI/CLI.hpp>
 #include <clocale>
 #include <cstdio>
 #include <string>
@@ -7,13 +8,27 @@
 
 namespace {
 
-int Usage() {
-    std::fputs(
-        "usage: vqctl COMMAND ...\n"
-        "commands:\n"
-        "  config get|set|list SECTION [NAME [VALUE]]   read and change the server's settings\n"
-        "  new-task [OPTIONS] --step COMMAND ... FILE     write a task file (new-task --help)\n",
-        stderr);
+// "vqctl" and the names of the commands chosen so far, such as "vqctl config set".
+std::string CommandPath(const CLI::App& app) {
+    std::string path = "vqctl";
+    const CLI::App* at = &app;
+    while (!at->get_subcommands().empty()) {
+        at = at->get_subcommands().front();
+        path += " " + at->get_name();
+    }
+    return path;
+}
+
+int UsageError(const CLI::App& app, const CLI::ParseError& error, int argc, char** argv) {
+    const std::string path = CommandPath(app);
+    if (path == "vqctl" && argc > 1 && argv[1][0] != '-')
+        std::fprintf(stderr, "vqctl: unknown command '%s'\n", argv[1]);
+    else
+        std::fprintf(stderr, "%s: %s\n", path.c_str(), error.what());
+    if (path == "vqctl")
+        std::fputs(app.help().c_str(), stderr);
+    else
+        std::fprintf(stderr, "(see %s --help)\n", path.c_str());
     return 2;
 }
 
@@ -21,15 +36,16 @@ int Usage() {
 
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
-    if (argc < 2) return Usage();
-    const std::string command = argv[1];
-    const vqctl::Args args(argv + 2, argv + argc);
-    if (command == "config") return vqctl::ConfigCommand(args);
-    if (command == "new-task") return vqctl::NewTaskCommand(args);
-    if (command == "--help" || command == "-h" || command == "help") {
-        Usage();
-        return 0;
+    CLI::App app{"The command-line client of the Orvantis Personal Server.", "vqctl"};
+    app.require_subcommand(1);
+    int exitCode = 0;
+    vqctl::AddConfigCommands(app, exitCode);
+    vqctl::AddNewTaskCommand(app, exitCode);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        // --help comes as a "parse error" of exit code 0.
+        return error.get_exit_code() == 0 ? app.exit(error) : UsageError(app, error, argc, argv);
     }
-    std::fprintf(stderr, "vqctl: unknown command '%s'\n", command.c_str());
-    return Usage();
+    return exitCode;
 }
