@@ -57,9 +57,9 @@ bool IsInsideFolder(const std::string& root, const std::string& path) {
     return real == realRoot || real.compare(0, realRoot.size() + 1, realRoot + "/") == 0;
 }
 
-bool ServerTaskCalls::SubmitTask(const std::string& inputQFile) {
+bool ServerTaskCalls::SubmitTask(const std::string& inputQFile, std::string* newKey) {
     try {
-        return vq::SubmitTask(server_, inputQFile);
+        return vq::SubmitTask(server_, inputQFile, newKey);
     } catch (const std::exception&) {
         return false;
     }

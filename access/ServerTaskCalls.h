@@ -13,7 +13,8 @@ class ServerTaskCalls {
 public:
     explicit ServerTaskCalls(Server& server) : server_(server) {}
 
-    bool SubmitTask(const std::string& inputQFile);
+    // `newKey`, when given, receives the key of a task that was added, else the empty text.
+    bool SubmitTask(const std::string& inputQFile, std::string* newKey = nullptr);
     static int16_t ServerType() { return 2; }
     static std::string ServerVersion();
     std::string QueueLocation() const;

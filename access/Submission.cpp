@@ -137,8 +137,8 @@ void AddStepRow(Server& server, const std::string& key, int number, TaskStep& st
     set("SSMem", "0");
 }
 
-// Steps 4 to 19, on a task file that was read.
-void AcceptTask(Server& server, const std::string& path, TaskFileData& task) {
+// Steps 4 to 19, on a task file that was read. The key of the new task.
+std::string AcceptTask(Server& server, const std::string& path, TaskFileData& task) {
     TaskGeneral& g = task.general;
     const std::string nameProblem = FileSystemNameProblem(g);
     if (!nameProblem.empty()) throw VqError(nameProblem);
@@ -161,6 +161,7 @@ void AcceptTask(Server& server, const std::string& path, TaskFileData& task) {
     WriteSubmitUser(server, g.SubUser, g.SubDomain, g.SubServer, folder);
     if (!JournalSubmittedTask(server, key))
         throw VqError("The task could not be recorded in the queue database.");
+    return key;
 }
 
 }  // namespace
@@ -183,7 +184,8 @@ int32_t SubmittedQueuePriority(Server& server, const std::string& code, const st
     return cap >= number ? static_cast<int32_t>(number) : cap;
 }
 
-bool SubmitTask(Server& server, const std::string& fileName) {
+bool SubmitTask(Server& server, const std::string& fileName, std::string* newKey) {
+    if (newKey) newKey->clear();
     const std::string path = server.InQueuePath + fileName;
     const std::string invalid = "File \"" + path + "\" is invalid and it will be deleted.";
     if (!IsBareFileName(fileName)) {
@@ -198,7 +200,8 @@ bool SubmitTask(Server& server, const std::string& fileName) {
         if (!LoadTaskFile(server.clock, path, task, LastTaskFileError)) {
             WriteServerLog(server, invalid + "\r\n" + LastTaskFileError);
         } else {
-            AcceptTask(server, path, task);
+            const std::string key = AcceptTask(server, path, task);
+            if (newKey) *newKey = key;
         }
     } catch (const std::exception& e) {
         const auto* vqError = dynamic_cast<const VqError*>(&e);

@@ -14,8 +14,9 @@ inline const std::string kSubmitUserFile = "VqSubmitUser$.$$$";
 // done with the file in an ordinary way (a file that has gone and one that can't be read
 // count so); false after the failure path, whose message is in the server log. The input
 // file is deleted in every case. `fileName` is a bare name inside $InQ: any other text
-// names no file there and is refused without touching anything.
-bool SubmitTask(Server& server, const std::string& fileName);
+// names no file there and is refused without touching anything. `newKey`, when given,
+// receives the RowKey of a task that was added in full, else the empty text.
+bool SubmitTask(Server& server, const std::string& fileName, std::string* newKey = nullptr);
 
 // Writes VqSubmitUser$.$$$ into `folder`: one line "server/domain/user". False, with a line
 // in the server log, when it can't be written.

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "access/servertask/ExtrasAdaptor.h"
 #include "access/servertask/ServerTaskAdaptor.h"
 #include "core/Monitor.h"
 #include "core/QueueCycle.h"
@@ -60,7 +61,9 @@ int ServerProcess::Start(const StartRequest& request) {
         case StartResult::EndFailed: return 1;
         case StartResult::Serve: break;
     }
-    new ServerTaskAdaptor(&bus_, *server_);  // owned by bus_
+    // Owned by bus_, which the server outlives.
+    new ServerTaskAdaptor(&bus_, *server_);
+    new ExtrasAdaptor(&bus_, *server_, [this] { return bus_.ShowWindow(); });
     if (!QDBusConnection::sessionBus().isConnected())
         WriteServerLog(*server_, "No session bus was found: clients can't reach this server.");
     else if (!bus_.Register())

@@ -20,19 +20,19 @@ using test::TestServer;
 using Edit = std::function<void(TaskFileData&)>;
 
 // Writes a task of two steps, changed by `edit`, into $InQ as in.vqf and submits it.
-bool SubmitTo(TestServer& ts, const Edit& edit = {}) {
+bool SubmitTo(TestServer& ts, const Edit& edit = {}, std::string* key = nullptr) {
     ts->ComputerName = "HOST";
     TaskFileData task = NewTaskFile("Nightly", "host", "me", "2026-12-01 08:30:00");
     task.general.Password = HexEncode(ScrambleBlock("E", "secret"));
     task.steps = {NewTaskStep("echo one", 1), NewTaskStep("echo two", 2)};
     if (edit) edit(task);
     EXPECT_TRUE(SaveTaskFile(ts->InQueuePath + "in.vqf", task, false));
-    return SubmitTask(*ts, "in.vqf");
+    return SubmitTask(*ts, "in.vqf", key);
 }
 
 class SubmissionTest : public ::testing::Test {
 protected:
-    bool Submit(const Edit& edit = {}) { return SubmitTo(ts, edit); }
+    bool Submit(const Edit& edit = {}, std::string* key = nullptr) { return SubmitTo(ts, edit, key); }
     std::string Task(const std::string& key, const char* column) {
         return GetCell(ts->tables, kTaskTable, key, column);
     }
@@ -130,8 +130,9 @@ TEST_F(SubmissionTest, StepRangesExecuteAndWorkDir) {
 
 TEST_F(SubmissionTest, NumbersWrapAfter999999AndNamesKeepTheirBlanks) {
     ts->NextTaskNumber = 999999;
-    ASSERT_TRUE(Submit([](TaskFileData& t) { t.general.TaskName = "Nightly Backup Run"; }));
-    const std::string key = "000001-Nightly Backup Run";
+    std::string key;
+    ASSERT_TRUE(Submit([](TaskFileData& t) { t.general.TaskName = "Nightly Backup Run"; }, &key));
+    EXPECT_EQ(key, "000001-Nightly Backup Run");
     EXPECT_EQ(Task(key, "ID"), "000001");
     EXPECT_EQ(ts->NextTaskNumber, 1);
     EXPECT_TRUE(PathExists(ts->ServerPath + "$LOCALS$/$LOCALUSER$/Nightly Backup Run/000001/ACTIVE.ACT"));
@@ -186,7 +187,9 @@ TEST_F(SubmissionTest, AHalfRowKeepsTheCellsWrittenBeforeTheFailure) {
 }
 
 TEST_F(SubmissionTest, AFileThatIsGoneOrNotInTheInputFolder) {
-    EXPECT_TRUE(SubmitTask(*ts, "never-there.vqf"));
+    std::string key = "stale";
+    EXPECT_TRUE(SubmitTask(*ts, "never-there.vqf", &key));
+    EXPECT_EQ(key, "");
     EXPECT_EQ(ts.LogText(), "");
     ASSERT_TRUE(AppendToFile(ts->ServerPath + "outside.vqf", "keep"));
     for (const char* name : {"../outside.vqf", "..", "", "/etc/hostname"})
