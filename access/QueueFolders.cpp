@@ -5,8 +5,10 @@
 #include <unistd.h>
 
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <memory>
 
 #include "calendar/Common.h"
@@ -66,10 +68,12 @@ void DeleteFolder(const std::string& folder) {
 
 bool ReadServerPath(Server& server) {
     try {
-        server.ServerPath = WithBackslash(GetSettingText(server.registry, "ServerSettings", "ServPath"));
+        const std::string stored = GetSettingText(server.registry, "ServerSettings", "ServPath");
+        server.ServerPath = stored.empty() ? "" : NormalQueueRoot(stored);
         return !server.ServerPath.empty() && FolderExists(server.ServerPath);
     } catch (const std::exception& e) {
-        const std::string text = std::string("Error occurred while trying to get server path!\n") + e.what();
+        const std::string text =
+            std::string("Error occurred while trying to get server path!\n") + e.what();
         WriteServerLog(server, text);
         server.op.Message(text, MessageIcon::Critical, kAppTitle);
         return false;
@@ -89,15 +93,8 @@ std::string FileExists(const std::string& path) {
 bool CheckQueueFolders(Server& server, const std::string& root) {
     const std::string base = WithBackslash(root);
     try {
-        struct Level { std::string path; const char* level; mode_t mode; };
-        const Level levels[] = {{base, "1", 0700},
-                                {base + "$InQ", "6", 0777},
-                                {base + "$JobQ", "7", 0777},
-                                {base + "$JobR", "8", 0777},
-                                {base + "$Data", "0", 0777}};
-        for (const Level& l : levels)
-            if (!MakeQueueFolder(server, "Everyone", "", l.path, l.level, l.mode))
-                throw VqError("The folder " + l.path + " could not be made.");
+        std::string reason;
+        if (!MakeQueueTree(server, base, reason)) throw VqError(reason);
         const std::string servPath = GetSettingText(server.registry, "ServerSettings", "ServPath");
         if (servPath.empty() || !FolderExists(servPath))
             throw VqError("The queue folder is not set or can't be found.");
@@ -115,12 +112,15 @@ bool CheckQueueFolders(Server& server, const std::string& root) {
 }
 
 bool MakeQueueFolder(Server& server, const std::string& user, const std::string& domain,
-                     const std::string& path, const std::string& securityLevel, mode_t mode) {
+                     const std::string& path, const std::string& securityLevel, mode_t mode,
+                     std::string* reason) {
     const std::string folder = WithoutBackslash(path);
     if (PathExists(folder + "/" + kCreationTimeFile)) return true;
     if (!PathExists(folder) && ::mkdir(folder.c_str(), mode) != 0) {
-        WriteServerLog(server, "Error occurred while creating folder!\n\nPath: " + folder + "\n\n" +
-                                   ErrnoText(errno));
+        const std::string why = ErrnoText(errno);
+        WriteServerLog(server,
+                       "Error occurred while creating folder!\n\nPath: " + folder + "\n\n" + why);
+        if (reason) *reason = folder + ": " + why;
         return false;
     }
     WriteCreationTime(server, folder);
@@ -213,24 +213,65 @@ bool ClearProjectFolders(Server& server, const std::string& taskKey) {
 
 namespace vq {
 
-bool AcceptQueueFolder(Server& server, const std::string& path) {
-    std::string absolute = path;
-    char cwd[4096];
-    if (!absolute.empty() && absolute[0] != '/' && ::getcwd(cwd, sizeof cwd))
-        absolute = WithBackslash(cwd) + absolute;
-    const std::string root = WithBackslash(absolute);
-    // The queue holds one user's data: the root itself is private.
-    if (!root.empty() && !IsFolder(root)) {
-        MakeFolders(WithoutBackslash(root.substr(0, root.find_last_of('/', root.size() - 2) + 1)));
-        ::mkdir(WithoutBackslash(root).c_str(), 0700);
+std::string NormalQueueRoot(const std::string& path) {
+    std::filesystem::path absolute(path);
+    std::error_code error;
+    if (absolute.is_relative()) absolute = std::filesystem::current_path(error) / absolute;
+    return WithBackslash(absolute.lexically_normal().string());
+}
+
+std::string FolderProblem(const std::string& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) return ErrnoText(errno);
+    if (!S_ISDIR(st.st_mode)) return ErrnoText(ENOTDIR);
+    return FolderExists(path) ? "" : ErrnoText(errno);
+}
+
+bool MakeQueueTree(Server& server, const std::string& root, std::string& reason) {
+    const std::string base = WithBackslash(root);
+    struct Level {
+        std::string path;
+        const char* level;
+        mode_t mode;
+    };
+    const Level levels[] = {{base, "1", 0700},
+                            {base + "$InQ", "6", 0777},
+                            {base + "$JobQ", "7", 0777},
+                            {base + "$JobR", "8", 0777},
+                            {base + "$Data", "0", 0777}};
+    for (const Level& l : levels) {
+        if (!MakeQueueFolder(server, "Everyone", "", l.path, l.level, l.mode, &reason)) return false;
+        // A file of the folder's name passes MakeQueueFolder but holds nothing.
+        if (const std::string problem = FolderProblem(l.path); !problem.empty()) {
+            reason = l.path + ": " + problem;
+            return false;
+        }
     }
+    // The database and the log live in $Data: a tree made earlier may have become read-only.
+    if (::access((base + "$Data").c_str(), W_OK | X_OK) == 0) return true;
+    reason = base + "$Data: " + ErrnoText(errno);
+    return false;
+}
+
+bool AcceptQueueFolder(Server& server, const std::string& path, std::string& reason) {
+    const std::string root = NormalQueueRoot(path);
+    const std::string folder = WithoutBackslash(root);
+    if (!IsFolder(folder)) {
+        // The folders above take the user's umask; the root itself is private.
+        MakeFolders(folder.substr(0, folder.find_last_of('/')));
+        if (::mkdir(folder.c_str(), 0700) != 0) {
+            reason = ErrnoText(errno == EEXIST ? ENOTDIR : errno);
+            return false;
+        }
+    }
+    if (const std::string problem = FolderProblem(root); !problem.empty()) {
+        reason = problem;
+        return false;
+    }
+    if (!MakeQueueTree(server, root, reason)) return false;
     server.ServerPath = root;
-    if (!root.empty() && FolderExists(root)) {
-        SaveRegSetting(server.registry, "ServerSettings", "ServPath", root);
-        return true;
-    }
-    server.op.Message("Cannot change queue folder.\n\nPlease choose another path.",
-                      MessageIcon::Exclamation, "Orvantis Server Queue Folder");
+    if (SaveRegSetting(server.registry, "ServerSettings", "ServPath", root) == 0) return true;
+    reason = server.registry.LastError();
     return false;
 }
 

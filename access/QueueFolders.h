@@ -1,8 +1,9 @@
 #pragma once
 // The folder tree under the queue root: its making, the task folders and the clearing of old
 // task folders of a task project.
-#include <string>
 #include <sys/types.h>
+
+#include <string>
 
 namespace vq {
 
@@ -21,8 +22,10 @@ std::string FileExists(const std::string& path);
 bool CheckQueueFolders(Server& server, const std::string& root);
 // Makes one folder of the tree unless its Orvantis.ctf is there; its parent must exist.
 // `user`, `domain` and `securityLevel` put no access rules on the folder.
+// `reason`, when given, receives the system's reason of a failure.
 bool MakeQueueFolder(Server& server, const std::string& user, const std::string& domain,
-                     const std::string& path, const std::string& securityLevel, mode_t mode = 0777);
+                     const std::string& path, const std::string& securityLevel, mode_t mode = 0777,
+                     std::string* reason = nullptr);
 bool WriteCreationTime(Server& server, const std::string& path);
 // Brings a task's folders, report and ACTIVE.ACT up to date; the result of the info file.
 bool EnsureTaskFolders(Server& server, const std::string& taskKey);
@@ -34,9 +37,16 @@ bool ClearProjectFolders(Server& server, const std::string& taskKey);
 }  // namespace vq
 
 namespace vq {
-// The queue folder chooser's OK without a window: makes the folder and those above it, and
-// stores it as ServPath when it can be listed. False with the message when it can't.
-bool AcceptQueueFolder(Server& server, const std::string& path);
+// The queue folder chooser's OK without a window: makes the folder (private, 0700) and those
+// above it, then the tree under it, and only then stores it as ServPath. False with the
+// system's reason when any of that fails; the stored setting is then untouched.
+bool AcceptQueueFolder(Server& server, const std::string& path, std::string& reason);
+// The root, the four folders below it, and a writable $Data: the first step of the check.
+bool MakeQueueTree(Server& server, const std::string& root, std::string& reason);
+// An absolute path without "." and ".." parts or doubled slashes, with a closing "/".
+std::string NormalQueueRoot(const std::string& path);
+// The system's reason why `path` is no folder that can be listed; empty when it is one.
+std::string FolderProblem(const std::string& path);
 // The folder proposed at a first start: $HOME/$JQ.
 std::string ProposedQueueFolder();
 }  // namespace vq

@@ -1,6 +1,6 @@
 #pragma once
 // The server process around the engine: the two timers, the closing path on SIGTERM, SIGINT
-// and SIGHUP, and the seams of a server without a window.
+// and SIGHUP, one server per user, and the seams of a server without a window.
 #include <QObject>
 #include <QSocketNotifier>
 #include <QTimer>
@@ -19,6 +19,9 @@ class ServerProcess : public QObject, private Screen, private InstanceGuard {
 public:
     ServerProcess();
     ~ServerProcess() override;
+    // Blocks SIGTERM, SIGINT and SIGHUP in this thread and every thread started after it;
+    // they are taken from a signalfd once the event loop runs. First thing in main.
+    static void HoldCloseSignals();
     // Runs the start; the exit code when the process must end at once, else -1.
     int Start(const StartRequest& request);
 
@@ -31,6 +34,8 @@ private:
     void OnTimer1();
     void OnTimer3();
     void OnSignal();
+    void TakeCloseSignals();
+    void TellWhereAndHow() const;
     static int TickInterval();
 
     SystemClock clock_;
@@ -38,6 +43,8 @@ private:
     std::unique_ptr<Registry> registry_;
     std::unique_ptr<Server> server_;
     std::unique_ptr<InstanceLock> lock_;
+    StartRequest request_;
+    UniqueFd signalFd_;
     InstanceBus bus_;
     QTimer timer1_;
     QTimer timer3_;

@@ -55,39 +55,23 @@ bool NextRunFollows(Server& server, const std::string& taskKey) {
     return Val(TaskCell(server, taskKey, "NIzv")) != 0;
 }
 
-uint8_t SlotOf(const std::string& jobIndex) {
-    const int64_t slot = CellNumber(jobIndex);
-    if (slot < 0 || slot >= kRunnerSlots) throw VqError("Subscript out of range", 9);
-    return static_cast<uint8_t>(slot);
-}
-
-void EndOfTask(Server& server, Tick& tick, const std::string& taskKey, const std::string& status,
-               uint8_t slot) {
-    // 1. The slot is given back.
+// The task gives its slot back and ends, whatever its rows hold: the end of a step that
+// failed half-way must not be taken up again at every tick.
+void AbandonTask(Server& server, const std::string& taskKey, const std::string& status,
+                 uint8_t slot) {
+    const bool cancelled = server.SlotState.at(slot).cancelled;
     FreeSlot(server, slot);
-    SetTaskCell(server, taskKey, "JobIndex", "");
-    // 2.-3. The task's end.
-    const std::string newStatus =
-        server.SlotState.at(slot).cancelled ? kCompleteCancelled : kComplete;
-    ChangeStatus(server, taskKey, status, newStatus);
-    WriteReport(server, taskKey, newStatus, false, "", slot, -1);
-    // 4. A task that asked to stop isn't run again.
-    const int64_t jobRc = TaskNumber(server, taskKey, "JobRC");
-    const bool repeats = NextRunFollows(server, taskKey);
-    if (jobRc == 0 && repeats)
-        WriteReport(server, taskKey, "Data", false, "\r\n" + kNoRepeatText + "\r\n", slot, -1);
-    // 5. The report, and the active report is closed.
-    RefreshReport(server, slot, taskKey);
     server.SlotReportFile.at(slot).Reset();
-    // 6. Only a successful task releases its dependents.
-    if (jobRc <= TaskNumber(server, taskKey, "MaxRC")) ReleaseDependents(server, taskKey);
-    // 7. The next repetition.
-    if (repeats && jobRc >= 1) PrepareNextRun(server, taskKey);
-    WriteTaskInfo(server, taskKey);
+    try {
+        SetTaskCell(server, taskKey, "JobIndex", "");
+        ChangeStatus(server, taskKey, status, cancelled ? kCompleteCancelled : kComplete);
+    } catch (const std::exception&) {
+        // The row itself is gone: nothing of it is left to end.
+    }
 }
 
-void EndOfStep(Server& server, Tick& tick, const std::string& taskKey, const std::string& status,
-               uint8_t slot) {
+void EndStep(Server& server, Tick& tick, const std::string& taskKey, const std::string& status,
+             uint8_t slot) {
     // 1. Only the end of a step saves the queue: a long step causes no writes.
     tick.saved = true;
     SendRunnerCommand(server, slot, "END ");
@@ -113,14 +97,24 @@ void EndOfStep(Server& server, Tick& tick, const std::string& taskKey, const std
         return;
     }
     // 8. Nothing further runs.
-    EndOfTask(server, tick, taskKey, status, slot);
+    EndRunningTask(server, taskKey, status, slot);
+}
+
+void EndOfStep(Server& server, Tick& tick, const std::string& taskKey, const std::string& status,
+               uint8_t slot) {
+    try {
+        EndStep(server, tick, taskKey, status, slot);
+    } catch (const std::exception&) {
+        AbandonTask(server, taskKey, status, slot);
+        throw;  // the tick ends and logs it
+    }
 }
 
 void PollTask(Server& server, Tick& tick, const std::string& taskKey, const std::string& status,
               const std::string& jobIndex) {
     // 1. While a task runs, the screen follows it on every tick.
     tick.changed = true;
-    const uint8_t slot = SlotOf(jobIndex);
+    const uint8_t slot = SlotFromJobIndex(jobIndex);
     // 2. How is the step?
     SendRunnerCommand(server, slot, "STAT");
     if (server.link.reply.RunnerState >= 4) return EndOfStep(server, tick, taskKey, status, slot);
@@ -169,6 +163,32 @@ int32_t TakeNextTaskNumber(Server& server) {
 }
 
 }  // namespace
+
+void EndRunningTask(Server& server, const std::string& taskKey, const std::string& status,
+                    uint8_t slot) {
+    // 1. The slot is given back.
+    FreeSlot(server, slot);
+    SetTaskCell(server, taskKey, "JobIndex", "");
+    // 2.-3. The task's end.
+    const std::string newStatus =
+        server.SlotState.at(slot).cancelled ? kCompleteCancelled : kComplete;
+    ChangeStatus(server, taskKey, status, newStatus);
+    WriteReport(server, taskKey, newStatus, false, "", slot, -1);
+    // 4. A task that asked to stop isn't run again.
+    const int64_t jobRc = TaskNumber(server, taskKey, "JobRC");
+    const bool repeats = NextRunFollows(server, taskKey);
+    if (jobRc == 0 && repeats)
+        WriteReport(server, taskKey, "Data", false, "\r\n" + kNoRepeatText + "\r\n", slot, -1);
+    // 5. The report, and the active report is closed.
+    RefreshReport(server, slot, taskKey);
+    server.SlotReportFile.at(slot).Reset();
+    // 6. Only a successful task releases its dependents.
+    if (jobRc <= TaskNumber(server, taskKey, "MaxRC")) ReleaseDependents(server, taskKey);
+    // 7. The next repetition.
+    if (repeats && jobRc >= 1) PrepareNextRun(server, taskKey);
+    WriteTaskInfo(server, taskKey);
+}
+
 
 int32_t DiagnosticPeriod(int64_t diagC) {
     // PollCount is 16 bits: a period it can't reach would never end, so the period is bounded.
@@ -221,7 +241,7 @@ bool RunDiagnostic(Server& server, const std::string& taskKey) {
     try {
         const std::string jobIndex = TaskCell(server, taskKey, "JobIndex");
         if (jobIndex.empty()) return false;
-        SendRunnerCommand(server, SlotOf(jobIndex), "DIAG", 1);
+        SendRunnerCommand(server, SlotFromJobIndex(jobIndex), "DIAG", 1);
         return true;
     } catch (const std::exception& e) {
         WriteServerLog(server,

@@ -13,6 +13,11 @@ struct Server;
 void Timer3_Timer(Server& server);
 // Sends "DIAG" to the task's slot; false when the task holds none. Logs its own failure.
 bool RunDiagnostic(Server& server, const std::string& taskKey);
+// The end of a running task whose last step is over: the slot given back, the status
+// "Complete", or "Complete - Cancelled" when the slot was cancelled, changed from `status`,
+// the report closed, the dependents released and the next repetition prepared as it applies.
+void EndRunningTask(Server& server, const std::string& taskKey, const std::string& status,
+                    uint8_t slot);
 // Makes the row of the task's next repetition: new number, reset cells, new folder. False
 // when something failed; what was written stays.
 bool PrepareNextRun(Server& server, const std::string& taskKey);

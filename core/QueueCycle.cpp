@@ -43,9 +43,7 @@ bool StartReadyTasks(Server& server, const std::vector<std::string>& keys) {
     for (const std::string& key : keys) {
         uint8_t slot = 0;
         if (!FindFreeSlot(server, slot)) break;
-        const bool started = server.RunNextStepSeam ? server.RunNextStepSeam(server, true, key, slot)
-                                                    : RunNextStep(server, true, key, slot);
-        if (started) changed = true;
+        if (RunNextStep(server, true, key, slot)) changed = true;
     }
     return changed;
 }
@@ -58,8 +56,7 @@ bool PromoteWaitingTasks(Server& server, VqTable& tasks, int statusColumn, int d
         const std::string& dependency = tasks.RowAt(i).cells[dependencyColumn];
         if (!dependency.empty() && dependency[0] != '$') continue;
         const std::string key = tasks.RowAt(i).key;
-        const bool due = server.CheckRepeatSeam ? server.CheckRepeatSeam(server, key) : CheckRepeat(server, key);
-        if (!due) continue;
+        if (!CheckRepeat(server, key)) continue;
         // The mark is spent: the name stands again for the next run.
         VqRow* row = tasks.FindRow(key);
         if (row && !row->cells[dependencyColumn].empty())

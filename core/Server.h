@@ -3,7 +3,6 @@
 // tables and the seams to the clock, the operator, the settings store and the screen. A test
 // makes a fresh one and throws it away.
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -83,11 +82,6 @@ struct Server {
     RunnerLink link;
     // Monitor ticks since the last diagnostic period ended.
     uint16_t PollCount = 0;
-
-    // Seams of the queue cycle for tests: when set, they stand in for step sequencing and the
-    // repeat check, so that the cycle's own order of calls can be watched.
-    std::function<bool(Server&, bool firstStep, const std::string& taskKey, uint8_t slot)> RunNextStepSeam;
-    std::function<bool(Server&, const std::string& taskKey)> CheckRepeatSeam;
 };
 
 }  // namespace vq

@@ -32,12 +32,31 @@ void ApplyLogonSettings(Server& server) {
                   server.ProgramFolder);
 }
 
-// The queue root: the command line's, else the stored one, else the proposal.
+// A start-up failure: one line for the operator (and the log, where there is one yet).
+bool EndWith(Server& server, const std::string& text) {
+    server.op.Message(text, MessageIcon::Critical, kAppTitle);
+    return false;
+}
+
+// The queue root: the command line's, else the stored one, else at a first start (nothing
+// stored) the proposal. A root is stored only after its tree was made; a stored root that
+// fails leaves the setting as it is, since nobody can be asked for another one.
 bool SettleQueueRoot(Server& server, const StartRequest& request) {
-    if (!request.queueRoot.empty()) return AcceptQueueFolder(server, request.queueRoot) && ReadServerPath(server);
-    if (ReadServerPath(server)) return true;
-    AcceptQueueFolder(server, request.proposedRoot.empty() ? ProposedQueueFolder() : request.proposedRoot);
-    return ReadServerPath(server);
+    std::string reason;
+    const std::string stored = GetSettingText(server.registry, kSection, "ServPath");
+    if (request.queueRoot.empty() && !stored.empty()) {
+        if (ReadServerPath(server) && MakeQueueTree(server, server.ServerPath, reason)) return true;
+        if (reason.empty()) reason = FolderProblem(stored);
+        return EndWith(
+            server, "The stored queue folder \"" + stored + "\" can't be used: " + reason +
+                        ". Start with --queue-root DIR to choose another; the stored one is kept.");
+    }
+    std::string root = request.queueRoot;
+    if (root.empty())
+        root = request.proposedRoot.empty() ? ProposedQueueFolder() : request.proposedRoot;
+    if (AcceptQueueFolder(server, root, reason)) return ReadServerPath(server);
+    return EndWith(server, "The queue folder \"" + NormalQueueRoot(root) + "\" can't be used: " +
+                               reason + ". Choose another with --queue-root DIR.");
 }
 
 void SetDerivedPaths(Server& server) {
@@ -85,9 +104,15 @@ StartResult ProcessStart(Server& server, const StartRequest& request, InstanceGu
 
     if (guard.AnotherServerRuns()) return StartResult::EndQuietly;
     if (!RegistryWriteTest(server)) {
-        server.op.Message(kRegistryWriteFailed, MessageIcon::Critical, kAppTitle);
+        // The store's own reason follows the message, so that one line tells what to mend.
+        const std::string& why = server.registry.LastError();
+        server.op.Message(kRegistryWriteFailed + (why.empty() ? "" : " (" + why + ")"),
+                          MessageIcon::Critical, kAppTitle);
         return StartResult::EndFailed;
     }
+    // A stored setting that a reader can't use is said once in the log.
+    server.registry.SetNoticeSink(
+        [&server](const std::string& text) { return WriteServerLog(server, text); });
     server.ComputerName = ToUpper(GetComputerNameText());
     if (server.ProgramFolder.empty()) server.ProgramFolder = ProgramFolder();
     ApplyLogonSettings(server);
@@ -150,8 +175,9 @@ bool CloseServer(Server& server, bool bySystem) {
     // The tasks as they stand now: one may have ended while the question was open.
     const std::vector<std::string> running = RunningTaskKeys(server);
     for (const std::string& key : running) KillTask(server, key);
-    WriteServerLog(server, "Some running tasks were Cancelled because Orvantis Server was shut down:\n\n" +
-                               KeyList(running));
+    WriteServerLog(server,
+                   "Some running tasks were Cancelled because Orvantis Server was shut down:\n\n" +
+                       KeyList(running));
     SaveQueueDatabase(server);
     return true;
 }

@@ -30,26 +30,23 @@ int64_t TaskNumber(Server& server, const std::string& taskKey, const char* colum
 }
 
 // What a start has taken so far, so that a failure gives it back: a slot taken before a
-// failure is never lost, and no runner outlives a start that failed.
+// failure is never lost, and no runner outlives a start that failed. Once JobIndex holds the
+// slot, the task runs, and the cancel that follows ends it by the rules of a running task.
 struct StartTaken {
     bool slot = false;
     bool runner = false;
     bool stepRunning = false;
     bool jobIndex = false;
-    bool activeReport = false;
 };
 
-void GiveBack(Server& server, const std::string& taskKey, const std::string& stepKey, uint8_t slot,
-              const StartTaken& taken) {
+void GiveBack(Server& server, const std::string& stepKey, uint8_t slot, const StartTaken& taken) {
     try {
         if (taken.runner) {
             server.link.currentSlot = slot;
             CloseRunner(server);
         }
-        if (taken.activeReport) server.SlotReportFile.at(slot).Reset();
         if (taken.stepRunning)
             SetCell(server.tables, kStepTable, stepKey, "StepStatus", kStepCancelled);
-        if (taken.jobIndex) SetCell(server.tables, kTaskTable, taskKey, "JobIndex", "");
         if (taken.slot) FreeSlot(server, slot);
     } catch (const std::exception&) {
         // The rows are gone or the slot is out of range: there is nothing left to give back.
@@ -80,14 +77,19 @@ int NextExecutableStep(Server& server, const std::string& taskKey, int fromStep)
     return 0;
 }
 
-bool RunNextStep(Server& server, bool firstStep, const std::string& taskKey, uint8_t slot) {
+namespace {
+
+// The choice of RunNextStep; `stepKey` follows the step looked at, for the message of a
+// failure.
+bool ChooseAndStartStep(Server& server, bool firstStep, const std::string& taskKey, uint8_t slot,
+                        std::string& stepKey) {
     const int next = static_cast<int>(TaskNumber(server, taskKey, "CurStep")) + 1;
     if (firstStep && next == 1) WriteReport(server, taskKey, kRunning, false, "", -1, -1);
     const int allSteps = static_cast<int>(TaskNumber(server, taskKey, "AllSteps"));
     const int reportSlot = firstStep ? -1 : slot;
     for (int i = next; i <= allSteps; ++i) {
+        stepKey = MakeStepKey(taskKey, i);
         const int executable = NextExecutableStep(server, taskKey, i);
-        const std::string stepKey = MakeStepKey(taskKey, i);
         const int64_t minRc = CellNumber(GetCell(server.tables, kStepTable, stepKey, "MinRC"));
         const int64_t maxRc = CellNumber(GetCell(server.tables, kStepTable, stepKey, "MaxRC"));
         const int64_t jobRc = TaskNumber(server, taskKey, "JobRC");
@@ -110,6 +112,22 @@ bool RunNextStep(Server& server, bool firstStep, const std::string& taskKey, uin
     return false;
 }
 
+}  // namespace
+
+bool RunNextStep(Server& server, bool firstStep, const std::string& taskKey, uint8_t slot) {
+    std::string stepKey = taskKey;
+    try {
+        return ChooseAndStartStep(server, firstStep, taskKey, slot, stepKey);
+    } catch (const std::exception& e) {
+        // A damaged row stops this task only: the tick goes on with the others.
+        WriteServerLog(server,
+                       "Error occurred while executing the step (" + stepKey + ")!\n" + e.what());
+        // A first step's task ends as a start that failed; a later step's caller ends it.
+        if (firstStep) RequestCancel(server, taskKey);
+        return false;
+    }
+}
+
 bool StartStep(Server& server, const std::string& taskKey, uint8_t slot, int step, bool firstStep) {
     const std::string stepKey = MakeStepKey(taskKey, step);
     StartTaken taken;
@@ -118,45 +136,44 @@ bool StartStep(Server& server, const std::string& taskKey, uint8_t slot, int ste
         uint8_t offered = 0;
         if (firstStep && !FindFreeSlot(server, offered))
             throw VqError(kNoTaskIndexText, kNoTaskIndexError);
-        // 3. The start record and texts, from the settings of this moment.
+        // 2. The start record and texts, from the settings of this moment.
         StartFill fill = FillStartRecord(server, taskKey, step);
         RunnerLink& link = server.link;
         link.start = fill.record;
         link.commandText = std::move(fill.commandText);
         link.fileRcText = std::move(fill.fileRcText);
         link.environText = std::move(fill.environText);
-        // 4. The slot.
+        // 3. The slot.
         if (firstStep) {
             if (!TakeSlot(server, slot)) throw VqError(kTaskIndexTakenText, kTaskIndexTakenError);
             taken.slot = true;
         }
-        // 5. One runner for this step.
+        // 4. The report paths.
+        const std::string folder = WithBackslash(TaskCell(server, taskKey, "RF"));
+        const std::string reportName = TaskCell(server, taskKey, "JobReport");
+        const std::string report = folder + reportName + ".txt";
+        const std::string active = folder + "Active-" + reportName + ".txt";
+        // 5. The folders, before the runner opens the step's output file in them: a task
+        // whose folder was deleted while it waited runs all the same.
+        EnsureTaskFolders(server, taskKey);
+        // 6. One runner for this step.
         link.currentSlot = slot;
         taken.runner = true;
         OpenRunner(server);
-        // 6. The step runs.
+        // 7. The step runs.
         SetCell(server.tables, kTaskTable, taskKey, "CurStep", ZeroPad(step, 4));
         SetCell(server.tables, kStepTable, stepKey, "StepStatus", kStepRunning);
         taken.stepRunning = true;
-        // 7. The task runs, in this slot, not cancelled.
+        // 8. The task runs, in this slot, not cancelled.
         if (firstStep) {
             SetCell(server.tables, kTaskTable, taskKey, "JobIndex", std::to_string(slot));
             taken.jobIndex = true;
             ChangeStatus(server, taskKey, TaskCell(server, taskKey, "Status"), kRunning);
             server.SlotState.at(slot) = SlotStateRecord{false, server.clock.Now(), 0};
         }
-        // 8. The report and the active report.
-        const std::string folder = WithBackslash(TaskCell(server, taskKey, "RF"));
-        const std::string reportName = TaskCell(server, taskKey, "JobReport");
-        const std::string report = folder + reportName + ".txt";
-        const std::string active = folder + "Active-" + reportName + ".txt";
-        // 9. The folders; 10. the active report of the run.
-        EnsureTaskFolders(server, taskKey);
-        if (firstStep) {
-            OpenActiveReport(server, slot, report, active);
-            taken.activeReport = true;
-        }
-        // 11. The step's entry and the warnings of the filling; 12. the report.
+        // 9. The active report of the run.
+        if (firstStep) OpenActiveReport(server, slot, report, active);
+        // 10. The step's entry, the warnings of the filling, the report.
         WriteReport(server, taskKey, kStepRunning, true, std::to_string(step), slot, -1);
         if (!fill.warnings.empty())
             WriteReport(server, taskKey, "Data", false, fill.warnings, slot, -1);
@@ -165,7 +182,9 @@ bool StartStep(Server& server, const std::string& taskKey, uint8_t slot, int ste
     } catch (const std::exception& e) {
         WriteServerLog(server,
                        "Error occurred while executing the step (" + stepKey + ")!\n" + e.what());
-        GiveBack(server, taskKey, stepKey, slot, taken);
+        // Once the task runs in its slot, the cancel that follows a first step's failure ends
+        // the step and looks for cleanup steps; before, what was taken is given back here.
+        if (!taken.jobIndex) GiveBack(server, stepKey, slot, taken);
         return false;
     }
 }

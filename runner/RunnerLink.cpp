@@ -15,6 +15,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "calendar/Common.h"
 #include "core/Server.h"
 #include "platform/Error.h"
 
@@ -292,6 +293,12 @@ void FreeSlot(Server& server, uint8_t slot) {
     if (!server.SlotUsed[slot]) return;
     server.SlotUsed[slot] = false;
     if (server.RunningTaskCount > 0) --server.RunningTaskCount;
+}
+
+uint8_t SlotFromJobIndex(const std::string& jobIndex) {
+    const int64_t slot = CellNumber(jobIndex);
+    if (slot < 0 || slot >= kRunnerSlots) throw VqError("Subscript out of range", 9);
+    return static_cast<uint8_t>(slot);
 }
 
 ReplyRecord LostRunnerReply(const RunnerSlotEntry& entry) {

@@ -25,6 +25,9 @@ struct Server;
 bool TakeSlot(Server& server, uint8_t slot);
 void FreeSlot(Server& server, uint8_t slot);
 
+// The slot that a JobIndex cell names; VqError when it is no number or no slot.
+uint8_t SlotFromJobIndex(const std::string& jobIndex);
+
 // Creates the pipes of the current slot, launches the runner and performs the start exchange
 // with the filled StartRecord and text blocks. Reports nothing: a failure leaves the slot lost.
 void OpenRunner(Server& server);

@@ -21,7 +21,7 @@ constexpr const char* kSchema =
 
 // A prepared statement that finalizes itself.
 class Statement {
-public:
+  public:
     Statement(sqlite3* db, const char* sql) { sqlite3_prepare_v2(db, sql, -1, &stmt_, nullptr); }
     ~Statement() { sqlite3_finalize(stmt_); }
     Statement(const Statement&) = delete;
@@ -29,10 +29,11 @@ public:
     bool Ok() const { return stmt_ != nullptr; }
     sqlite3_stmt* Get() const { return stmt_; }
     void Bind(int index, const std::string& text) {
-        sqlite3_bind_text(stmt_, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+        sqlite3_bind_text(stmt_, index, text.data(), static_cast<int>(text.size()),
+                          SQLITE_TRANSIENT);
     }
 
-private:
+  private:
     sqlite3_stmt* stmt_ = nullptr;
 };
 
@@ -47,6 +48,13 @@ std::optional<RegValue> ValueOfRow(sqlite3_stmt* stmt, int formColumn) {
     if (form == kFormInteger)
         return RegValue::Integer(static_cast<int32_t>(sqlite3_column_int64(stmt, formColumn + 1)));
     return std::nullopt;  // other forms count as missing
+}
+
+// The system's reason when there is one, else SQLite's.
+std::string StoreError(sqlite3* db) {
+    if (!db) return "out of memory";
+    const int error = sqlite3_system_errno(db);
+    return error ? ErrnoText(error) : sqlite3_errmsg(db);
 }
 
 }  // namespace
@@ -81,20 +89,15 @@ bool Registry::Open(bool create) {
     if (create) {
         const std::string folder = databasePath_.substr(0, databasePath_.find_last_of('/'));
         if (!folder.empty() && !MakeFolders(folder, 0700)) {
-            lastError_ = "cannot make folder " + folder;
+            lastError_ = folder + ": " + ErrnoText(errno);
             return false;
         }
     }
     const int flags = SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0);
-    if (sqlite3_open_v2(databasePath_.c_str(), &db_, flags, nullptr) != SQLITE_OK) {
-        lastError_ = db_ ? sqlite3_errmsg(db_) : "cannot open " + databasePath_;
-        sqlite3_close(db_);
-        db_ = nullptr;
-        return false;
-    }
-    sqlite3_busy_timeout(db_, 5000);
-    if (sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr) != SQLITE_OK) {
-        lastError_ = sqlite3_errmsg(db_);
+    if (sqlite3_open_v2(databasePath_.c_str(), &db_, flags, nullptr) != SQLITE_OK ||
+        sqlite3_busy_timeout(db_, 5000) != SQLITE_OK ||
+        sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr) != SQLITE_OK) {
+        lastError_ = databasePath_ + ": " + StoreError(db_);
         sqlite3_close(db_);
         db_ = nullptr;
         return false;
@@ -108,7 +111,8 @@ bool Registry::IsRunKey(Hive hive, const std::string& keyPath) const {
 
 std::string Registry::AutostartFile() const { return autostartDir_ + "/orvantis-server.desktop"; }
 
-std::optional<RegValue> Registry::Read(Hive hive, const std::string& keyPath, const std::string& name) {
+std::optional<RegValue> Registry::Read(Hive hive, const std::string& keyPath,
+                                       const std::string& name) {
     if (IsRunKey(hive, keyPath)) {
         std::string content;
         if (ToUpper(name) != ToUpper(kRunValueName) || !ReadWholeFile(AutostartFile(), content))
@@ -116,7 +120,8 @@ std::optional<RegValue> Registry::Read(Hive hive, const std::string& keyPath, co
         const size_t exec = content.find("\nExec=");
         if (exec == std::string::npos) return std::nullopt;
         const size_t end = content.find('\n', exec + 1);
-        return RegValue::Text(content.substr(exec + 6, end == std::string::npos ? end : end - exec - 6));
+        return RegValue::Text(
+            content.substr(exec + 6, end == std::string::npos ? end : end - exec - 6));
     }
     if (!Open(false)) return std::nullopt;
     Statement stmt(db_, "SELECT form, data FROM reg_values WHERE hive=? AND key=? AND name=?");
@@ -128,19 +133,22 @@ std::optional<RegValue> Registry::Read(Hive hive, const std::string& keyPath, co
     return ValueOfRow(stmt.Get(), 0);
 }
 
-int Registry::Write(Hive hive, const std::string& keyPath, const std::string& name, const RegValue& value) {
+int Registry::Write(Hive hive, const std::string& keyPath, const std::string& name,
+                    const RegValue& value) {
     if (IsRunKey(hive, keyPath)) {
         if (ToUpper(name) != ToUpper(kRunValueName)) return 2;
         const std::string entry =
             "[Desktop Entry]\nType=Application\nName=Orvantis Personal Server\n"
-            "Comment=Starts the Orvantis Personal Server at logon\nExec=" + value.AsText() +
-            "\nTerminal=false\nX-GNOME-Autostart-enabled=true\n";
-        if (!MakeFolders(autostartDir_, 0700) || !WriteFileAtomic(AutostartFile(), entry, &lastError_))
+            "Comment=Starts the Orvantis Personal Server at logon\nExec=" +
+            value.AsText() + "\nTerminal=false\nX-GNOME-Autostart-enabled=true\n";
+        if (!MakeFolders(autostartDir_, 0700) ||
+            !WriteFileAtomic(AutostartFile(), entry, &lastError_))
             return 5;
         return 0;
     }
     if (!Open(true)) return 5;
-    Statement stmt(db_, "INSERT OR REPLACE INTO reg_values (hive, key, name, form, data) VALUES (?,?,?,?,?)");
+    Statement stmt(
+        db_, "INSERT OR REPLACE INTO reg_values (hive, key, name, form, data) VALUES (?,?,?,?,?)");
     if (!stmt.Ok()) {
         lastError_ = sqlite3_errmsg(db_);
         return 5;
@@ -177,17 +185,25 @@ int Registry::Delete(Hive hive, const std::string& keyPath, const std::string& n
 std::vector<RegEntry> Registry::List(Hive hive, const std::string& keyPath) {
     std::vector<RegEntry> entries;
     if (IsRunKey(hive, keyPath)) {
-        if (auto value = Read(hive, keyPath, kRunValueName)) entries.push_back({kRunValueName, *value});
+        if (auto value = Read(hive, keyPath, kRunValueName))
+            entries.push_back({kRunValueName, *value});
         return entries;
     }
     if (!Open(false)) return entries;
-    Statement stmt(db_, "SELECT name, form, data FROM reg_values WHERE hive=? AND key=? ORDER BY name");
+    Statement stmt(db_,
+                   "SELECT name, form, data FROM reg_values WHERE hive=? AND key=? ORDER BY name");
     if (!stmt.Ok()) return entries;
     stmt.Bind(1, HiveName(hive));
     stmt.Bind(2, keyPath);
     while (sqlite3_step(stmt.Get()) == SQLITE_ROW)
-        if (auto value = ValueOfRow(stmt.Get(), 1)) entries.push_back({ColumnText(stmt.Get(), 0), *value});
+        if (auto value = ValueOfRow(stmt.Get(), 1))
+            entries.push_back({ColumnText(stmt.Get(), 0), *value});
     return entries;
+}
+
+void Registry::NoticeOnce(const std::string& text) {
+    if (noticed_.count(text) || !noticeSink_) return;
+    if (noticeSink_(text)) noticed_.insert(text);
 }
 
 std::vector<std::string> Registry::Keys(Hive hive) {

@@ -3,7 +3,9 @@
 // holds them. One value is a text (form 1) or a signed 32-bit integer (form 4). The current
 // user's Run key is the XDG autostart folder: its values are desktop entry files.
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -55,13 +57,21 @@ public:
     // Reading creates nothing.
     std::optional<RegValue> Read(Hive hive, const std::string& keyPath, const std::string& name);
     // 0 for success, else a non-zero status; each write is its own transaction.
-    int Write(Hive hive, const std::string& keyPath, const std::string& name, const RegValue& value);
+    int Write(Hive hive, const std::string& keyPath, const std::string& name,
+              const RegValue& value);
     // 0 when the value is gone (also when it was not there), else a non-zero status.
     int Delete(Hive hive, const std::string& keyPath, const std::string& name);
     // Every value of one key, in name order.
     std::vector<RegEntry> List(Hive hive, const std::string& keyPath);
     // Every key path of a hive that holds values.
     std::vector<std::string> Keys(Hive hive);
+
+    // Where readers of settings report a stored value that they can't use (the server log);
+    // the sink answers false when the report could not be made.
+    using NoticeSink = std::function<bool(const std::string&)>;
+    void SetNoticeSink(NoticeSink sink) { noticeSink_ = std::move(sink); }
+    // Passes `text` to the sink once for the life of this object, again only after a failure.
+    void NoticeOnce(const std::string& text);
 
     // The last error of the store, for messages.
     const std::string& LastError() const { return lastError_; }
@@ -75,6 +85,8 @@ private:
     std::string autostartDir_;
     sqlite3* db_ = nullptr;
     std::string lastError_;
+    NoticeSink noticeSink_;
+    std::set<std::string> noticed_;
 };
 
 // Key paths of the store.

@@ -2,6 +2,7 @@
 // The server's settings by section, name and default, over the settings store; the machine's
 // auto logon values and the start at logon.
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,22 +10,36 @@
 
 namespace vq {
 
-// One known setting: its section, name and the default that a missing value reads as.
+// What a setting holds: any text, a whole number of a range, or a priority key ("P22").
+enum class SettingKind { Text, Number, PriorityKey };
+
+// One known setting, spelled as the settings table spells it.
 struct SettingDef {
-    const char* section;
-    const char* name;
-    const char* defaultValue;  // nullptr: no default (read as empty)
-    bool integer;              // the default is an integer, else a text
-    const char* meaning;
+    std::string section;
+    std::string name;
+    std::optional<std::string> defaultValue;  // none: nobody reads it
+    SettingKind kind = SettingKind::Text;
+    int64_t min = 0, max = 0;  // the range of a Number
+    std::string meaning;
 };
 
-// Every known setting of ServerSettings and StartSet, in one place.
+// Every setting of ServerSettings and StartSet, and the Show- switches of Settings.
 const std::vector<SettingDef>& SettingDefs();
-// The definition of a setting, or nullptr.
+// A column that a view can show; its width is a setting of section Settings.
+struct ViewColumn {
+    std::string key;
+    std::string caption;
+    bool taskView;
+};
+// The width settings of the view columns, each with the default of its caption.
+std::vector<SettingDef> ColumnWidthDefs(const std::vector<ViewColumn>& columns);
+// The definition of a setting of SettingDefs(), matched exactly, or nullptr.
 const SettingDef* FindSettingDef(const std::string& section, const std::string& name);
-// The default of any setting, the Show- switches and column widths of the views included;
-// the empty text when the setting has none.
+// The default of a setting of SettingDefs(); the empty text when it has none.
 std::string SettingDefault(const std::string& section, const std::string& name);
+// True when the setting can take `value`; else false, with `problem` saying what it takes.
+bool SettingValueFits(const SettingDef& def, const std::string& value,
+                      std::string* problem = nullptr);
 
 // The key path of a section: Software\Halvenor\Orvantis Server\<section>.
 std::string SectionKey(const std::string& section);
@@ -32,7 +47,8 @@ std::string SectionKey(const std::string& section);
 // The stored value, or `def` when the name is empty, the value is missing or of another form.
 RegValue GetRegSetting(Registry& reg, const std::string& section, const std::string& name,
                        const RegValue& def);
-// The same with the default of the settings table.
+// The value in force: the stored one when the setting can take it, else the default of the
+// settings table; a stored value that doesn't fit is reported once through the store's notices.
 std::string GetSettingText(Registry& reg, const std::string& section, const std::string& name);
 int64_t GetSettingNumber(Registry& reg, const std::string& section, const std::string& name);
 

@@ -38,6 +38,7 @@ VqRow& VqTable::AddRow(const std::string& key, const std::string& text) {
     row->cells.resize(std::max<size_t>(columns_.size(), 1));
     row->cells[0] = text;
     VqRow& added = *row;
+    added.slot_ = rows_.size();
     rowIndex_.Insert(&added);
     rows_.push_back(std::move(row));
     return added;
@@ -54,18 +55,34 @@ VqRow& VqTable::Row(std::string_view key) {
 }
 
 bool VqTable::RemoveRow(std::string_view key) {
-    const VqRow* target = rowIndex_.Find(key);
+    VqRow* target = rowIndex_.Find(key);
     if (!target) return false;
     rowIndex_.Erase(key);
-    auto pos = std::find_if(rows_.begin(), rows_.end(),
-                            [target](const auto& row) { return row.get() == target; });
-    rows_.erase(pos);
+    target->removed_ = true;
+    if (removedCount_ == 0 || target->slot_ < firstGap_) firstGap_ = target->slot_;
+    ++removedCount_;
     return true;
 }
 
 void VqTable::ClearRows() {
     rowIndex_.Clear();
     rows_.clear();
+    removedCount_ = 0;
+}
+
+size_t VqTable::StorageSlot(size_t position) const {
+    if (removedCount_ > 0 && position >= firstGap_) CloseGaps();
+    return position;
+}
+
+void VqTable::CloseGaps() const {
+    std::erase_if(rows_, [](const auto& row) { return row->removed_; });
+    removedCount_ = 0;
+    NumberSlots();
+}
+
+void VqTable::NumberSlots() const {
+    for (size_t i = 0; i < rows_.size(); ++i) rows_[i]->slot_ = i;
 }
 
 const std::string& VqTable::Cell(std::string_view rowKey, std::string_view columnKey) const {
@@ -88,9 +105,11 @@ void VqTable::SortOn(int columnIndex, bool descending) {
     auto before = [c, descending](const auto& a, const auto& b) {
         return descending ? b->cells[c] < a->cells[c] : a->cells[c] < b->cells[c];
     };
+    if (removedCount_ > 0) CloseGaps();
     // Ageing keeps the order of most ticks: a sorted table costs one pass.
-    if (!std::is_sorted(rows_.begin(), rows_.end(), before))
-        std::stable_sort(rows_.begin(), rows_.end(), before);
+    if (std::is_sorted(rows_.begin(), rows_.end(), before)) return;
+    std::stable_sort(rows_.begin(), rows_.end(), before);
+    NumberSlots();
 }
 
 }  // namespace vq

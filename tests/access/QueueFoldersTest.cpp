@@ -152,13 +152,20 @@ TEST_F(ClearProjectFoldersTest, ALimitOfZeroClearsNothing) {
     EXPECT_TRUE(FolderExists(Project() + "000001"));
 }
 
-TEST_F(QueueFoldersTest, AcceptQueueFolderMakesAPrivateRoot) {
+TEST_F(QueueFoldersTest, AcceptQueueFolderStoresOnlyAPrivateRootWhoseTreeIsMade) {
     const std::string root = ts.dir.Path() + "new/deep/root";
-    EXPECT_TRUE(AcceptQueueFolder(*ts, root));
+    std::string reason;
+    EXPECT_TRUE(AcceptQueueFolder(*ts, root + "//", reason)) << reason;
     EXPECT_EQ(GetSettingText(*ts.registry, "ServerSettings", "ServPath"), root + "/");
+    EXPECT_TRUE(PathExists(root + "/$Data/Orvantis.ctf"));
     struct stat st {};
     ASSERT_EQ(stat(root.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0700u);
+
+    AppendToFile(ts.dir.Path() + "new/$Data", "a file where a folder must be");
+    EXPECT_FALSE(AcceptQueueFolder(*ts, ts.dir.Path() + "new", reason));
+    EXPECT_EQ(reason, ts.dir.Path() + "new/$Data: Not a directory");
+    EXPECT_EQ(GetSettingText(*ts.registry, "ServerSettings", "ServPath"), root + "/");
 }
 
 }  // namespace

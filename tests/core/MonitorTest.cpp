@@ -6,6 +6,7 @@
 
 #include "core/Monitor.h"
 #include "core/StepSequencing.h"
+#include "core/TaskControl.h"
 #include "platform/Files.h"
 #include "storage/QueueDatabase.h"
 #include "storage/Settings.h"
@@ -44,30 +45,21 @@ TEST(DiagnosticPeriod, IsDiagCOver5000BoundedToWhatPollCountCounts) {
     for (const auto& [diagC, ticks] : periods) EXPECT_EQ(DiagnosticPeriod(diagC), ticks) << diagC;
 }
 
+// PollCount goes back to 0 when it reaches the period (a period of 0 ticks behaves like 1); a
+// failing tick skips that, and the count stops at its top instead of wrapping.
 TEST_F(MonitorTest, PollCountRunsThroughTheDiagnosticPeriod) {
-    SetSetting("DiagC", "60000");
-    for (int i = 1; i <= 11; ++i) {
-        Timer3_Timer(*t);
-        EXPECT_EQ(t->PollCount, i);
+    const struct {
+        const char* diagC;
+        int ticks, before, after;
+    } cases[] = {{"60000", 11, 0, 11}, {"60000", 1, 11, 0}, {"5000", 1, 0, 0}, {"100", 1, 0, 0},
+                 {"2000000000", 1, 65534, 0}};
+    for (const auto& c : cases) {
+        SetSetting("DiagC", c.diagC);
+        t->PollCount = static_cast<uint16_t>(c.before);
+        for (int i = 0; i < c.ticks; ++i) Timer3_Timer(*t);
+        EXPECT_EQ(t->PollCount, c.after) << c.diagC << " from " << c.before;
     }
-    Timer3_Timer(*t);
-    EXPECT_EQ(t->PollCount, 0);
-    SetSetting("DiagC", "5000");
-    Timer3_Timer(*t);
-    EXPECT_EQ(t->PollCount, 0);
-    SetSetting("DiagC", "100");  // a period of 0 ticks behaves like 1
-    Timer3_Timer(*t);
-    EXPECT_EQ(t->PollCount, 0);
-}
-
-TEST_F(MonitorTest, PollCountNeverOverflows) {
-    SetSetting("DiagC", "2000000000");  // far more ticks than 16 bits hold
-    t->PollCount = 65534;
-    Timer3_Timer(*t);
-    EXPECT_EQ(t->PollCount, 0);  // the bounded period is reached
-    // Failing ticks skip the reset; the count stops at its top instead of wrapping.
-    FinishedTask(1, "Complete", 10);
-    SetTask(MakeRowKey(1, "Done1"), "End", "not a date");
+    SetTask(FinishedTask(1, "Complete", 10), "End", "not a date");
     t->PollCount = 65535;
     Timer3_Timer(*t);
     EXPECT_EQ(t->PollCount, 65535);
@@ -85,51 +77,41 @@ TEST_F(MonitorTest, AFailureEndsTheTickWithoutItsRefresh) {
     EXPECT_EQ(StepCell(t, running, 1, "StepStatus"), "Running");  // not reached in this tick
 }
 
+// A finished task leaves when End plus TIQH hours and TIQM minutes lies in the past: its rows
+// and its ACTIVE.ACT go, its folder stays.
 TEST_F(MonitorTest, FinishedTasksLeaveAfterTheirStay) {
-    // TIQH 1, TIQM 0 by default.
-    const std::string old = FinishedTask(1, "Complete", 3601);
-    const std::string cancelled = FinishedTask(2, "Complete - Cancelled", 3601);
-    const std::string unfinished = FinishedTask(3, "Complete - Unfinished", 3601);
-    const std::string recent = FinishedTask(4, "Complete", 3599);
-    const std::string noEnd = FinishedTask(5, "Complete", 0);
-    SetTask(noEnd, "End", "");
-    const std::string waiting = FinishedTask(6, "Waiting", 7200);
-    const std::string oldFolder = Folder(old);
-    const std::string activeMarker = oldFolder + "ACTIVE.ACT";
-    ASSERT_TRUE(PathExists(activeMarker));
-    const int loads = t.screen.treeLoads;
-    Timer3_Timer(*t);
-    EXPECT_FALSE(Exists(old));
-    EXPECT_FALSE(Exists(cancelled));
-    EXPECT_FALSE(Exists(unfinished));
-    EXPECT_TRUE(Exists(recent));
-    EXPECT_TRUE(Exists(noEnd));
-    EXPECT_TRUE(Exists(waiting));
-    EXPECT_EQ(t.screen.treeLoads, loads + 1);
-    // The steps go with their task; the folder stays, its marker doesn't.
-    EXPECT_EQ(t->tables.StepTable.FindRow(MakeStepKey(old, 1)), nullptr);
-    EXPECT_EQ(t->tables.StepTable.FindRow(MakeStepKey(old, 2)), nullptr);
-    EXPECT_NE(t->tables.StepTable.FindRow(MakeStepKey(recent, 1)), nullptr);
-    EXPECT_FALSE(PathExists(activeMarker));
-    EXPECT_TRUE(IsFolder(oldFolder));
-}
-
-TEST_F(MonitorTest, TheStayIsHoursAndMinutesAndWithNoStayATaskLeavesOnceItsEndIsPast) {
-    SetSetting("TIQH", "0");
-    SetSetting("TIQM", "30");
-    const std::string gone = FinishedTask(1, "Complete", 1801);
-    const std::string kept = FinishedTask(2, "Complete", 1799);
-    Timer3_Timer(*t);
-    EXPECT_FALSE(Exists(gone));
-    EXPECT_TRUE(Exists(kept));
-    SetSetting("TIQM", "0");
-    const std::string now = FinishedTask(3, "Complete", 0);
-    Timer3_Timer(*t);
-    EXPECT_FALSE(Exists(kept));
-    EXPECT_TRUE(Exists(now));
-    t.clock.Advance(1);
-    Timer3_Timer(*t);
-    EXPECT_FALSE(Exists(now));
+    const struct {
+        const char* status;
+        int64_t secondsAgo;  // -1: no End
+        const char *hours, *minutes;
+        bool leaves;
+    } cases[] = {{"Complete", 3601, "1", "0", true},
+                 {"Complete - Cancelled", 3601, "1", "0", true},
+                 {"Complete - Unfinished", 3601, "1", "0", true},
+                 {"Complete", 3599, "1", "0", false},
+                 {"Waiting", 7200, "1", "0", false},
+                 {"Complete", -1, "0", "0", false},
+                 {"Complete", 1801, "0", "30", true},
+                 {"Complete", 1799, "0", "30", false},
+                 {"Complete", 1, "0", "0", true},
+                 {"Complete", 0, "0", "0", false}};
+    int number = 0;
+    for (const auto& c : cases) {
+        SetSetting("TIQH", c.hours);
+        SetSetting("TIQM", c.minutes);
+        const std::string key =
+            FinishedTask(++number, c.status, std::max<int64_t>(c.secondsAgo, 0));
+        if (c.secondsAgo < 0) SetTask(key, "End", "");
+        const std::string folder = Folder(key);
+        const int loads = t.screen.treeLoads;
+        Timer3_Timer(*t);
+        EXPECT_EQ(Exists(key), !c.leaves) << number;
+        EXPECT_EQ(t.screen.treeLoads, loads + (c.leaves ? 1 : 0)) << number;
+        EXPECT_EQ(t->tables.StepTable.FindRow(MakeStepKey(key, 2)) != nullptr, !c.leaves) << number;
+        EXPECT_EQ(PathExists(folder + "ACTIVE.ACT"), !c.leaves) << number;
+        EXPECT_TRUE(IsFolder(folder));
+        if (!c.leaves) RemoveTask(*t, key, false);
+    }
 }
 
 TEST_F(MonitorTest, ARunningTaskIsRefreshedOnEveryTickAndAHeldOneIsLeftAlone) {
@@ -148,34 +130,33 @@ TEST_F(MonitorTest, ARunningTaskIsRefreshedOnEveryTickAndAHeldOneIsLeftAlone) {
     EXPECT_EQ(StepCell(t, key, 1, "StepStatus"), "Complete");
 }
 
-TEST_F(MonitorTest, ACancelledTaskWhoseCleanupStepEndsIsCompleteCancelled) {
-    const std::string key = AddRunnableTask(t, 1, "Cleanup", 1);
-    ASSERT_TRUE(RunNextStep(*t, true, key, 1));
-    SetTask(key, "Status", "Running - Cancelling");
-    t->SlotState[1].cancelled = true;
-    ASSERT_TRUE(TickUntilComplete(t, key));
-    EXPECT_EQ(TaskCellOf(t, key, "Status"), "Complete - Cancelled");
-    EXPECT_FALSE(t->SlotUsed[1]);
-}
-
-TEST_F(MonitorTest, ARunnerKilledFromOutsideEndsItsStepWith98) {
-    const std::string key = AddRunnableTask(t, 1, "Killed", 2);
-    SetStepCell(t, key, 1, "Command", "sleep 2");
-    ASSERT_TRUE(RunNextStep(*t, true, key, 1));
-    Timer3_Timer(*t);
-    ASSERT_EQ(StepCell(t, key, 1, "StepStatus"), "Running");
-    const pid_t runner = t->link.slots[1].pid;
-    ASSERT_GT(runner, 0);
-    ASSERT_EQ(::kill(runner, SIGKILL), 0);
-    ASSERT_TRUE(TickUntilComplete(t, key, 5000));
-    EXPECT_EQ(StepCell(t, key, 1, "StepStatus"), "Complete");
-    EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "98");
-    EXPECT_EQ(StepCell(t, key, 2, "StepStatus"), "Skipped");  // range 1 to 1
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "98");
-    EXPECT_EQ(TaskCellOf(t, key, "Status"), "Complete");
-    EXPECT_EQ(t->link.ReplyText, "Step runner ended unexpectedly.");
-    EXPECT_FALSE(t->SlotUsed[1]);
-    EXPECT_EQ(t->link.slots[1].pid, -1);
+// A damaged row met while a step ends is logged once: the task gives its slot back and ends,
+// and the next tick doesn't take it up again.
+TEST_F(MonitorTest, ADamagedRowEndsItsTaskOnce) {
+    t->RunnerPath = t.dir.Path() + "no-runner";  // the first poll ends the step with 98
+    // A later step's MinRC damaged, or the running step's row gone.
+    const std::pair<bool, const char*> cases[] = {
+        {true, "executing the step (000001-Run-Step2)!\nType mismatch"},
+        {false, "checking tasks.\r\n\r\nElement not found"}};
+    for (const auto& [laterStep, logged] : cases) {
+        const std::string key = AddRunnableTask(t, 1, "Run", 2);
+        SetStepCell(t, key, 2, "MinRC", "98");
+        ASSERT_TRUE(RunNextStep(*t, true, key, 1));
+        if (laterStep)
+            SetStepCell(t, key, 2, "MinRC", "x");
+        else
+            t->tables.StepTable.RemoveRow(MakeStepKey(key, 1));
+        Timer3_Timer(*t);
+        const std::string log = t.LogText();
+        EXPECT_NE(log.find(std::string("Error occurred while ") + logged), std::string::npos)
+            << log;
+        EXPECT_EQ(TaskCellOf(t, key, "Status"), "Complete");
+        EXPECT_EQ(TaskCellOf(t, key, "JobIndex"), "");
+        EXPECT_FALSE(t->SlotUsed[1]);
+        Timer3_Timer(*t);
+        EXPECT_EQ(t.LogText(), log);
+        RemoveTask(*t, key, false);
+    }
 }
 
 TEST_F(MonitorTest, ADiagnosticFollowsAPollWithValidCountersWhenThePeriodEnds) {
@@ -199,30 +180,31 @@ TEST_F(MonitorTest, RunDiagnosticNeedsASlot) {
     EXPECT_NE(t.LogText().find("Error occurred while running diagnostic!\n"), std::string::npos);
 }
 
-TEST_F(MonitorTest, ARepeatingTaskGetsItsNextRunWhenItEnds) {
-    const std::string key = AddRunnableTask(t, 1, "Daily", 1);
-    SetTask(key, "NIzv", "-1");
-    SetStepCell(t, key, 1, "Command", "exit 9");  // 10, above MaxRC 8: a failure repeats too
-    ASSERT_TRUE(WriteFileAtomic(Folder(key) + kOriginalTaskFile, "task"));
-    t->NextTaskNumber = 1;
-    ASSERT_TRUE(RunNextStep(*t, true, key, 1));
-    ASSERT_TRUE(TickUntilComplete(t, key));
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "10");
-    const std::string next = MakeRowKey(2, "Daily");
-    ASSERT_TRUE(Exists(next));
-    EXPECT_EQ(TaskCellOf(t, next, "Status"), "Waiting");
-    EXPECT_EQ(TaskCellOf(t, next, "AllR"), "0002");
-}
-
-TEST_F(MonitorTest, ATaskThatAskedToStopDoesntRepeat) {
-    const std::string key = AddRunnableTask(t, 1, "Stop", 1);
-    SetTask(key, "NIzv", "-1");
-    SetStepCell(t, key, 1, "Command", "echo 0 > rc.txt");
-    SetStepCell(t, key, 1, "FileRC", "rc.txt");
-    ASSERT_TRUE(RunNextStep(*t, true, key, 1));
-    ASSERT_TRUE(TickUntilComplete(t, key));
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "00");
-    EXPECT_EQ(t->tables.TaskTable.RowCount(), 1u);
+// A repeating task gets its next run when it ends, a failed one too, but not one that asked to
+// stop with 0.
+TEST_F(MonitorTest, ARepeatingTaskGetsItsNextRunUnlessItAskedToStop) {
+    const struct {
+        const char *command, *jobRc;
+        bool repeats;
+    } cases[] = {{"exit 9", "10", true}, {"echo 0 > rc.txt", "00", false}};
+    int number = 0;
+    for (const auto& c : cases) {
+        const std::string key = AddRunnableTask(t, ++number, "Daily", 1);
+        SetTask(key, "NIzv", "-1");
+        SetStepCell(t, key, 1, "Command", c.command);
+        SetStepCell(t, key, 1, "FileRC", "rc.txt");
+        ASSERT_TRUE(WriteFileAtomic(Folder(key) + kOriginalTaskFile, "task"));
+        t->NextTaskNumber = 10 * number;
+        ASSERT_TRUE(RunNextStep(*t, true, key, 1));
+        ASSERT_TRUE(TickUntilComplete(t, key));
+        EXPECT_EQ(TaskCellOf(t, key, "JobRC"), c.jobRc);
+        const std::string next = MakeRowKey(10 * number + 1, "Daily");
+        EXPECT_EQ(Exists(next), c.repeats) << c.command;
+        if (c.repeats) {
+            EXPECT_EQ(TaskCellOf(t, next, "Status"), "Waiting");
+            EXPECT_EQ(TaskCellOf(t, next, "AllR"), "0002");
+        }
+    }
 }
 
 class PrepareNextRunTest : public MonitorTest {

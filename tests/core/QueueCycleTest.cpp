@@ -1,4 +1,5 @@
-// The queue cycle: ageing, the start pass by priority text, slots, and the promotion pass.
+// The queue cycle: ageing, the start pass by priority text through the real step sequencing,
+// slots, a damaged task that stops only itself, and the sort put back.
 #include <gtest/gtest.h>
 
 #include "core/QueueCycle.h"
@@ -12,37 +13,23 @@ using test::TestServer;
 
 class QueueCycleTest : public ::testing::Test {
 protected:
-    QueueCycleTest() {
-        // Stand-ins that record the cycle's calls; a started task takes its slot.
-        ts->RunNextStepSeam = [this](Server& s, bool first, const std::string& key, uint8_t slot) {
-            started.push_back(key);
-            EXPECT_TRUE(first);
-            if (!startSucceeds) return false;
-            s.SlotUsed[slot] = true;
-            ++s.RunningTaskCount;
-            SetCell(s.tables, kTaskTable, key, "Status", kRunning);
-            return true;
-        };
-        ts->CheckRepeatSeam = [this](Server& s, const std::string& key) {
-            checked.push_back(key);
-            if (!due) return false;
-            SetCell(s.tables, kTaskTable, key, "Status", kReady);
-            return true;
-        };
+    // A runner that can't be launched: a start takes the slot and launches nothing.
+    QueueCycleTest() { ts->RunnerPath = ts.dir.Path() + "no-runner"; }
+    std::string Task(int number, const char* name, const std::string& status,
+                     const char* priority) {
+        const std::string key = ts.AddTask(number, name, status, priority);
+        ts.AddSteps(key, 1);
+        return key;
     }
     std::string Cell(const std::string& key, const char* column) {
         return GetCell(ts->tables, kTaskTable, key, column);
     }
 
     TestServer ts;
-    std::vector<std::string> started, checked;
-    bool startSucceeds = true;
-    bool due = false;
 };
 
 TEST_F(QueueCycleTest, AnEmptyQueueDoesNothing) {
     Timer1_Timer(*ts);
-    EXPECT_TRUE(started.empty());
     EXPECT_EQ(ts.screen.treeLoads, 0);
     EXPECT_EQ(ts.LogText(), "");
 }
@@ -52,48 +39,75 @@ TEST_F(QueueCycleTest, AgesEveryPhaseButCompleteAndRestartsAboveTheBound) {
     const struct {
         std::string status;
         const char *before, *after;
-    } cases[] = {{kWaitingHold, "000200", "000202"}, {kRunningHold, "000010", "000012"},
+    } cases[] = {{kWaitingHold, "000200", "000202"},   {kRunningHold, "000010", "000012"},
                  {kCompleteCancelled, "000300", "000300"}, {kWaiting, "000000", "000000"},
-                 {kWaiting, "", ""}, {kWaiting, "999999", "1000001"},
+                 {kWaiting, "", ""},                    {kWaiting, "999999", "1000001"},
                  {kWaiting, "1999999999", "2000000001"}, {kWaiting, "2000000000", "000002"}};
     std::vector<std::string> keys;
-    for (const auto& c : cases) keys.push_back(ts.AddTask(static_cast<int>(keys.size()) + 1, "T", c.status, c.before));
+    for (const auto& c : cases)
+        keys.push_back(ts.AddTask(static_cast<int>(keys.size()) + 1, "T", c.status, c.before));
     Timer1_Timer(*ts);
     Timer1_Timer(*ts);
-    for (size_t i = 0; i < keys.size(); ++i) EXPECT_EQ(Cell(keys[i], "Queue Priority"), cases[i].after) << cases[i].before;
+    for (size_t i = 0; i < keys.size(); ++i)
+        EXPECT_EQ(Cell(keys[i], "Queue Priority"), cases[i].after) << cases[i].before;
 }
 
 TEST_F(QueueCycleTest, TheHighestPriorityTextStartsAndThePassEndsAtTheFirstMissingSlot) {
-    const auto low = ts.AddTask(1, "Low", kReady, "000100");
-    const auto high = ts.AddTask(2, "High", kReady, "000300");
-    ts.AddTask(3, "Held", kReadyHold, "000900");
+    const auto low = Task(1, "Low", kReady, "000100");
+    const auto high = Task(2, "High", kReady, "000300");
+    const auto held = Task(3, "Held", kReadyHold, "000900");
+    const auto wide = Task(4, "Wide", kReady, "999999");      // 1000000: as text below 999998
+    const auto narrow = Task(5, "Narrow", kReady, "999997");  // 999998: the highest text
     Timer1_Timer(*ts);
-    ASSERT_EQ(started, std::vector<std::string>{high});
-    EXPECT_EQ(Cell(low, "Status"), kReady);
+    EXPECT_EQ(Cell(narrow, "Status"), kRunning);
+    EXPECT_EQ(Cell(narrow, "JobIndex"), "1");
+    for (const auto& key : {low, high, wide}) EXPECT_EQ(Cell(key, "Status"), kReady) << key;
+    EXPECT_EQ(Cell(held, "Status"), kReadyHold);
     EXPECT_EQ(ts.screen.treeLoads, 1);
-    // The slot is taken: the next tick looks at no Ready task.
+    // The slot is taken: the next tick starts nothing.
     Timer1_Timer(*ts);
-    EXPECT_EQ(started.size(), 1u);
-}
-
-TEST_F(QueueCycleTest, TheSortIsOnTextSo1000000StandsBelow999998) {
-    const auto wide = ts.AddTask(1, "Wide", kReady, "999999");   // ages to 1000000
-    const auto narrow = ts.AddTask(2, "Narrow", kReady, "999997");  // ages to 999998
-    Timer1_Timer(*ts);
-    EXPECT_EQ(started, std::vector<std::string>{narrow});
     EXPECT_EQ(Cell(wide, "Status"), kReady);
+    EXPECT_EQ(ts->RunningTaskCount, 1);
 }
 
-TEST_F(QueueCycleTest, AFailedStartLeavesTheSlotForTheNextReadyTaskAndTheLimitStopsStarts) {
-    startSucceeds = false;
-    ts.AddTask(1, "A", kReady, "000300");
-    ts.AddTask(2, "B", kReady, "000200");
+// A task whose rows are damaged is logged with the step it stood at and cancelled; the slot
+// stays free and the next Ready task starts in the same tick.
+TEST_F(QueueCycleTest, ADamagedTaskStopsOnlyItself) {
+    // Step 1's MinRC is no number, or step 1's row is gone.
+    const std::pair<bool, const char*> cases[] = {{true, "Type mismatch"},
+                                                  {false, "Element not found"}};
+    int number = 0;
+    for (const auto& [badMinRc, failure] : cases) {
+        const auto damaged = Task(++number, "Damaged", kReady, "000500");
+        const auto next = Task(++number, "Next", kReady, "000100");
+        if (badMinRc)
+            SetCell(ts->tables, kStepTable, MakeStepKey(damaged, 1), "MinRC", "one");
+        else
+            ts->tables.StepTable.RemoveRow(MakeStepKey(damaged, 1));
+        Timer1_Timer(*ts);
+        const std::string log = ts.LogText();
+        EXPECT_NE(log.find("Error occurred while executing the step (" + MakeStepKey(damaged, 1) +
+                           ")!\n" + failure),
+                  std::string::npos)
+            << log;
+        EXPECT_EQ(log.find("checking queue"), std::string::npos);
+        EXPECT_EQ(Cell(damaged, "Status"), kCompleteCancelled);
+        EXPECT_EQ(Cell(damaged, "JobIndex"), "");
+        EXPECT_EQ(Cell(next, "Status"), kRunning);
+        EXPECT_EQ(ts->RunningTaskCount, 1);
+        ts->SlotUsed[1] = false;  // room for the next case
+        ts->RunningTaskCount = 0;
+        SetCell(ts->tables, kTaskTable, next, "Status", kComplete);
+    }
+}
+
+TEST_F(QueueCycleTest, ATaskWithNoStepToRunEndsWithoutASlotAndThePassGoesOn) {
+    const auto empty = Task(1, "Empty", kReady, "000300");
+    SetCell(ts->tables, kStepTable, MakeStepKey(empty, 1), "Execute", "No");
+    const auto next = Task(2, "Next", kReady, "000200");
     Timer1_Timer(*ts);
-    EXPECT_EQ(started.size(), 2u);
-    EXPECT_EQ(ts.screen.treeLoads, 0);
-    ts->RunningTaskCount = 1;
-    Timer1_Timer(*ts);
-    EXPECT_EQ(started.size(), 2u);
+    EXPECT_EQ(Cell(empty, "Status"), kComplete);
+    EXPECT_EQ(Cell(next, "Status"), kRunning);
 }
 
 TEST_F(QueueCycleTest, TheSortOfTheTableIsPutBack) {
@@ -106,43 +120,13 @@ TEST_F(QueueCycleTest, TheSortOfTheTableIsPutBack) {
     EXPECT_EQ(ts->tables.TaskTable.RowAt(0).Text(), "a");
 }
 
-TEST_F(QueueCycleTest, AMetDependencyLosesItsMarkWhenTheTaskBecomesReady) {
-    due = true;
-    const auto met = ts.AddTask(1, "Met", kWaiting);
-    const auto waits = ts.AddTask(2, "Waits", kWaiting);
-    const auto held = ts.AddTask(3, "Held", kWaitingHold);
-    const auto free = ts.AddTask(4, "Free", kWaiting);
-    SetCell(ts->tables, kTaskTable, met, "Dependency", "$Build");
-    SetCell(ts->tables, kTaskTable, waits, "Dependency", "Build");
-    Timer1_Timer(*ts);
-    EXPECT_EQ(Cell(met, "Status"), kReady);
-    EXPECT_EQ(Cell(met, "Dependency"), "Build");
-    EXPECT_EQ(Cell(waits, "Status"), kWaiting);
-    EXPECT_EQ(Cell(held, "Status"), kWaitingHold);
-    EXPECT_EQ(Cell(free, "Status"), kReady);
-    // The promotion pass walks the restored order: by name.
-    EXPECT_EQ(checked, (std::vector<std::string>{free, met}));
-    // Ready in this tick, started in the next one at the earliest.
-    EXPECT_TRUE(started.empty());
-    Timer1_Timer(*ts);
-    EXPECT_EQ(started.size(), 1u);
-}
-
-TEST_F(QueueCycleTest, ATaskNotYetDueStaysWaitingWithItsMark) {
-    const auto key = ts.AddTask(1, "Later", kWaiting);
-    SetCell(ts->tables, kTaskTable, key, "Dependency", "$Build");
-    Timer1_Timer(*ts);
-    EXPECT_EQ(Cell(key, "Status"), kWaiting);
-    EXPECT_EQ(Cell(key, "Dependency"), "$Build");
-    EXPECT_EQ(ts.screen.treeLoads, 0);
-}
-
 TEST_F(QueueCycleTest, ABadPriorityEndsTheTickWithALogEntry) {
-    const auto bad = ts.AddTask(1, "Bad", kReady, "12x");
+    const auto bad = Task(1, "Bad", kReady, "12x");
     Timer1_Timer(*ts);
-    EXPECT_TRUE(started.empty());
-    EXPECT_NE(ts.LogText().find("Error occurred while checking queue.\r\n\r\nType mismatch"), std::string::npos);
+    EXPECT_NE(ts.LogText().find("Error occurred while checking queue.\r\n\r\nType mismatch"),
+              std::string::npos);
     EXPECT_EQ(Cell(bad, "Queue Priority"), "12x");
+    EXPECT_EQ(Cell(bad, "Status"), kReady);
 }
 
 TEST(FindFreeSlot, GivesTheLowestFreeSlotUnderTheLimit) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 
 #include "core/StepSequencing.h"
 #include "platform/Files.h"
@@ -14,18 +15,9 @@ class StepSequencingTest : public testing::Test {
     StepSequencingTest() { t->RunnerPath = BinPath("runlet"); }
 
     std::string Task(int steps) { return AddRunnableTask(t, 1, "Build", steps); }
-    void Step(const std::string& key, int step, const std::string& command,
-              const std::string& minRc = "1", const std::string& maxRc = "1") {
-        SetStepCell(t, key, step, "Command", command);
+    void Range(const std::string& key, int step, const char* minRc, const char* maxRc) {
         SetStepCell(t, key, step, "MinRC", minRc);
         SetStepCell(t, key, step, "MaxRC", maxRc);
-    }
-    // A step that asks for return code `rc` as it stands, through its FileRC.
-    void StepReturning(const std::string& key, int step, int rc, const std::string& minRc = "1",
-                       const std::string& maxRc = "1") {
-        const std::string file = "rc" + std::to_string(step) + ".txt";
-        Step(key, step, "echo " + std::to_string(rc) + " > " + file, minRc, maxRc);
-        SetStepCell(t, key, step, "FileRC", file);
     }
     // Starts the task's first step and lets the monitor run it to its end.
     void RunToEnd(const std::string& key) {
@@ -49,34 +41,26 @@ class StepSequencingTest : public testing::Test {
     int number = 1;
 };
 
-TEST_F(StepSequencingTest, ATaskWithoutStepsEndsCompleteInTheTick) {
-    const std::string key = Task(0);
-    EXPECT_FALSE(RunNextStep(*t, true, key, 1));
-    EXPECT_EQ(Status(key), "Complete");
-    EXPECT_FALSE(TaskCellOf(t, key, "End").empty());
-    EXPECT_EQ(TaskCellOf(t, key, "CurStep"), "0000");
-    EXPECT_EQ(TaskCellOf(t, key, "JobIndex"), "");
-    ExpectSlotFree();
-    EXPECT_FALSE(PathExists(ActiveReport(key)));
-}
-
-TEST_F(StepSequencingTest, ATaskWhoseStepsAllSayNoSkipsThemAndEnds) {
-    const std::string key = Task(3);
-    for (int i = 1; i <= 3; ++i) SetStepCell(t, key, i, "Execute", "No");
-    EXPECT_FALSE(RunNextStep(*t, true, key, 1));
-    for (int i = 1; i <= 3; ++i) EXPECT_EQ(StepStatus(key, i), "Skipped");
-    EXPECT_EQ(TaskCellOf(t, key, "CurStep"), "0003");
-    EXPECT_EQ(Status(key), "Complete");
-    ExpectSlotFree();
-}
-
-TEST_F(StepSequencingTest, ARepeatingTaskWhoseStepsAreAllSkippedDoesntRepeat) {
-    const std::string key = Task(1);
-    SetStepCell(t, key, 1, "Execute", "No");
-    SetCell(t->tables, kTaskTable, key, "NIzv", "-1");
-    EXPECT_FALSE(RunNextStep(*t, true, key, 1));
-    EXPECT_EQ(Status(key), "Complete");
-    EXPECT_EQ(t->tables.TaskTable.RowCount(), 1u);
+// Tasks that run nothing end in the call, without a slot, an active report or a repetition.
+TEST_F(StepSequencingTest, ATaskWithNothingToRunEndsCompleteInTheCall) {
+    const struct {
+        int steps;
+        bool repeats;
+        const char* curStep;
+    } cases[] = {{0, false, "0000"}, {3, false, "0003"}, {1, true, "0001"}};
+    for (const auto& c : cases) {
+        const std::string key = AddRunnableTask(t, ++number, "Idle", c.steps);
+        for (int i = 1; i <= c.steps; ++i) SetStepCell(t, key, i, "Execute", "No");
+        if (c.repeats) SetCell(t->tables, kTaskTable, key, "NIzv", "-1");
+        EXPECT_FALSE(RunNextStep(*t, true, key, 1));
+        EXPECT_EQ(Status(key), "Complete");
+        EXPECT_FALSE(TaskCellOf(t, key, "End").empty());
+        EXPECT_EQ(TaskCellOf(t, key, "CurStep"), c.curStep);
+        for (int i = 1; i <= c.steps; ++i) EXPECT_EQ(StepStatus(key, i), "Skipped");
+        ExpectSlotFree();
+        EXPECT_FALSE(PathExists(ActiveReport(key)));
+    }
+    EXPECT_EQ(t->tables.TaskTable.RowCount(), 3u);  // no next repetition
 }
 
 TEST_F(StepSequencingTest, AFirstStepStartsInItsSlot) {
@@ -96,12 +80,12 @@ TEST_F(StepSequencingTest, AFirstStepStartsInItsSlot) {
     EXPECT_TRUE(PathExists(ActiveReport(key)));
 }
 
-// Tasks run end to end by real runners: each step's command (or the return code it asks for
-// through its FileRC) and range, then each step's status and code and the task's code.
+// Tasks run to their end by runners that answer with the return code of each step: the code
+// and range of each step, then each step's status and code and the task's code.
 TEST_F(StepSequencingTest, TasksRunToTheirEndAsTheCodesSay) {
+    t->RunnerPath = BinPath("vqfakerunner");
     struct StepCase {
-        std::string command;  // "rc N": return code N as it stands
-        const char *minRc, *maxRc, *status, *rc;
+        const char *rc, *minRc, *maxRc, *status, *stepRc;
     };
     const struct {
         const char* what;
@@ -109,52 +93,40 @@ TEST_F(StepSequencingTest, TasksRunToTheirEndAsTheCodesSay) {
         const char *jobRc, *curStep;
     } cases[] = {
         {"three steps",
-         {{"true", "1", "1", "Complete", "01"},
-          {"exit 2", "1", "1", "Complete", "03"},
-          {"true", "3", "3", "Complete", "01"}},
+         {{"1", "1", "1", "Complete", "01"}, {"3", "1", "1", "Complete", "03"},
+          {"1", "3", "3", "Complete", "01"}},
          "01", "0003"},
         {"the range 1-2-3: tested against the last result only",
-         {{"exit 1", "1", "1", "Complete", "02"},
-          {"true", "1", "1", "Skipped", "00"},
-          {"true", "2", "2", "Complete", "01"}},
+         {{"2", "1", "1", "Complete", "02"}, {"1", "1", "1", "Skipped", "00"},
+          {"1", "2", "2", "Complete", "01"}},
          "01", "0003"},
         {"0 first of three ends the task",
-         {{"rc 0", "1", "1", "Complete", "00"},
-          {"true", "1", "1", "Pending", "00"},
-          {"true", "1", "1", "Pending", "00"}},
+         {{"0", "1", "1", "Complete", "00"}, {"1", "1", "1", "Pending", "00"},
+          {"1", "1", "1", "Pending", "00"}},
          "00", "0001"},
         {"a last step that doesn't fit",
-         {{"exit 1", "1", "1", "Complete", "02"}, {"true", "1", "1", "Skipped", "00"}},
-         "02", "0002"},
+         {{"2", "1", "1", "Complete", "02"}, {"1", "1", "1", "Skipped", "00"}}, "02", "0002"},
         {"99 sticks: the cleanup's 5 doesn't replace it",
-         {{"rc 99", "1", "1", "Complete", "99"},
-          {"exit 4", "99", "99", "Complete", "05"},
-          {"true", "5", "5", "Skipped", "00"},
-          {"true", "99", "99", "Complete", "01"}},
+         {{"99", "1", "1", "Complete", "99"}, {"5", "99", "99", "Complete", "05"},
+          {"1", "5", "5", "Skipped", "00"}, {"1", "99", "99", "Complete", "01"}},
          "99", "0004"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        const std::string key = AddRunnableTask(t, ++number, "Build", static_cast<int>(c.steps.size()));
-        for (size_t i = 0; i < c.steps.size(); ++i) {
-            const int step = static_cast<int>(i) + 1;
-            const StepCase& sc = c.steps[i];
-            if (sc.command.rfind("rc ", 0) == 0) {
-                StepReturning(key, step, std::stoi(sc.command.substr(3)), sc.minRc, sc.maxRc);
-            } else {
-                Step(key, step, sc.command, sc.minRc, sc.maxRc);
-            }
+        const int steps = static_cast<int>(c.steps.size());
+        const std::string key = AddRunnableTask(t, ++number, "Build", steps);
+        for (int i = 1; i <= steps; ++i) {
+            SetStepCell(t, key, i, "Environ", std::string("FAKE_RC=") + c.steps[i - 1].rc);
+            Range(key, i, c.steps[i - 1].minRc, c.steps[i - 1].maxRc);
         }
         RunToEnd(key);
         EXPECT_EQ(Status(key), "Complete");
-        for (size_t i = 0; i < c.steps.size(); ++i) {
-            const int step = static_cast<int>(i) + 1;
-            EXPECT_EQ(StepStatus(key, step), c.steps[i].status) << step;
-            EXPECT_EQ(StepCell(t, key, step, "StepRC"), c.steps[i].rc) << step;
+        for (int i = 1; i <= steps; ++i) {
+            EXPECT_EQ(StepStatus(key, i), c.steps[i - 1].status) << i;
+            EXPECT_EQ(StepCell(t, key, i, "StepRC"), c.steps[i - 1].stepRc) << i;
         }
         EXPECT_EQ(TaskCellOf(t, key, "JobRC"), c.jobRc);
         EXPECT_EQ(TaskCellOf(t, key, "CurStep"), c.curStep);
-        EXPECT_TRUE(PathExists(TaskCellOf(t, key, "RF") + "/Step1.txt"));
         EXPECT_EQ(TaskCellOf(t, key, "JobIndex"), "");
         EXPECT_FALSE(TaskCellOf(t, key, "End").empty());
         ExpectSlotFree();
@@ -162,67 +134,69 @@ TEST_F(StepSequencingTest, TasksRunToTheirEndAsTheCodesSay) {
     }
 }
 
-TEST_F(StepSequencingTest, NextExecutableStepLooksFromTheGivenStepOn) {
-    const std::string key = Task(4);
-    SetStepCell(t, key, 1, "Execute", "No");
-    SetStepCell(t, key, 3, "Execute", "no");  // only "Yes" runs
-    SetStepCell(t, key, 4, "Execute", "No");
-    EXPECT_EQ(NextExecutableStep(*t, key, 1), 2);
-    EXPECT_EQ(NextExecutableStep(*t, key, 2), 2);
-    EXPECT_EQ(NextExecutableStep(*t, key, 3), 0);
+// A slot taken by another task, offered or not, cancels the task and stays with its owner.
+TEST_F(StepSequencingTest, ASlotTakenByAnotherTaskCancelsTheTask) {
+    const std::pair<int, const char*> cases[] = {{2, "Task Index Already Taken."},
+                                                 {1, "No Task Index Available."}};
+    for (const auto& [slots, failure] : cases) {
+        t->SizeSlots(static_cast<uint8_t>(slots));
+        t->MaxRunningTasks = slots;
+        t->RunningTaskCount = 0;
+        ASSERT_TRUE(TakeSlot(*t, 1));  // another task's
+        const std::string key = AddRunnableTask(t, ++number, "Build", 1);
+        EXPECT_FALSE(RunNextStep(*t, true, key, 1));
+        EXPECT_EQ(Status(key), "Complete - Cancelled");
+        EXPECT_NE(t.LogText().find("Error occurred while executing the step (" +
+                                   MakeStepKey(key, 1) + ")!\n" + failure),
+                  std::string::npos)
+            << t.LogText();
+        EXPECT_TRUE(t->SlotUsed[1]);
+        EXPECT_EQ(t->RunningTaskCount, 1);
+        EXPECT_EQ(StepStatus(key, 1), "Pending");
+    }
 }
 
-TEST_F(StepSequencingTest, ATakenSlotCancelsTheTaskAndStaysWithItsOwner) {
-    t->SizeSlots(2);
-    t->MaxRunningTasks = 2;
-    ASSERT_TRUE(TakeSlot(*t, 1));  // another task's
-    const std::string key = Task(1);
-    EXPECT_FALSE(RunNextStep(*t, true, key, 1));
-    EXPECT_EQ(Status(key), "Complete - Cancelled");
-    EXPECT_NE(t.LogText().find("Error occurred while executing the step (" + MakeStepKey(key, 1) +
-                               ")!\nTask Index Already Taken."),
-              std::string::npos)
-        << t.LogText();
-    EXPECT_TRUE(t->SlotUsed[1]);
-    EXPECT_EQ(t->RunningTaskCount, 1);
-    EXPECT_EQ(StepStatus(key, 1), "Pending");
-}
-
-TEST_F(StepSequencingTest, NoFreeSlotCancelsTheTask) {
-    ASSERT_TRUE(TakeSlot(*t, 1));
-    const std::string key = Task(1);
-    EXPECT_FALSE(RunNextStep(*t, true, key, 1));
-    EXPECT_EQ(Status(key), "Complete - Cancelled");
-    EXPECT_NE(t.LogText().find("No Task Index Available."), std::string::npos);
-    EXPECT_EQ(t->RunningTaskCount, 1);
-}
-
-TEST_F(StepSequencingTest, AFailureAfterTheSlotWasTakenGivesEverythingBack) {
-    const std::string key = Task(1);
-    Step(key, 1, "sleep 20");
-    // The active report can't be made: the task's folder is a file.
+// The active report can't be made once the task runs in its slot (its folder lies under a
+// file): the task is cancelled as a running one, its step ends with 99, and a later step whose
+// range holds 99 cleans up before the task ends "Complete - Cancelled".
+TEST_F(StepSequencingTest, AFirstStepFailingInItsSlotIsCancelledWithItsCleanupSteps) {
+    t->RunnerPath = t.dir.Path() + "no-runner";  // each step's runner is lost: it ends with 98
     const std::string blocker = t.dir.Path() + "blocker";
     ASSERT_TRUE(WriteFileAtomic(blocker, "x"));
-    SetCell(t->tables, kTaskTable, key, "RF", blocker + "/sub");
-    EXPECT_FALSE(RunNextStep(*t, true, key, 1));
-    EXPECT_EQ(Status(key), "Complete - Cancelled");
-    EXPECT_EQ(TaskCellOf(t, key, "JobIndex"), "");
-    EXPECT_EQ(StepStatus(key, 1), "Complete - Cancelled");
-    ExpectSlotFree();
-    EXPECT_FALSE(t->SlotReportFile[1].Valid());
-    EXPECT_NE(t.LogText().find("Error occurred while executing the step ("), std::string::npos);
+    for (const bool cleanup : {true, false}) {
+        SCOPED_TRACE(cleanup ? "with a cleanup step" : "without one");
+        const std::string key = AddRunnableTask(t, ++number, "Build", 2);
+        Range(key, 2, cleanup ? "99" : "1", cleanup ? "99" : "1");
+        SetCell(t->tables, kTaskTable, key, "RF", blocker + "/sub");
+        EXPECT_FALSE(RunNextStep(*t, true, key, 1));
+        EXPECT_NE(
+            t.LogText().find("Error occurred while executing the step (" + MakeStepKey(key, 1)),
+            std::string::npos);
+        EXPECT_EQ(StepStatus(key, 1), "Complete - Cancelled");
+        EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "99");
+        EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "99");
+        if (cleanup) {
+            EXPECT_EQ(Status(key), "Running - Cancelling");
+            EXPECT_EQ(StepStatus(key, 2), "Running");
+            EXPECT_TRUE(t->SlotState[1].cancelled);
+            ASSERT_TRUE(TickUntilComplete(t, key));
+            EXPECT_EQ(StepStatus(key, 2), "Complete");
+            EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "99");
+        } else {
+            EXPECT_EQ(StepStatus(key, 2), "Skipped");
+        }
+        EXPECT_EQ(Status(key), "Complete - Cancelled");
+        EXPECT_EQ(TaskCellOf(t, key, "JobIndex"), "");
+        ExpectSlotFree();
+    }
 }
 
-TEST_F(StepSequencingTest, ALaterStepThatFailsToStartEndsTheTaskWithItsResult) {
-    const std::string key = Task(2);
-    Step(key, 1, "exit 1", "1", "1");
-    Step(key, 2, "true", "2", "2");
-    SetStepCell(t, key, 2, "BuffWidth", "wide");
-    RunToEnd(key);
-    EXPECT_EQ(Status(key), "Complete");
-    EXPECT_EQ(TaskCellOf(t, key, "JobRC"), "02");
-    EXPECT_NE(t.LogText().find("(" + MakeStepKey(key, 2) + ")!"), std::string::npos);
-    ExpectSlotFree();
+TEST_F(StepSequencingTest, AStepWhoseTaskFolderWasDeletedWhileItWaitedRuns) {
+    const std::string key = Task(1);
+    std::filesystem::remove_all(TaskCellOf(t, key, "RF"));
+    RunToEnd(key);  // by the real runner, which opens the step's output file there
+    EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "01");
+    EXPECT_TRUE(PathExists(TaskCellOf(t, key, "RF") + "/Step1.txt"));
 }
 
 }  // namespace

@@ -71,20 +71,15 @@ std::vector<size_t> SlicesOf(const std::string& text, int32_t length) {
     return slices;
 }
 
-TEST(RunnerText, GoesOutInSlicesOfAtMost4096) {
+TEST(RunnerText, GoesOutInSlicesOfAtMost4096AndStopsAtTheFirstFailingWrite) {
     EXPECT_EQ(SlicesOf(std::string(4096, 'a'), 4096), std::vector<size_t>{4096});
     EXPECT_EQ(SlicesOf(std::string(4097, 'a'), 4097), (std::vector<size_t>{4096, 1}));
     EXPECT_TRUE(SlicesOf("", 0).empty());
     EXPECT_EQ(SlicesOf(std::string(10000, 'a'), 5000), (std::vector<size_t>{4096, 904}));
-}
-
-TEST(RunnerText, StopsAtTheFirstFailingWrite) {
     int calls = 0;
-    const int32_t result = WriteInSlices(std::string(9000, 'a'), 9000, [&](const char*, size_t) {
-        ++calls;
-        return -EPIPE;
-    });
-    EXPECT_EQ(result, -EPIPE);
+    EXPECT_EQ(WriteInSlices(std::string(9000, 'a'), 9000,
+                            [&](const char*, size_t) { return ++calls, -EPIPE; }),
+              -EPIPE);
     EXPECT_EQ(calls, 1);
 }
 
@@ -178,10 +173,12 @@ TEST_F(RunnerLinkTest, PollsTheRunnerUntilItEndsAndReapsIt) {
     const pid_t pid = Slot().pid;
     ASSERT_GT(pid, 0);
     t->link.ReplyText = "before";
+    SendRunnerCommand(*t, 1, "DIAG", 1);  // its argument stays for the commands that follow
     for (int i = 0; i < 2; ++i) {
         SendRunnerCommand(*t, 1, "STAT");
         EXPECT_EQ(t->link.reply.RunnerState, 1);
         EXPECT_EQ(t->link.reply.CountersValid, 1);
+        EXPECT_EQ(t->link.command.Argument, 1);
     }
     // A reply without text leaves the last text in place.
     EXPECT_EQ(t->link.ReplyText, "before");
@@ -198,59 +195,34 @@ TEST_F(RunnerLinkTest, PollsTheRunnerUntilItEndsAndReapsIt) {
     EXPECT_TRUE(Reaped(pid));
 }
 
-// A runner that can't be launched, ends before its acknowledgement or cuts its reply short
-// ends its step at the next poll with the stand-in reply.
+// A runner that can't be launched, ends before its acknowledgement, cuts its reply short, ends
+// without an answer or falls silent is ended and reaped, and its step ends at the next poll
+// with the stand-in reply, which keeps the counters that the runner had reported.
 TEST_F(RunnerLinkTest, ALostRunnerEndsItsStepAtTheNextPoll) {
-    const std::pair<std::string, const char*> cases[] = {
-        {t.dir.Path() + "no-such-runner", ""},
-        {BinPath("vqfakerunner"), "FAKE=noack"},
-        {BinPath("vqfakerunner"), "FAKE=cut"}};
-    for (const auto& [runner, environ] : cases) {
-        Prepare(runner, environ);
+    const struct {
+        bool launches;
+        const char* environ;
+        int polls;  // "STAT" answered before the loss
+    } cases[] = {{false, "", 0},          {true, "FAKE=noack", 0},
+                 {true, "FAKE=cut", 0},       {true, "FAKE=silent", 0},
+                 {true, "FAKE=die\nFAKE_POLLS=1", 1}};
+    t->link.replyTimeoutMs = 200;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.environ);
+        Prepare(c.launches ? BinPath("vqfakerunner") : t.dir.Path() + "no-such-runner", c.environ);
         OpenRunner(*t);
+        const pid_t pid = Slot().pid;
+        for (int i = 0; i < c.polls; ++i) SendRunnerCommand(*t, 1, "STAT");
+        const int64_t cpu = c.polls > 0 ? t->link.reply.CpuTimeA : 0;
         SendRunnerCommand(*t, 1, "STAT");
         ExpectStandInReply();
-        EXPECT_TRUE(Slot().lost) << environ;
-        EXPECT_EQ(Slot().pid, -1) << environ;
+        EXPECT_EQ(t->link.reply.CpuTimeA, cpu);
+        EXPECT_TRUE(Slot().lost);
+        EXPECT_EQ(Slot().pid, -1);
+        EXPECT_TRUE(pid <= 0 || Reaped(pid));
         SendRunnerCommand(*t, 1, "END ");
         ExpectStandInReply();
     }
-}
-
-TEST_F(RunnerLinkTest, AnEndOfFileOnTheReplyPipeEndsTheStepWithTheCountersItHadReported) {
-    Prepare(BinPath("vqfakerunner"), "FAKE=die\nFAKE_POLLS=1");
-    OpenRunner(*t);
-    const pid_t pid = Slot().pid;
-    SendRunnerCommand(*t, 1, "STAT");
-    ASSERT_EQ(t->link.reply.RunnerState, 1);
-    const int64_t cpu = t->link.reply.CpuTimeA;
-    ASSERT_GT(cpu, 0);
-    SendRunnerCommand(*t, 1, "STAT");
-    ExpectStandInReply();
-    EXPECT_EQ(t->link.reply.CpuTimeA, cpu);
-    EXPECT_EQ(t->link.reply.PeakMemory, 1000);
-    EXPECT_TRUE(Reaped(pid));
-}
-
-TEST_F(RunnerLinkTest, ASilentRunnerIsKilledWhenItsReplyIsOverdue) {
-    Prepare(BinPath("vqfakerunner"), "FAKE=silent");
-    t->link.replyTimeoutMs = 200;
-    OpenRunner(*t);
-    const pid_t pid = Slot().pid;
-    ASSERT_GT(pid, 0);
-    SendRunnerCommand(*t, 1, "STAT");
-    ExpectStandInReply();
-    EXPECT_TRUE(Slot().lost);
-    EXPECT_TRUE(Reaped(pid));
-}
-
-TEST_F(RunnerLinkTest, TheCommandArgumentKeepsWhatDiagOrPrtyLeft) {
-    Prepare(BinPath("vqfakerunner"), "FAKE_POLLS=5");
-    OpenRunner(*t);
-    SendRunnerCommand(*t, 1, "DIAG", 1);
-    SendRunnerCommand(*t, 1, "STAT");
-    EXPECT_EQ(t->link.command.Command, "STAT");
-    EXPECT_EQ(t->link.command.Argument, 1);
 }
 
 // "STOP" and "STRT" are sent again every 200 ms while the answer is "not yet" (text length -1

@@ -80,24 +80,25 @@ TEST_F(StartFillTest, TakesEveryFieldFromTheTablesAndTheDefaultSettings) {
     EXPECT_EQ(fill.warnings, "");
 }
 
+// Each setting read again at every start, with what it gives the runner.
 TEST_F(StartFillTest, ReadsTheSettingsAgainAtEveryStart) {
-    SetSetting("ConsMode", "0");
-    SetSetting("SBS", "4096");
-    SetSetting("MSFS", "1000");
-    SetSetting("MLS", "512");
-    SetSetting("CSTimeDelay", "350");
-    const StartRecord r = Fill().record;
-    EXPECT_EQ(r.ConsMode, 0);
-    EXPECT_EQ(r.SearchBlockSize, 4096);
-    EXPECT_EQ(r.MaxSearchSegment, 1000 * 1024);  // kilobytes into bytes
-    EXPECT_EQ(r.MaxLineSize, 512);
-    EXPECT_EQ(r.CaptureDelay, 350);
-}
-
-TEST_F(StartFillTest, CaptureDelayIsMinusOneWhenCaptureIsOff) {
-    SetSetting("CSEnabled", "0");
-    SetSetting("CSTimeDelay", "500");
-    EXPECT_EQ(Fill().record.CaptureDelay, -1);
+    SetStepCell(t, key, 2, "BuffWidth", "0601");
+    const struct {
+        const char *name, *value;
+        int32_t StartRecord::*field;
+        int32_t expected;
+    } cases[] = {{"ConsMode", "0", &StartRecord::ConsMode, 0},
+                 {"SBS", "4096", &StartRecord::SearchBlockSize, 4096},
+                 {"MSFS", "1000", &StartRecord::MaxSearchSegment, 1000 * 1024},  // KB into bytes
+                 {"MLS", "512", &StartRecord::MaxLineSize, 512},
+                 {"CSTimeDelay", "350", &StartRecord::CaptureDelay, 350},
+                 {"CSEnabled", "0", &StartRecord::CaptureDelay, -1},  // whatever the delay
+                 {"BufW", "1000", &StartRecord::BufferWidth, 601}};
+    for (const auto& c : cases) {
+        SetSetting(c.name, c.value);
+        EXPECT_EQ(Fill().record.*c.field, c.expected) << c.name;
+    }
+    EXPECT_EQ(Fill().warnings, "");  // 601 lies within the new maximum
 }
 
 // The class maximum (CPUP of class A, 22) holds unless the server's own maximum MJP lies above
@@ -137,14 +138,6 @@ TEST_F(StartFillTest, BufferSizesAreClampedAndTheWarningsComeInOrder) {
         "\r\nScreen Buffer Size Width = 601!\r\nSetting To Maximum Screen Buffer Size (600)"
         "\r\nScreen Buffer Size Height = 900!\r\nSetting To Maximum Screen Buffer Size (800)");
     EXPECT_EQ(StepCell(t, key, 2, "BuffWidth"), "0601");
-}
-
-TEST_F(StartFillTest, BufferMaximumsComeFromTheSettings) {
-    SetSetting("BufW", "1000");
-    SetStepCell(t, key, 2, "BuffWidth", "0601");
-    const StartFill fill = Fill();
-    EXPECT_EQ(fill.record.BufferWidth, 601);
-    EXPECT_EQ(fill.warnings, "");
 }
 
 TEST_F(StartFillTest, BadCellsFailIntoTheCaller) {

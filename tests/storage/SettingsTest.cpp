@@ -24,47 +24,74 @@ protected:
 };
 
 TEST_F(SettingsTest, AnEmptyStoreReadsTheDefaultsAndCreatesNothing) {
-    EXPECT_EQ(GetSettingText(reg, "ServerSettings", "MJP"), "P22");
-    EXPECT_EQ(GetSettingNumber(reg, "ServerSettings", "DiagC"), 5000);
-    EXPECT_EQ(GetSettingNumber(reg, "ServerSettings", "StartQ"), 1);
-    EXPECT_EQ(GetSettingNumber(reg, "ServerSettings", "CLF"), 10);
-    EXPECT_EQ(GetSettingText(reg, "ServerSettings", "JQPIE"), "500");
-    EXPECT_EQ(GetSettingText(reg, "ServerSettings", "MSFS"), "1024");
-    EXPECT_EQ(GetSettingText(reg, "ServerSettings", "ServPath"), "");
+    const std::pair<const char*, const char*> defaults[] = {
+        {"MJP", "P22"},   {"DiagC", "5000"}, {"CLF", "10"}, {"JQPIE", "500"},
+        {"MSFS", "1024"}, {"ServPath", ""},  {"TVal", ""}};
+    for (const auto& [name, value] : defaults)
+        EXPECT_EQ(GetSettingText(reg, "ServerSettings", name), value);
     EXPECT_EQ(GetSettingNumber(reg, "StartSet", "MainWidth"), 10000);
     EXPECT_EQ(GetSettingText(reg, "Settings", "Show-Queue Priority"), "1");
-    EXPECT_FALSE(PathExists(reg.DatabasePath()));
-}
-
-TEST_F(SettingsTest, AnEmptyNameGivesTheDefaultWithoutAQuery) {
-    SaveRegSetting(reg, "ServerSettings", "", "stored");
     EXPECT_EQ(GetRegSetting(reg, "ServerSettings", "", RegValue::Text("def")).AsText(), "def");
+    EXPECT_FALSE(PathExists(reg.DatabasePath()));
 }
 
 TEST_F(SettingsTest, SavesAreTextAndBothFormsRead) {
     EXPECT_EQ(SaveRegSetting(reg, "ServerSettings", "JobNumber", "17"), 0);
-    auto value = reg.Read(Hive::CurrentUser, SectionKey("ServerSettings"), "JobNumber");
-    ASSERT_TRUE(value);
-    EXPECT_EQ(value->form, kFormText);
-    EXPECT_EQ(value->text, "17");
-
+    EXPECT_EQ(reg.Read(Hive::CurrentUser, SectionKey("ServerSettings"), "JobNumber")->form,
+              kFormText);
     EXPECT_EQ(SaveRegSetting(reg, "ServerSettings", "TIQH", "5", kFormInteger), 0);
-    value = reg.Read(Hive::CurrentUser, SectionKey("ServerSettings"), "TIQH");
-    ASSERT_TRUE(value);
-    EXPECT_EQ(value->form, kFormInteger);
+    EXPECT_EQ(reg.Read(Hive::CurrentUser, SectionKey("ServerSettings"), "TIQH")->form,
+              kFormInteger);
     EXPECT_EQ(GetSettingNumber(reg, "ServerSettings", "TIQH"), 5);
-    EXPECT_EQ(GetSettingText(reg, "ServerSettings", "TIQH"), "5");
-    // Names are found whatever their case, as in the registry.
-    EXPECT_EQ(GetSettingText(reg, "serversettings", "tiqh"), "5");
+    // The store finds a value whatever its case, as the registry does.
+    EXPECT_EQ(GetRegSetting(reg, "serversettings", "tiqh", RegValue::Text("")).AsText(), "5");
 }
 
 TEST_F(SettingsTest, ValuesOfAnotherFormCountAsMissing) {
     SaveRegSetting(reg, "ServerSettings", "CLF", "3");
     sqlite3* db = nullptr;
     ASSERT_EQ(sqlite3_open(reg.DatabasePath().c_str(), &db), SQLITE_OK);
-    sqlite3_exec(db, "UPDATE reg_values SET form = 3 WHERE name = 'CLF'", nullptr, nullptr, nullptr);
+    sqlite3_exec(db, "UPDATE reg_values SET form = 3 WHERE name = 'CLF'", nullptr, nullptr,
+                 nullptr);
     sqlite3_close(db);
     EXPECT_EQ(GetSettingNumber(reg, "ServerSettings", "CLF"), 10);
+}
+
+TEST_F(SettingsTest, AStoredValueOutOfItsRangeReadsAsTheDefault) {
+    // Name, stored value, value in force.
+    const char* cases[][3] = {
+        {"CLF", "-1", "10"},       {"CLF", "abc", "10"},  {"CLF", "12x", "10"},
+        {"CLF", " 12 ", " 12 "},   {"CLF", "0", "0"},     {"TIQM", "100", "0"},
+        {"DiagC", "4999", "5000"}, {"StartQ", "2", "1"},  {"SBS", "512", "2048"},
+        {"MJP", "P77", "P22"},     {"MJP", "P40", "P40"}, {"JobNumber", "1000000", "0"},
+        {"ServPath", "-1", "-1"}};
+    for (const auto& [name, stored, inForce] : cases) {
+        SaveRegSetting(reg, "ServerSettings", name, stored);
+        EXPECT_EQ(GetSettingText(reg, "ServerSettings", name), inForce) << name << "=" << stored;
+    }
+    SaveRegSetting(reg, "ServerSettings", "TIQH", "-3", kFormInteger);
+    EXPECT_EQ(GetSettingNumber(reg, "ServerSettings", "TIQH"), 1);
+}
+
+TEST_F(SettingsTest, AnUnusableValueIsReportedOnceAndAgainAfterAFailedReport) {
+    std::vector<std::string> notices;
+    bool delivered = false;
+    reg.SetNoticeSink([&](const std::string& text) {
+        notices.push_back(text);
+        return delivered;
+    });
+    SaveRegSetting(reg, "ServerSettings", "CLF", "-1");
+    GetSettingNumber(reg, "ServerSettings", "CLF");
+    delivered = true;
+    for (int i = 0; i < 3; ++i) GetSettingNumber(reg, "ServerSettings", "CLF");
+    ASSERT_EQ(notices.size(), 2u);
+    EXPECT_EQ(
+        notices[1],
+        "The setting CLF of ServerSettings holds \"-1\", which is not a whole number from 0 to "
+        "9999; its default 10 is used.");
+    SaveRegSetting(reg, "ServerSettings", "CLF", "-2");
+    GetSettingNumber(reg, "ServerSettings", "CLF");
+    EXPECT_EQ(notices.size(), 3u);
 }
 
 TEST_F(SettingsTest, AutoLogonEmptyArgumentsChangeTheFlagAloneBlanksEmptyTheValues) {
@@ -84,18 +111,26 @@ TEST_F(SettingsTest, RunAtLogonIsTheAutostartEntry) {
     const std::string text = ReadFileText(entry);
     EXPECT_NE(text.find("[Desktop Entry]\n"), std::string::npos);
     EXPECT_NE(text.find("\nExec=\"/opt/my apps/bin/vqserv\" LOGON\n"), std::string::npos);
-    EXPECT_EQ(Stored(Hive::CurrentUser, kRunKey, kRunValueName), "\"/opt/my apps/bin/vqserv\" LOGON");
+    EXPECT_EQ(Stored(Hive::CurrentUser, kRunKey, kRunValueName),
+              "\"/opt/my apps/bin/vqserv\" LOGON");
     EXPECT_EQ(SetRunAtLogon(reg, 0, "/opt/my apps/bin"), 0);
     EXPECT_FALSE(PathExists(entry));
     EXPECT_EQ(SetRunAtLogon(reg, 2, "/x"), 0);
 }
 
-TEST(ColumnWidths, DefaultFromTheCaption) {
-    EXPECT_EQ(DefaultColumnWidth("Max Running Time", true), 1700);
-    EXPECT_EQ(DefaultColumnWidth("Task RC", true), 850);
-    EXPECT_EQ(DefaultColumnWidth("Task Name", true), 1440);
-    EXPECT_EQ(DefaultColumnWidth("CPU Time", false), 1440);
-    EXPECT_EQ(DefaultColumnWidth("Step RC", false), 850);
+TEST(ColumnWidths, DefaultFromTheCaptionOncePerKey) {
+    const std::vector<SettingDef> defs = ColumnWidthDefs({{"MaxRunTime", "Max Running Time", true},
+                                                          {"JobRC", "Task RC", true},
+                                                          {"JobName", "Task Name", true},
+                                                          {"STCPU", "CPU Time", false},
+                                                          {"MaxRC", "Max RC", true},
+                                                          {"MaxRC", "Max RC", false}});
+    std::string shown;
+    for (const SettingDef& def : defs)
+        shown += def.section + "/" + def.name + "=" + *def.defaultValue + " ";
+    EXPECT_EQ(shown,
+              "Settings/MaxRunTime=1700 Settings/JobRC=850 Settings/JobName=1440 "
+              "Settings/STCPU=1440 Settings/MaxRC=850 ");
 }
 
 class JobNumberStoreTest : public ::testing::Test {

@@ -1,5 +1,6 @@
 // vqctl new-task, run as a process.
 #include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
@@ -25,7 +26,7 @@ RunResult RunVqctl(std::vector<std::string> args) {
 }
 
 class NewTask : public ::testing::Test {
-  protected:
+protected:
     bool Load(const std::string& path) { return LoadTaskFile(clock, path, task, error); }
     test::TempDir dir;
     test::FakeClock clock;
@@ -33,39 +34,39 @@ class NewTask : public ::testing::Test {
     std::string error;
 };
 
+// The fields of a task file as "name=value" words, so that a test states them in one text.
+std::string Fields(const TaskGeneral& g) {
+    return "name=" + g.TaskName + " report=" + g.TaskReportFile + " user=" + g.User +
+           " domain=" + g.Domain + " class=" + g.TaskClass + " priority=" + g.QueuePriority +
+           " cpu=" + g.CpuPriority + " maxrc=" + g.MaxRC + " maxtime=" + g.MaxTime +
+           " depends=" + g.Dependent + " encrypted=" + g.EditPpp;
+}
+std::string Fields(const TaskStep& s) {
+    return s.StepName + ": " + s.Command + " in '" + s.WorkingDirectory + "' rc " + s.MinRC + "-" +
+           s.MaxRC + " execute " + s.Execute + " env '" + s.Environment + "' filerc '" + s.FileRC +
+           "'";
+}
+
 TEST_F(NewTask, FillsWhatIsNotGivenWithSensibleValues) {
     const std::string path = dir.Path() + "backup.vqf";
     const RunResult run = RunVqctl({"new-task", "--step", "tar czf /tmp/x.tgz .", path});
     ASSERT_EQ(run.exitCode, 0) << run.output;
     ASSERT_TRUE(Load(path)) << error;
     const TaskGeneral& g = task.general;
+    EXPECT_EQ(
+        Fields(g),
+        "name=backup report=backup user=$LOCALUSER$ domain=$LOCALS$ class=A priority=3 cpu=22 "
+        "maxrc=1 maxtime=0 depends= encrypted=");
     const std::string computer = ToUpper(GetComputerNameText());
-    EXPECT_EQ(g.TaskName, "backup");
-    EXPECT_EQ(g.TaskReportFile, "backup");
-    EXPECT_EQ(g.User, "$LOCALUSER$");
-    EXPECT_EQ(g.Domain, "$LOCALS$");
-    EXPECT_EQ(g.Server, computer);
-    EXPECT_EQ(g.SubServer, computer);
-    EXPECT_EQ(g.TaskClass, "A");
-    EXPECT_EQ(g.QueuePriority, "3");
-    EXPECT_EQ(g.CpuPriority, "22");
-    EXPECT_EQ(g.MaxRC, "1");
-    EXPECT_EQ(g.MaxTime, "0");
+    EXPECT_EQ(g.Server + " " + g.SubServer, computer + " " + computer);
     // A single run: times 0 without an interval.
     EXPECT_EQ(g.TaskRepeat, "0000" + std::string(38, ' ') + "0000ED");
     VqDate scheduled = 0;
     EXPECT_TRUE(TryReadDate(g.ScheduledTime, scheduled)) << g.ScheduledTime;
-    EXPECT_EQ(g.Password.size(), 80u);
     EXPECT_EQ(ScrambleBlock("D", HexDecode(g.Password)), "");
     ASSERT_EQ(task.steps.size(), 1u);
-    const TaskStep& s = task.steps[0];
-    EXPECT_EQ(s.Command, "tar czf /tmp/x.tgz .");
-    EXPECT_EQ(s.StepName, "Step 1");
-    EXPECT_EQ(s.WorkingDirectory, "");
-    EXPECT_EQ(s.MinRC, "1");
-    EXPECT_EQ(s.MaxRC, "1");
-    EXPECT_EQ(s.Execute, "1");
-    EXPECT_TRUE(FileSystemNameProblem(g).empty());
+    EXPECT_EQ(Fields(task.steps[0]),
+              "Step 1: tar czf /tmp/x.tgz . in '' rc 1-1 execute 1 env '' filerc ''");
 }
 
 TEST_F(NewTask, TakesTaskAndStepOptions) {
@@ -81,30 +82,16 @@ TEST_F(NewTask, TakesTaskAndStepOptions) {
     // clang-format on
     ASSERT_EQ(run.exitCode, 0) << run.output;
     ASSERT_TRUE(Load(path)) << error;
-    const TaskGeneral& g = task.general;
-    EXPECT_EQ(g.TaskName, "Nightly build");
-    EXPECT_EQ(g.TaskClass, "C");
-    EXPECT_EQ(g.QueuePriority, "5");
-    EXPECT_EQ(g.CpuPriority, "31");
-    EXPECT_EQ(g.ScheduledTime, "2027-01-02 03:04:05");
-    EXPECT_EQ(g.MaxRC, "2");
-    EXPECT_EQ(g.MaxTime, "3600");
-    EXPECT_EQ(g.Dependent, "Other");
-    EXPECT_EQ(g.TaskReportFile, "rep");
-    EXPECT_EQ(g.EditPpp, "1");  // it came in encrypted form
-    EXPECT_EQ(ScrambleBlock("D", HexDecode(g.Password)), "secret");
+    EXPECT_EQ(Fields(task.general),
+              "name=Nightly build report=rep user=$LOCALUSER$ domain=$LOCALS$ class=C priority=5 "
+              "cpu=31 maxrc=2 maxtime=3600 depends=Other encrypted=1");
+    EXPECT_EQ(task.general.ScheduledTime, "2027-01-02 03:04:05");
+    EXPECT_EQ(ScrambleBlock("D", HexDecode(task.general.Password)), "secret");
     ASSERT_EQ(task.steps.size(), 2u);
-    EXPECT_EQ(task.steps[0].StepName, "Build");
-    EXPECT_EQ(task.steps[0].WorkingDirectory, "/tmp");
-    EXPECT_EQ(task.steps[0].MinRC, "1");
-    EXPECT_EQ(task.steps[0].MaxRC, "3");
-    EXPECT_EQ(task.steps[0].Environment, "A=1\r\nB=two words");
-    EXPECT_EQ(task.steps[0].FileRC, "rc.txt");
-    EXPECT_EQ(task.steps[0].Execute, "1");
-    EXPECT_EQ(task.steps[1].Command, "echo cleanup");
-    EXPECT_EQ(task.steps[1].MinRC, "0");
-    EXPECT_EQ(task.steps[1].MaxRC, "99");
-    EXPECT_EQ(task.steps[1].Execute, "0");
+    EXPECT_EQ(Fields(task.steps[0]),
+              "Build: make in '/tmp' rc 1-3 execute 1 env 'A=1\r\nB=two words' filerc 'rc.txt'");
+    EXPECT_EQ(Fields(task.steps[1]),
+              "Step 2: echo cleanup in '' rc 0-99 execute 0 env '' filerc ''");
 }
 
 TEST_F(NewTask, RefusesWhatWouldMakeAnInvalidTaskFile) {

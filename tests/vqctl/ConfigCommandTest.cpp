@@ -1,0 +1,73 @@
+// vqctl config, run as a process against a settings store of its own.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/Process.h"
+#include "tests/support/TestSupport.h"
+
+namespace vq {
+namespace {
+
+class Config : public ::testing::Test {
+protected:
+    test::ProcessResult Run(std::vector<std::string> args) {
+        args.insert(args.begin(), {test::BinPath("vqctl"), "config"});
+        return test::RunProcess(args, {"XDG_CONFIG_HOME=" + dir.Path() + "cfg"});
+    }
+    std::string Get(const std::string& section, const std::string& name) {
+        return Run({"get", section, name}).out;
+    }
+    test::TempDir dir;
+};
+
+TEST_F(Config, GetPrintsTheValueInForceAndSetChangesIt) {
+    const char* defaults[][3] = {
+        {"ServerSettings", "TIQH", "1\n"}, {"Settings", "Class", "1440\n"},
+        {"Settings", "JobRC", "850\n"},    {"Settings", "StepRC", "850\n"},
+        {"Settings", "Show-CPU", "1\n"},   {"StartSet", "MainWidth", "10000\n"}};
+    for (const auto& [section, name, value] : defaults)
+        EXPECT_EQ(Get(section, name), value) << name;
+    EXPECT_EQ(Run({"set", "ServerSettings", "StartServ", "1"}).exitCode, 0);
+    EXPECT_EQ(Run({"set", "ServerSettings", "CLF", "0", "--integer"}).exitCode, 0);
+    EXPECT_EQ(Get("ServerSettings", "StartServ"), "1\n");
+    const std::string all = Run({"list"}).out;
+    for (const char* line : {"ServerSettings StartServ=1\n", "ServerSettings CLF=0\n",
+                             "ServerSettings MJP=P22\n", "Settings MaxRunTime=1700\n"})
+        EXPECT_NE(all.find(line), std::string::npos) << line;
+    EXPECT_EQ(Run({"list", "StartSet"}).out.rfind("MainLeft=1000\n", 0), 0u);
+}
+
+TEST_F(Config, RefusesUnknownNamesAndValuesThatDontFitAndStoresNothing) {
+    struct Case {
+        std::vector<std::string> args;
+        std::string message;
+    };
+    const Case cases[] = {
+        {{"get", "ServerSetings", "StartQ"},
+         "no section \"ServerSetings\"; the nearest: ServerSettings,"},
+        {{"set", "ServerSettings", "startq", "0"},
+         "no setting \"startq\" in ServerSettings; the nearest: StartQ,"},
+        {{"list", "settings"}, "no section \"settings\"; the nearest: Settings,"},
+        {{"set", "ServerSettings", "CLF", "-1"},
+         "CLF takes a whole number from 0 to 9999, not \"-1\""},
+        {{"set", "ServerSettings", "TIQH", "two"}, "TIQH takes a whole number from 0 to 9999"},
+        {{"set", "ServerSettings", "StartQ", "2"}, "StartQ takes a whole number from 0 to 1"},
+        {{"set", "ServerSettings", "MJP", "P27"}, "MJP takes a priority key"},
+        {{"set", "ServerSettings", "MJP", "P22", "--integer"}, "MJP is a text"},
+        {{"set", "Settings", "Show-Nothing", "1"}, "no setting \"Show-Nothing\" in Settings"},
+        {{"get", "ServerSettings"}, "vqctl config get: NAME is required"},
+    };
+    for (const Case& c : cases) {
+        const test::ProcessResult run = Run(c.args);
+        EXPECT_EQ(run.exitCode, 2) << c.message;
+        EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+    }
+    EXPECT_EQ(Get("ServerSettings", "CLF"), "10\n");
+    EXPECT_EQ(Get("ServerSettings", "StartQ"), "1\n");
+    EXPECT_EQ(Get("ServerSettings", "MJP"), "P22\n");
+}
+
+}  // namespace
+}  // namespace vq
