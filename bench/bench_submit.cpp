@@ -1,70 +1,28 @@
 // The cost of one submission with an empty queue and with a queue of 10,000 tasks of 3 steps.
 // Goal: with 10,000 tasks at most twice the cost on an empty queue.
 #include <benchmark/benchmark.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 
-#include "access/QueueFolders.h"
 #include "access/Submission.h"
+#include "bench/ServerOnDisk.h"
 #include "calendar/Common.h"
-#include "core/Server.h"
-#include "platform/Files.h"
 #include "storage/Enkripcija.h"
-#include "storage/Settings.h"
 #include "storage/TaskFile.h"
 
 namespace {
 
 using namespace vq;
 
-class StillClock final : public Clock {
-public:
-    VqDate Now() override { return 46000.5; }
-    void Sleep(int) override {}
-};
-
-class SilentOperator final : public Operator {
-public:
-    void Message(const std::string&, MessageIcon, const std::string&) override {}
-    bool AskYesNo(const std::string&, const std::string&, int) override { return true; }
-    void Beep() override {}
-};
-
-// A server on a queue root of its own in the temporary folder, with `count` tasks of 3 steps
-// in its tables.
-struct Fixture {
-    explicit Fixture(int count)
-        : folder(MakeFolder()),
-          registry(folder + "registry.db", folder + "autostart"),
-          server(clock, op, registry, screen) {
-        BuildColumns(server.tables, registry);
-        const std::string root = folder + "queue/";
-        MakeFolders(root);
-        SaveRegSetting(registry, "ServerSettings", "ServPath", root);
-        server.ServerPath = root;
-        server.InQueuePath = root + "$InQ/";
-        server.DataPath = root + "$Data/";
-        server.ComputerName = "BENCH";
-        CheckQueueFolders(server, root);
+// A server on a queue of its own with `count` tasks of 3 steps in its tables.
+struct Fixture : bench::ServerOnDisk {
+    explicit Fixture(int count) : ServerOnDisk("BENCH") {
         for (int i = 1; i <= count; ++i) AddQueuedTask(i);
         server.NextTaskNumber = count;
-
         TaskFileData task = NewTaskFile("Bench", "BENCH", "me", "2026-01-01 00:00:00");
         task.general.Password = HexEncode(ScrambleBlock("E", ""));
         for (size_t s = 1; s <= 3; ++s) task.steps.push_back(NewTaskStep("echo step", s));
         taskFileText = TaskFileText(task);
-    }
-    ~Fixture() {
-        std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
-    }
-
-    static std::string MakeFolder() {
-        std::string pattern = std::filesystem::temp_directory_path().string() + "/vqbench.XXXXXX";
-        if (!::mkdtemp(pattern.data())) std::abort();
-        return pattern + "/";
     }
 
     // A task as submission leaves it, without its folder.
@@ -95,12 +53,6 @@ struct Fixture {
         std::filesystem::remove_all(rf, ignored);
     }
 
-    std::string folder;
-    StillClock clock;
-    SilentOperator op;
-    Screen screen;
-    Registry registry;
-    Server server;
     std::string taskFileText;
 };
 

@@ -13,54 +13,19 @@
 #include <string>
 #include <vector>
 
-#include "access/QueueFolders.h"
 #include "access/ServerTaskCalls.h"
-#include "calendar/Common.h"
-#include "core/Server.h"
+#include "bench/ServerOnDisk.h"
 #include "platform/Files.h"
-#include "storage/Settings.h"
 
 namespace {
 
 using namespace vq;
 
-class StillClock final : public Clock {
-public:
-    VqDate Now() override { return 46000.5; }
-    void Sleep(int) override {}
-};
-
-class SilentOperator final : public Operator {
-public:
-    void Message(const std::string&, MessageIcon, const std::string&) override {}
-    bool AskYesNo(const std::string&, const std::string&, int) override { return true; }
-    void Beep() override {}
-};
-
-struct Door {
-    Door()
-        : folder(MakeFolder()),
-          registry(folder + "registry.db", folder + "autostart"),
-          server(clock, op, registry, screen),
-          calls(server) {
-        BuildColumns(server.tables, registry);
-        root = folder + "queue/";
-        MakeFolders(root);
-        SaveRegSetting(registry, "ServerSettings", "ServPath", root);
-        server.ServerPath = root;
-        server.InQueuePath = root + "$InQ/";
-        server.DataPath = root + "$Data/";
-        server.ComputerName = "FUZZ";
-        CheckQueueFolders(server, root);
+struct Door : bench::ServerOnDisk {
+    Door() : ServerOnDisk("FUZZ"), calls(server) {
         AppendToFile(folder + "outside.urf", "keep");
         AppendToFile(root + "inside.urf", "keep");
         realRoot = std::filesystem::canonical(root).string() + "/";
-    }
-
-    static std::string MakeFolder() {
-        std::string pattern = std::filesystem::temp_directory_path().string() + "/vqfuzzdoor.XXXXXX";
-        if (!::mkdtemp(pattern.data())) std::abort();
-        return pattern + "/";
     }
 
     // What a run left behind goes, so that the tables and the disk don't grow without end.
@@ -90,12 +55,7 @@ struct Door {
         if (real.compare(0, realRoot.size(), realRoot) != 0) std::abort();
     }
 
-    std::string folder, root, realRoot;
-    StillClock clock;
-    SilentOperator op;
-    Screen screen;
-    Registry registry;
-    Server server;
+    std::string realRoot;
     ServerTaskCalls calls;
 };
 
