@@ -20,13 +20,6 @@ protected:
     ServerTaskCalls calls{*ts};
 };
 
-TEST_F(ServerTaskCallsTest, PropertiesOfTheServer) {
-    EXPECT_EQ(ServerTaskCalls::ServerType(), 2);
-    EXPECT_EQ(ServerTaskCalls::ServerVersion(), "2.1.487");
-    EXPECT_EQ(calls.QueueLocation(), ts->ServerPath);
-    EXPECT_EQ(calls.ValidateCredentials("$LOCALUSER$", "", "", ""), "Granted");
-}
-
 TEST_F(ServerTaskCallsTest, AnUnknownKeyAnswersFalseAndChangesNothing) {
     const std::string key = ts.AddTask(1, "Known");
     for (const std::string& unknown : {std::string("000002-Known"), std::string(), std::string("\0x", 2)}) {

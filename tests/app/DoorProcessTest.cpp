@@ -62,6 +62,19 @@ TEST_F(DoorProcessTest, WithoutAServerVqctlSaysWhatToDo) {
     EXPECT_EQ(Vqctl({"submit", dir.Path() + "missing.vqf"}).exitCode, 2);
 }
 
+TEST_F(DoorProcessTest, AServerWithoutABusSaysSoInItsLogAndServes) {
+    std::vector<std::string> env = Env();
+    env.back() = "DBUS_SESSION_BUS_ADDRESS=unix:path=" + dir.Path() + "nobus";
+    ChildProcess server({BinPath("vqserv"), "--headless", "--queue-root", Root()}, env);
+    const std::string log = Root() + "$Data/SrvLog.txt";
+    EXPECT_TRUE(test::WaitUntil([&] { return test::ReadFileText(log).find("clients can't reach") != std::string::npos; },
+                                5000, 20));
+    EXPECT_NE(test::ReadFileText(log).find("No session bus was found: clients can't reach this server."),
+              std::string::npos);
+    server.Signal(SIGTERM);
+    EXPECT_EQ(server.Wait(5000).exitCode, 0);
+}
+
 TEST_F(DoorProcessTest, ATaskHandedInThroughVqctlIsControlledOverTheBus) {
     auto server = StartServer();
     const std::string file = NewTask("Hello", {"--at", "2099-01-01 00:00:00"});
@@ -84,6 +97,7 @@ TEST_F(DoorProcessTest, ATaskHandedInThroughVqctlIsControlledOverTheBus) {
     for (const Call& call : calls) EXPECT_EQ(Vqctl(call.args).exitCode, call.exitCode) << call.args[0] << " " << call.args[1];
     EXPECT_EQ(Vqctl({"validate", "$LOCALUSER$"}).out, "Granted\n");
     EXPECT_EQ(Vqctl({"location"}).out, Root() + "\n");
+    EXPECT_EQ(Vqctl({"version"}).out, "2.1.487\n");
 
     const ProcessResult foreign = Vqctl({"submit", NewTask("Far", {"--server", "ELSEWHERE"})});
     EXPECT_EQ(foreign.exitCode, 1);
