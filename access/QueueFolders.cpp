@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <exception>
@@ -15,6 +14,7 @@
 #include "core/Server.h"
 #include "platform/Error.h"
 #include "platform/Files.h"
+#include "platform/SafeDelete.h"
 #include "reports/ServerLog.h"
 #include "reports/TaskInfo.h"
 #include "reports/TaskReport.h"
@@ -39,29 +39,17 @@ std::string TaskName(Server& server, const std::string& taskKey) {
     return name;
 }
 
-// The project folder of a task: root, domain, user and task name, with a closing "/".
-std::string ProjectFolder(Server& server, const std::string& taskKey) {
-    return server.ServerPath + TaskCell(server, taskKey, "Domain") + "/" +
-           TaskCell(server, taskKey, "UserName") + "/" + TaskName(server, taskKey) + "/";
+// The project folder of a task below the root: domain, user and task name.
+std::string ProjectBelowRoot(Server& server, const std::string& taskKey) {
+    return TaskCell(server, taskKey, "Domain") + "/" + TaskCell(server, taskKey, "UserName") +
+           "/" + TaskName(server, taskKey) + "/";
 }
 
 bool IsTaskFolderName(const std::string& name) {
     if (name.size() != 6) return false;
     for (char c : name)
-        if (!std::isdigit(static_cast<unsigned char>(c))) return false;
+        if (c < '0' || c > '9') return false;
     return true;
-}
-
-// Deletes the files of a folder, then the folder; failures don't stop the clearing.
-void DeleteFolder(const std::string& folder) {
-    if (DirHandle dir{opendir(folder.c_str())}) {
-        while (dirent* entry = readdir(dir.get())) {
-            const std::string path = folder + entry->d_name;
-            struct stat st {};
-            if (lstat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) unlink(path.c_str());
-        }
-    }
-    rmdir(folder.c_str());
 }
 
 }  // namespace
@@ -173,30 +161,36 @@ bool ClearProjectFolders(Server& server, const std::string& taskKey) {
     std::string lastMarker;
     VqTable& list = server.tables.FolList;
     try {
+        // 0 means no bound; a negative count bounds nothing either.
         const int64_t limit = GetSettingNumber(server.registry, "ServerSettings", "CLF");
-        if (limit == 0) return true;
+        if (limit <= 0) return true;
         list.ClearRows();
-        const std::string project = ProjectFolder(server, taskKey);
+        const std::string below = ProjectBelowRoot(server, taskKey);
+        const std::string project = server.ServerPath + below;
         const std::string name = TaskName(server, taskKey);
-        if (DirHandle dir{opendir(project.c_str())}) {
-            while (dirent* entry = readdir(dir.get())) {
-                const std::string folder = entry->d_name;
-                struct stat st {};
-                if (folder.empty() || folder[0] == '.' || !IsTaskFolderName(folder)) continue;
-                if (stat((project + folder).c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) continue;
-                list.AddRow("S" + folder, "").cells[list.ColumnIndex("Time")] =
-                    FormatDateTime(DateFromTimeT(st.st_mtime));
-            }
+        // Everything below the root is reached through opened folders that are never links,
+        // so that nothing outside the queue root can be listed or deleted.
+        const UniqueFd projectFd = OpenFolderBelow(server.ServerPath, below);
+        if (projectFd.Valid()) {
+            for (const FolderEntry& folder : ListFolders(projectFd.Get()))
+                if (IsTaskFolderName(folder.name))
+                    list.AddRow("S" + folder.name, "").cells[list.ColumnIndex("Time")] =
+                        FormatDateTime(DateFromTimeT(folder.modified));
         }
-        if (static_cast<int64_t>(list.RowCount()) > limit) {
+        const size_t keep = static_cast<size_t>(limit);
+        if (list.RowCount() > keep) {
             list.SortOn(list.ColumnIndex("Time"), false);
-            const size_t surplus = list.RowCount() - static_cast<size_t>(limit);
+            const size_t surplus = list.RowCount() - keep;
             for (size_t i = 0; i < surplus; ++i) {
                 const std::string folder = list.RowAt(i).key.substr(1);
                 if (server.tables.TaskTable.FindRow(folder + "-" + name)) continue;
                 lastMarker = project + folder + "/" + kActiveMarker;
-                if (!FileExists(lastMarker).empty()) continue;
-                DeleteFolder(project + folder + "/");
+                // The folder is emptied through its opened descriptor, so that a swap of its
+                // name for a link after this check leads nowhere else.
+                const UniqueFd folderFd = OpenSubfolder(projectFd.Get(), folder);
+                if (!folderFd.Valid() || HasEntry(folderFd.Get(), kActiveMarker)) continue;
+                DeleteFiles(folderFd.Get());
+                RemoveEmptyFolder(projectFd.Get(), folder);
             }
         }
         list.ClearRows();

@@ -18,7 +18,10 @@ int64_t Val(std::string_view text);
 // Anything else fails with VqError "Type mismatch".
 int64_t CellNumber(std::string_view text);
 
+// Casing of keys, tags, names and class letters: ASCII letters only, whatever the locale
+// (under tr_TR a locale's toupper leaves "i" as it is).
 std::string ToUpper(std::string text);
+bool EqualsNoCase(std::string_view a, std::string_view b);
 std::string Trim(std::string_view text);
 
 // The text up to the first character of code 0.

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "platform/Error.h"
 
@@ -74,24 +75,54 @@ bool ValidParts(const DateParts& p) {
     return d == p.day;  // rejects 31 April and 29 February of a common year
 }
 
-bool ReadIsoForm(const std::string& text, DateParts& p) {
-    int used = 0;
+// Reads `least` to `most` digits at `at` into `value`.
+bool ReadDigits(std::string_view text, size_t& at, size_t least, size_t most, int& value) {
+    size_t count = 0;
+    value = 0;
+    while (count < most && at < text.size() && text[at] >= '0' && text[at] <= '9') {
+        value = value * 10 + (text[at++] - '0');
+        ++count;
+    }
+    return count >= least;
+}
+
+bool Expect(std::string_view text, size_t& at, char c) {
+    if (at >= text.size() || text[at] != c) return false;
+    ++at;
+    return true;
+}
+
+size_t SkipBlanks(std::string_view text, size_t at) {
+    while (at < text.size() && text[at] == ' ') ++at;
+    return at;
+}
+
+// The cell form begins with a year of four digits and a dash. Only such a text is read as
+// one: a short date such as "09-01-27" (nl_NL) is the locale's, not the year 9.
+bool StartsAsCellForm(std::string_view text) {
+    size_t at = SkipBlanks(text, 0);
+    int year = 0;
+    return ReadDigits(text, at, 4, 4, year) && Expect(text, at, '-');
+}
+
+// "yyyy-mm-dd", then optionally "hh:mm" or "hh:mm:ss" after blanks.
+bool ReadCellForm(std::string_view text, DateParts& p) {
     p = DateParts{};
-    const char* s = text.c_str();
-    if (std::sscanf(s, " %4d-%2d-%2d %2d:%2d:%2d%n", &p.year, &p.month, &p.day, &p.hour,
-                    &p.minute, &p.second, &used) == 6 && AllParsed(s + used))
-        return ValidParts(p);
-    p = DateParts{};
-    used = 0;
-    if (std::sscanf(s, " %4d-%2d-%2d %2d:%2d%n", &p.year, &p.month, &p.day, &p.hour, &p.minute,
-                    &used) == 5 && AllParsed(s + used))
-        return ValidParts(p);
-    p = DateParts{};
-    used = 0;
-    if (std::sscanf(s, " %4d-%2d-%2d%n", &p.year, &p.month, &p.day, &used) == 3 &&
-        AllParsed(s + used))
-        return ValidParts(p);
-    return false;
+    size_t at = SkipBlanks(text, 0);
+    if (!ReadDigits(text, at, 4, 4, p.year) || !Expect(text, at, '-') ||
+        !ReadDigits(text, at, 1, 2, p.month) || !Expect(text, at, '-') ||
+        !ReadDigits(text, at, 1, 2, p.day))
+        return false;
+    const size_t timeAt = SkipBlanks(text, at);
+    if (timeAt < text.size() && timeAt > at) {
+        at = timeAt;
+        if (!ReadDigits(text, at, 1, 2, p.hour) || !Expect(text, at, ':') ||
+            !ReadDigits(text, at, 1, 2, p.minute))
+            return false;
+        if (at < text.size() && text[at] == ':' && !ReadDigits(text, ++at, 1, 2, p.second))
+            return false;
+    }
+    return SkipBlanks(text, at) == text.size() && ValidParts(p);
 }
 
 bool ReadLocaleForm(const std::string& text, DateParts& p) {
@@ -180,7 +211,7 @@ bool TryReadDate(const std::string& text, VqDate& date) {
         return true;
     }
     DateParts p;
-    if (ReadIsoForm(text, p) || ReadLocaleForm(text, p)) {
+    if (StartsAsCellForm(text) ? ReadCellForm(text, p) : ReadLocaleForm(text, p)) {
         date = MakeDate(p);
         return true;
     }

@@ -34,8 +34,9 @@ std::string FormatLocaleDateTime(VqDate date);
 std::string FormatLocaleDate(VqDate date);
 std::string FormatLocaleTime(VqDate date);
 
-// Reads "yyyy-mm-dd hh:mm:ss", "yyyy-mm-dd hh:mm", "yyyy-mm-dd", the LC_TIME "%x %X" and "%x"
-// forms, and "0" (the date 0). Anything else fails with VqError "Type mismatch".
+// Reads "0" (the date 0); a text that begins with a four-digit year and a dash in the cell
+// form "yyyy-mm-dd hh:mm:ss", "yyyy-mm-dd hh:mm" or "yyyy-mm-dd"; any other in the LC_TIME
+// forms "%x %X" and "%x". Anything else fails with VqError "Type mismatch".
 VqDate ReadDate(const std::string& text);
 // The same without the failure.
 bool TryReadDate(const std::string& text, VqDate& date);

@@ -5,6 +5,7 @@
 
 #include "platform/Files.h"
 #include "platform/Random.h"
+#include "runner/records/Records.h"
 #include "storage/Classes.h"
 #include "storage/EncStr.h"
 #include "storage/Enkripcija.h"
@@ -34,6 +35,37 @@ void Put(const std::string& dir, const std::string& target, const std::string& n
          const std::string& content) {
     vq::MakeFolders(dir + "/" + target);
     vq::WriteFileAtomic(dir + "/" + target + "/" + name, content);
+}
+
+// The runner's start: a start record and its Command, FileRC and Environ blocks in one stream.
+std::string RunletStart(const std::string& user, const std::string& workDir, const std::string& command,
+                        const std::string& fileRc, const std::string& environ) {
+    vq::StartRecord start;
+    start.UserName = user;
+    start.WorkDir = workDir;
+    start.OutputFile = "/q/$LOCALS$/ann/Build/000012/Step1.txt";
+    start.TaskIdText = "000012";
+    start.TaskName = "Build";
+    start.StepNumber = 1;
+    start.Priority = 22;
+    start.CommandLength = static_cast<int32_t>(command.size());
+    start.FileRcLength = static_cast<int32_t>(fileRc.size());
+    start.EnvironLength = static_cast<int32_t>(environ.size());
+    return start.Encode() + command + fileRc + environ;
+}
+
+void PutRunletSeeds(const std::string& dir) {
+    const std::string target = "fuzz_runlet_start";
+    Put(dir, target, "step", RunletStart("$LOCALUSER$", "%VQS%", "make all", "rc.txt\r\n",
+                                         "A=1\r\nB=x=y\nNO EQUALS\r\n=v\nA=2"));
+    Put(dir, target, "marker", RunletStart("$localuser$", "%vqs%/work/%VQS%", "", "", ""));
+    Put(dir, target, "refused", RunletStart("somebody", "/tmp", "true", "/abs/rc", ""));
+    std::string cut = RunletStart("$LOCALUSER$", "", "echo a very long command", "", "");
+    Put(dir, target, "cut", cut.substr(0, cut.size() - 10));
+    Put(dir, target, "stat", "4711 (a) (b c)) S 1 4711 4711 0 -1 4194560 10 0 0 0 15 5 0 0 20 0 1 0 100 2000 300\n");
+    Put(dir, target, "status", "Name:\tsh\nVmHWM:\t  2048 kB\nVmRSS:\t 1024 kB\nsyscr: 5\nsyscw: 6\n");
+    Put(dir, target, "filerc", " 42\r\n");
+    Put(dir, target, "cmdline", std::string("sh\0-c\0make all\0", 15));
 }
 
 }  // namespace
@@ -85,5 +117,6 @@ int main(int argc, char** argv) {
     Put(dir, "fuzz_scrambling", "long", vq::EncodeEncStr(std::string(300, 'z'), random));
     Put(dir, "fuzz_scrambling", "block", vq::ScrambleBlock("E", "password", random));
     Put(dir, "fuzz_scrambling", "hex", vq::HexEncode(vq::ScrambleBlock("E", "password", random)));
+    PutRunletSeeds(dir);
     return 0;
 }

@@ -66,14 +66,14 @@ std::optional<ProcessStat> ParseStat(std::string_view text) {
     stat.name = std::string(text.substr(open + 2, close - open - 2));
     const std::vector<std::string_view> fields = SplitBlanks(text.substr(close + 1));
     // fields[0] is field 3 of the file (state), so field k is fields[k - 3].
-    if (fields.size() < 17 || fields[0].size() != 1) return std::nullopt;
+    if (fields.size() < 20 || fields[0].size() != 1) return std::nullopt;
     stat.state = fields[0][0];
     const bool ok = ParseNumber(fields[1], stat.ppid) && ParseNumber(fields[2], stat.pgrp) &&
                     ParseNumber(fields[11], stat.userTicks) &&
                     ParseNumber(fields[12], stat.systemTicks) &&
                     ParseNumber(fields[13], stat.childUserTicks) &&
                     ParseNumber(fields[14], stat.childSystemTicks) &&
-                    ParseNumber(fields[16], stat.nice);
+                    ParseNumber(fields[16], stat.nice) && ParseNumber(fields[19], stat.startTicks);
     if (!ok) return std::nullopt;
     return stat;
 }

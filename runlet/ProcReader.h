@@ -22,6 +22,7 @@ struct ProcessStat {
     uint64_t userTicks = 0, systemTicks = 0;
     uint64_t childUserTicks = 0, childSystemTicks = 0;
     int nice = 0;
+    uint64_t startTicks = 0;  // since boot: with the pid, it names one process for good
 };
 
 struct ProcessMemory {

@@ -50,6 +50,7 @@ private:
 
     void ReapEnded();
     void Refresh();
+    bool WatchUntilCommand();
     // Kills what is left of the step and reaps it; `freshReading` when Refresh has just run.
     void TerminateStep(bool freshReading = false);
     bool AllInState(bool stopped) const;

@@ -1,20 +1,12 @@
 #include "runlet/StepPlan.h"
 
 #include <algorithm>
-#include <cctype>
+#include <unordered_set>
 
 #include "calendar/Common.h"
 
 namespace vq {
 namespace {
-
-bool EqualsNoCase(std::string_view a, std::string_view b) {
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) ==
-                      std::tolower(static_cast<unsigned char>(y));
-           });
-}
 
 std::string TrimLineEnds(std::string_view text) {
     const size_t first = text.find_first_not_of(" \t\r\n");
@@ -81,18 +73,6 @@ std::optional<int> NiceForPriority(int code) {
     return kNiceOfClass[code / 10];
 }
 
-void SetVariable(std::vector<std::string>& environment, std::string_view name, std::string_view value) {
-    const std::string entry = std::string(name) + "=" + std::string(value);
-    for (std::string& existing : environment) {
-        if (existing.size() > name.size() && existing.compare(0, name.size(), name) == 0 &&
-            existing[name.size()] == '=') {
-            existing = entry;
-            return;
-        }
-    }
-    environment.push_back(entry);
-}
-
 void AddEnvironBlock(std::vector<std::string>& environment, std::string_view block,
                      std::vector<std::string>& notes) {
     int lineNumber = 0;
@@ -111,8 +91,19 @@ void AddEnvironBlock(std::vector<std::string>& environment, std::string_view blo
                             std::string(line.substr(0, 80)) + "\"");
             continue;
         }
-        SetVariable(environment, line.substr(0, equals), line.substr(equals + 1));
+        environment.emplace_back(line);
     }
+}
+
+std::vector<std::string> MergeEnvironment(const std::vector<std::string>& entries) {
+    std::unordered_set<std::string_view> seen;
+    std::vector<std::string> merged;
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+        const std::string_view text = *entry;
+        if (seen.insert(text.substr(0, text.find('='))).second) merged.push_back(*entry);
+    }
+    std::reverse(merged.begin(), merged.end());
+    return merged;
 }
 
 StepPlan MakeStepPlan(const StepInput& input, const std::vector<std::string>& baseEnvironment,
@@ -139,15 +130,17 @@ StepPlan MakeStepPlan(const StepInput& input, const std::vector<std::string>& ba
         plan.notes.push_back("Unknown CPU priority code " + std::to_string(start.Priority) +
                              "; the step runs at the runner's own priority.");
 
-    plan.environment = baseEnvironment;
-    AddEnvironBlock(plan.environment, input.environ, plan.notes);
+    std::vector<std::string> environment = baseEnvironment;
+    AddEnvironBlock(environment, input.environ, plan.notes);
     std::string taskId = TrimRight(start.TaskIdText);
     if (taskId.empty()) taskId = std::to_string(start.TaskId);
-    SetVariable(plan.environment, "ORVANTIS_TASK_ID", taskId);
-    SetVariable(plan.environment, "ORVANTIS_TASK_NAME", TrimRight(start.TaskName));
-    SetVariable(plan.environment, "ORVANTIS_STEP", std::to_string(start.StepNumber));
-    SetVariable(plan.environment, "ORVANTIS_TASK_FOLDER", plan.taskFolder);
-    SetVariable(plan.environment, "ORVANTIS_TASK_RC", std::to_string(start.TaskRc));
+    // The task's own variables come last, so that they win.
+    environment.insert(environment.end(), {"ORVANTIS_TASK_ID=" + taskId,
+                                           "ORVANTIS_TASK_NAME=" + TrimRight(start.TaskName),
+                                           "ORVANTIS_STEP=" + std::to_string(start.StepNumber),
+                                           "ORVANTIS_TASK_FOLDER=" + plan.taskFolder,
+                                           "ORVANTIS_TASK_RC=" + std::to_string(start.TaskRc)});
+    plan.environment = MergeEnvironment(environment);
     return plan;
 }
 

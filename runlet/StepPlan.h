@@ -52,11 +52,13 @@ std::string LoginOfUser(std::string_view passwdText, unsigned uid);
 std::optional<int> NiceForPriority(int code);
 // "Normal 2" for 22, for messages; the code itself when its class is unknown.
 std::string PriorityText(int code);
-// Sets NAME to VALUE in a NAME=VALUE list, in place of an earlier value.
-void SetVariable(std::vector<std::string>& environment, std::string_view name, std::string_view value);
-// Adds the NAME=VALUE lines of an Environ block (CR LF or LF between them); a line that
+// Appends the NAME=VALUE lines of an Environ block (CR LF or LF between them); a line that
 // isn't of that form is left out with a note.
 void AddEnvironBlock(std::vector<std::string>& environment, std::string_view block,
                      std::vector<std::string>& notes);
+// A NAME=VALUE list in which each name stands once, with the last value that it was given.
+// One pass from the end with a set of seen names, so that a block of 100,000 lines costs
+// no more than reading it.
+std::vector<std::string> MergeEnvironment(const std::vector<std::string>& entries);
 
 }  // namespace vq

@@ -6,12 +6,15 @@
 #include <sys/syscall.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <set>
 
 namespace vq {
 namespace {
@@ -59,10 +62,42 @@ std::string DescribeReport(const ChildReport& report, const StepPlan& plan) {
     }
 }
 
+bool IsPlainAbsolutePath(std::string_view path) {
+    if (path.empty() || path.front() != '/') return false;
+    for (size_t at = 0; at != std::string_view::npos;) {
+        const size_t end = path.find('/', at + 1);
+        const std::string_view part = path.substr(at + 1, end == std::string_view::npos ? end : end - at - 1);
+        if (part == "." || part == "..") return false;
+        at = end;
+    }
+    return true;
+}
+
 }  // namespace
+
+std::string MakeTaskFolder(const std::string& folder) {
+    struct stat info{};
+    if (folder.empty() || ::stat(folder.c_str(), &info) == 0) return {};
+    const std::string cantMake = "Task folder \"" + folder + "\" can't be made: ";
+    if (errno != ENOENT) return cantMake + std::strerror(errno);
+    if (!IsPlainAbsolutePath(folder)) return cantMake + "it is no plain absolute path.";
+    // The missing folders, the deepest first.
+    std::vector<std::string> missing;
+    for (std::string path = folder; ::stat(path.c_str(), &info) != 0; path = FolderOf(path)) {
+        if (errno != ENOENT) return cantMake + path + ": " + std::strerror(errno);
+        missing.push_back(path);
+        if (missing.size() > kMostFoldersMade)
+            return cantMake + "more than " + std::to_string(kMostFoldersMade) + " folders of it are missing.";
+    }
+    for (auto path = missing.rbegin(); path != missing.rend(); ++path)
+        if (::mkdir(path->c_str(), 0700) != 0 && errno != EEXIST) return cantMake + *path + ": " + std::strerror(errno);
+    return {};
+}
 
 LaunchResult LaunchStep(const StepPlan& plan) {
     LaunchResult result;
+    result.error = MakeTaskFolder(plan.taskFolder);
+    if (!result.error.empty()) return result;
     const std::string output = plan.outputFile.empty() ? "/dev/null" : plan.outputFile;
     UniqueFd out(::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
     if (!out.Valid()) {
@@ -126,10 +161,80 @@ LaunchResult LaunchStep(const StepPlan& plan) {
     return result;
 }
 
+namespace {
+
+// What the runner tells its guard: 'P' a process of the step, 'D' the step is over. Each
+// note goes in one write, smaller than a pipe's atomic size, so that notes never mix.
+struct GuardNote {
+    char kind;
+    pid_t pid;
+    uint64_t startTicks;
+};
+
+bool SameProcess(const std::optional<ProcessStat>& stat, uint64_t startTicks) {
+    return stat && stat->startTicks == startTicks && stat->state != 'Z';
+}
+
+// Forgets what has ended once the list has grown long, so that a step that forks without end
+// doesn't fill the guard's memory.
+void ForgetEnded(const ProcFiles& proc, std::map<pid_t, uint64_t>& known, size_t& limit) {
+    if (known.size() <= limit) return;
+    std::erase_if(known, [&](const auto& entry) { return !SameProcess(proc.ReadStat(entry.first), entry.second); });
+    limit = std::max<size_t>(4096, 2 * known.size());
+}
+
+[[noreturn]] void GuardStep(int pipe, pid_t group) {
+    const ProcFiles proc;
+    std::map<pid_t, uint64_t> known;
+    size_t limit = 4096;
+    GuardNote note{};
+    for (;;) {
+        const ssize_t n = ::read(pipe, &note, sizeof note);
+        if (n < 0 && errno == EINTR) continue;
+        if (n != static_cast<ssize_t>(sizeof note)) break;  // the runner is gone
+        if (note.kind == 'D') ::_exit(0);
+        known[note.pid] = note.startTicks;
+        ForgetEnded(proc, known, limit);
+    }
+    EndStepProcesses(proc, group, known);
+    ::_exit(0);
+}
+
+}  // namespace
+
+void EndStepProcesses(const ProcFiles& proc, pid_t group, const std::map<pid_t, uint64_t>& known) {
+    if (group > 0) ::kill(-group, SIGSTOP);
+    std::map<pid_t, uint64_t> stopped;
+    // A stop takes effect a moment after the signal: a process may fork once more in between,
+    // so the children are looked for again until a pass finds nothing new.
+    for (bool grew = true; grew;) {
+        grew = false;
+        std::vector<std::pair<pid_t, uint64_t>> next(known.begin(), known.end());
+        next.insert(next.end(), stopped.begin(), stopped.end());
+        std::set<pid_t> visited;
+        while (!next.empty()) {
+            const auto [pid, startTicks] = next.back();
+            next.pop_back();
+            if (!visited.insert(pid).second || !SameProcess(proc.ReadStat(pid), startTicks)) continue;
+            if (stopped.emplace(pid, startTicks).second) {
+                ::kill(pid, SIGSTOP);
+                grew = true;
+            }
+            for (pid_t child : proc.ListChildren(pid).value_or(std::vector<pid_t>{}))
+                if (const std::optional<ProcessStat> stat = proc.ReadStat(child))
+                    next.emplace_back(child, stat->startTicks);
+        }
+    }
+    for (const auto& [pid, startTicks] : stopped) ::kill(pid, SIGKILL);
+    if (group > 0) ::kill(-group, SIGKILL);
+}
+
 bool StepGuard::Start(pid_t group) {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) return false;
     UniqueFd readEnd(fds[0]), writeEnd(fds[1]);
+    // A guard that can't keep up must never hold the runner up.
+    ::fcntl(writeEnd.Get(), F_SETFL, O_NONBLOCK);
     const pid_t pid = ::fork();
     if (pid < 0) return false;
     if (pid == 0) {
@@ -141,30 +246,40 @@ bool StepGuard::Start(pid_t group) {
         if (keep > 3) ::close_range(3, static_cast<unsigned>(keep) - 1, 0);
         ::close_range(static_cast<unsigned>(keep) + 1, ~0U, 0);
         for (int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) ::signal(sig, SIG_IGN);
-        char word = 0;
-        for (;;) {
-            const ssize_t n = ::read(keep, &word, 1);
-            if (n < 0 && errno == EINTR) continue;
-            if (n == 1 && word == 'D') ::_exit(0);
-            if (n <= 0) break;
-        }
-        ::kill(-group, SIGKILL);
-        ::_exit(0);
+        GuardStep(keep, group);
     }
     pid_ = pid;
     pipe_ = std::move(writeEnd);
     return true;
 }
 
+void StepGuard::Know(const std::vector<ProcessInfo>& processes) {
+    if (pid_ <= 0) return;
+    std::map<pid_t, uint64_t> current;
+    for (const ProcessInfo& p : processes) {
+        const auto told = told_.find(p.stat.pid);
+        if (told == told_.end() || told->second != p.stat.startTicks) {
+            const GuardNote note{'P', p.stat.pid, p.stat.startTicks};
+            // Not written (a full pipe): told again at the next reading.
+            if (::write(pipe_.Get(), &note, sizeof note) != static_cast<ssize_t>(sizeof note)) continue;
+        }
+        current.emplace(p.stat.pid, p.stat.startTicks);
+    }
+    told_ = std::move(current);
+}
+
 void StepGuard::Release() {
     if (pid_ <= 0) return;
-    const char done = 'D';
-    [[maybe_unused]] ssize_t n = ::write(pipe_.Get(), &done, 1);
+    const GuardNote done{'D', 0, 0};
+    // The pipe may be full: then the guard is told by a blocking write.
+    ::fcntl(pipe_.Get(), F_SETFL, 0);
+    [[maybe_unused]] ssize_t n = ::write(pipe_.Get(), &done, sizeof done);
     pipe_.Reset();
     int status = 0;
     while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
     }
     pid_ = -1;
+    told_.clear();
 }
 
 namespace {

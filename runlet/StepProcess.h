@@ -4,11 +4,13 @@
 #include <signal.h>
 #include <sys/types.h>
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/UniqueFd.h"
+#include "runlet/ProcReader.h"
 #include "runlet/StepPlan.h"
 
 namespace vq {
@@ -20,14 +22,23 @@ struct LaunchResult {
     bool Started() const { return pid > 0; }
 };
 
+// Makes the missing folders of the task folder `folder`, each with mode 0700: a task folder
+// deleted while its task waited, with at most the folders of its task, user and domain
+// above it (`kMostFoldersMade`), so that a queue root that has gone (a disk not mounted) is
+// never made again empty. Only a plain absolute path is made, without "." or "..". Gives
+// why the folder can't be made; empty when it is there.
+constexpr size_t kMostFoldersMade = 4;
+std::string MakeTaskFolder(const std::string& folder);
+
 // Starts `plan` as /bin/sh -c COMMAND in a new process group, in its working folder, with its
-// environment and nice value, standard output and error appended to the output file and
-// standard input from /dev/null. Reports a failed chdir or exec of the child as an error.
+// environment and nice value, standard output and error appended to the output file (its
+// task folder made when it is missing) and standard input from /dev/null. Reports a failed chdir or exec of the child as an error.
 LaunchResult LaunchStep(const StepPlan& plan);
 
 // A small process beside the runner, outside the step's group. It waits on a pipe that only
 // the runner holds: when the runner is gone without a word (killed from outside), the guard
-// kills the step's process group, so that no process of the step is left behind.
+// ends the step's process group and every process of the step it has been told of, with
+// their descendants, wherever they went (another group, another session, an orphan).
 class StepGuard {
 public:
     StepGuard() = default;
@@ -36,6 +47,9 @@ public:
     ~StepGuard() { Release(); }
 
     bool Start(pid_t group);
+    // Tells the guard of the step's processes at the runner's last reading; only those it
+    // doesn't know yet go over the pipe.
+    void Know(const std::vector<ProcessInfo>& processes);
     // The step is over: the guard ends without killing anything and is reaped.
     void Release();
     pid_t Pid() const { return pid_; }
@@ -45,7 +59,13 @@ public:
 private:
     pid_t pid_ = -1;
     UniqueFd pipe_;
+    std::map<pid_t, uint64_t> told_;  // pid and start time
 };
+
+// Ends the process group `group`, the processes of `known` (pid and start time) that still
+// run, and all their descendants: each is stopped first, so that none can fork away while
+// the others are found, and all are killed at the end.
+void EndStepProcesses(const ProcFiles& proc, pid_t group, const std::map<pid_t, uint64_t>& known);
 
 // A child of the runner that has ended and is not reaped yet (a zombie): its /proc files can
 // still be read. Nothing when no child has ended.

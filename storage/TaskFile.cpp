@@ -409,17 +409,22 @@ bool SaveTaskFile(const std::string& path, const TaskFileData& task, bool encryp
 }
 
 std::string FileSystemNameProblem(const TaskGeneral& general) {
-    const std::pair<const char*, const std::string*> fields[] = {
-        {"TASKNAME", &general.TaskName},
-        {"USER", &general.User},
-        {"DOMAIN", &general.Domain},
-        {"TASKREPORTFILE", &general.TaskReportFile}};
-    for (const auto& [tag, value] : fields) {
-        if (IsBadName(*value))
-            return std::string("The field ") + tag + " \"" + *value +
-                   "\" can't be a folder or file name: it must not be empty, hold \"/\" or a NUL "
-                   "character, "
-                   "or be \".\" or \"..\".";
+    // An empty domain is allowed: the task's folders then begin with the user.
+    const struct {
+        const char* tag;
+        const std::string& value;
+        bool mayBeEmpty;
+    } fields[] = {{"TASKNAME", general.TaskName, false},
+                  {"USER", general.User, false},
+                  {"DOMAIN", general.Domain, true},
+                  {"TASKREPORTFILE", general.TaskReportFile, false}};
+    for (const auto& f : fields) {
+        if (f.mayBeEmpty && f.value.empty()) continue;
+        if (IsBadName(f.value))
+            return std::string("The field ") + f.tag + " \"" + f.value +
+                   "\" can't be a folder or file name: it must not " +
+                   (f.mayBeEmpty ? "" : "be empty, ") +
+                   "hold \"/\" or a NUL character, or be \".\" or \"..\".";
     }
     return {};
 }

@@ -88,8 +88,8 @@ const std::string& EncryptedBeginMarker();
 const std::string& EncryptedEndMarker();
 
 // The fields that become folder and file names (TASKNAME, USER, DOMAIN, TASKREPORTFILE) must
-// not be empty, hold "/" or a NUL character, or be "." or "..". The empty text when all are
-// fine, else a message that names the first field at fault.
+// not hold "/" or a NUL character, or be "." or ".."; all but DOMAIN must not be empty. The
+// empty text when all are fine, else a message that names the first field at fault.
 std::string FileSystemNameProblem(const TaskGeneral& general);
 
 }  // namespace vq

@@ -1,30 +1,60 @@
-// Dates in cells and in the locale's form.
+// Dates in cells and in the locale's form, numbers kept as text, casing, small helpers.
 #include <gtest/gtest.h>
-
-#include <clocale>
 
 #include "calendar/Common.h"
 #include "calendar/DateTime.h"
 #include "platform/Error.h"
+#include "tests/support/TestSupport.h"
 
 namespace vq {
 namespace {
 
-TEST(CellDates, ReadTheSameWhateverTheLocale) {
-    std::setlocale(LC_ALL, "C");
-    const VqDate date = MakeDate({2027, 1, 9, 19, 5, 3, 0});
-    EXPECT_EQ(FormatDateTime(date), "2027-01-09 19:05:03");
-    EXPECT_EQ(FormatDateOnly(date), "2027-01-09");
-    EXPECT_DOUBLE_EQ(ReadDate("2027-01-09 19:05:03"), date);
-    EXPECT_DOUBLE_EQ(ReadDate(FormatLocaleDateTime(date)), date);
-    EXPECT_EQ(FormatDateTime(ReadDate("2027-01-09")), "2027-01-09 00:00:00");
-    EXPECT_EQ(FormatDateTime(ReadDate("01/09/27")), "2027-01-09 00:00:00");
-    EXPECT_DOUBLE_EQ(ReadDate("0"), 0.0);  // the date 0
-    EXPECT_EQ(FormatDateTime(0), "1899-12-30 00:00:00");
-    EXPECT_DOUBLE_EQ(ReadDate("1899-12-30 00:00:00"), 0.0);
+const VqDate kSample = MakeDate({2027, 1, 9, 19, 5, 3, 0});
+
+// The short date and long time of 9 January 2027, 19:05:03 in each locale, as its users
+// write them.
+struct LocaleDates {
+    const char* locale;
+    const char* dateTime;
+    const char* date;
+};
+const LocaleDates kLocales[] = {
+    {"C", "01/09/27 19:05:03", "01/09/27"},
+    {"en_US.UTF-8", "01/09/2027 07:05:03 PM", "01/09/2027"},
+    {"de_DE.UTF-8", "09.01.2027 19:05:03", "09.01.2027"},
+    {"nl_NL.UTF-8", "09-01-27 19:05:03", "09-01-27"},
+    {"en_GB.UTF-8", "09/01/27 19:05:03", "09/01/27"},
+    {"tr_TR.UTF-8", "09-01-2027 19:05:03", "09-01-2027"},
+};
+
+TEST(Dates, EveryLocaleReadsItsOwnShortDateAndTheCellForm) {
+    for (const LocaleDates& l : kLocales) {
+        test::LocaleScope scope(l.locale);
+        ASSERT_TRUE(scope.Active());
+        EXPECT_EQ(FormatLocaleDateTime(kSample), l.dateTime) << l.locale;
+        EXPECT_EQ(FormatDateTime(ReadDate(l.dateTime)), "2027-01-09 19:05:03") << l.locale;
+        EXPECT_EQ(FormatDateTime(ReadDate(l.date)), "2027-01-09 00:00:00") << l.locale;
+        for (const char* cell : {"2027-01-09 19:05:03", " 2027-1-9 19:05:03 ", "2027-01-09 19:05"})
+            EXPECT_EQ(FormatDateOnly(ReadDate(cell)), "2027-01-09") << l.locale << " " << cell;
+        EXPECT_EQ(FormatDateTime(ReadDate("2027-01-09")), "2027-01-09 00:00:00") << l.locale;
+        EXPECT_DOUBLE_EQ(ReadDate("0"), 0.0) << l.locale;  // the date 0
+    }
 }
 
-TEST(CellDates, AutomationDaysAndArithmetic) {
+TEST(Dates, BadTextsFail) {
+    test::LocaleScope dutch("nl_NL.UTF-8");
+    ASSERT_TRUE(dutch.Active());
+    for (const char* bad : {"", "yesterday", "2026-02-29", "2026-13-01", "2026-01-01 24:00:00",
+                            "2026-01-01 10:00:00 trailing", "2026-01-01x", "2026-01-01 10",
+                            "20261-01-01", "31-02-27", "2027-09-01-27"}) {
+        VqDate d;
+        EXPECT_FALSE(TryReadDate(bad, d)) << bad;
+        EXPECT_THROW(ReadDate(bad), VqError) << bad;
+    }
+}
+
+TEST(Dates, AutomationDaysAndArithmetic) {
+    EXPECT_EQ(FormatDateTime(0), "1899-12-30 00:00:00");
     EXPECT_DOUBLE_EQ(MakeDate({1900, 1, 1, 0, 0, 0, 0}), 2.0);
     EXPECT_DOUBLE_EQ(MakeDate({1970, 1, 1, 12, 0, 0, 0}), 25569.5);
     const VqDate d = MakeDate({2024, 2, 28, 23, 59, 30, 0});
@@ -32,15 +62,6 @@ TEST(CellDates, AutomationDaysAndArithmetic) {
     EXPECT_EQ(SecondsBetween(d, AddSeconds(d, 3600)), 3600);
     EXPECT_EQ(Weekday(MakeDate({2026, 11, 22, 0, 0, 0, 0})), 0);  // a Sunday
     EXPECT_EQ(Weekday(0), 6);                                     // 1899-12-30, a Saturday
-}
-
-TEST(CellDates, BadTextsFail) {
-    for (const char* bad : {"", "yesterday", "2026-02-29", "2026-13-01", "2026-01-01 24:00:00",
-                            "2026-01-01 10:00:00 trailing"}) {
-        VqDate d;
-        EXPECT_FALSE(TryReadDate(bad, d)) << bad;
-        EXPECT_THROW(ReadDate(bad), VqError) << bad;
-    }
 }
 
 TEST(Numbers, ZeroPadValAndCellNumber) {
@@ -56,35 +77,33 @@ TEST(Numbers, ZeroPadValAndCellNumber) {
     EXPECT_THROW(CellNumber("-"), VqError);
 }
 
-TEST(Paths, WithBackslashAddsTheSeparatorOnce) {
+TEST(Casing, IsAsciiOnlyWhateverTheLocale) {
+    test::LocaleScope turkish("tr_TR.UTF-8");
+    ASSERT_TRUE(turkish.Active());
+    EXPECT_EQ(ToUpper("mini-host"), "MINI-HOST");  // the computer name
+    EXPECT_EQ(ToUpper("Log Entry - Time: \xc4\xb1 \xe9"), "LOG ENTRY - TIME: \xc4\xb1 \xe9");
+    EXPECT_TRUE(EqualsNoCase("$localuser$", "$LOCALUSER$"));
+    EXPECT_TRUE(EqualsNoCase("%vqs%", "%VQS%"));
+    EXPECT_FALSE(EqualsNoCase("\xe9", "\xc9"));
+    EXPECT_FALSE(EqualsNoCase("ab", "abc"));
+}
+
+TEST(Helpers, PathsPrioritiesCharsetsAndTheComputerName) {
     EXPECT_EQ(WithBackslash("/q"), "/q/");
     EXPECT_EQ(WithBackslash("/q/"), "/q/");
     EXPECT_EQ(WithBackslash(""), "");
     EXPECT_EQ(CutAtNul(std::string("abc\0def", 7)), "abc");
-}
-
-TEST(Priorities, TheListAndItsNames) {
     const auto list = FillPriorityList(false);
     ASSERT_EQ(list.size(), 35u);
     EXPECT_EQ(list.back().key, "P46");
-    EXPECT_EQ(list.front().name, "Low 0");
     const auto all = FillPriorityList(true);
     ASSERT_EQ(all.size(), 42u);
     EXPECT_EQ(all.back().name, "RealTime 6");
     EXPECT_EQ(all[16].key, "P22");
     EXPECT_EQ(all[16].name, "Normal 2");
-    EXPECT_EQ(PriorityName("22"), "Normal 2");
     EXPECT_EQ(PriorityName("13"), "BelowNormal 3");
-}
-
-TEST(Charsets, ByCodePage) {
     EXPECT_EQ(CharsetOfCodePage(1250), 238);
-    EXPECT_EQ(CharsetOfCodePage(932), 128);
-    EXPECT_EQ(CharsetOfCodePage(1252), 0);
     EXPECT_EQ(CharsetOfCodePage(437), 0);
-}
-
-TEST(ComputerName, IsAShortHostName) {
     const std::string name = GetComputerNameText();
     EXPECT_FALSE(name.empty());
     EXPECT_LE(name.size(), 15u);

@@ -143,7 +143,9 @@ TEST_F(StartupTest, TheQueueRootIsTheGivenOneElseTheStoredOneElseAtAFirstStartTh
             EXPECT_EQ(GetSettingText(registry, "ServerSettings", "ServPath"), c.served);
             struct stat st {};
             ASSERT_EQ(stat(c.served.c_str(), &st), 0);
-            if (c.served != d + "stored/") EXPECT_EQ(st.st_mode & 0777, 0700u);
+            if (c.served != d + "stored/") {
+                EXPECT_EQ(st.st_mode & 0777, 0700u);
+            }
             continue;
         }
         ASSERT_EQ(op.messages.size(), 1u);

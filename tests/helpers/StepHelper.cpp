@@ -9,6 +9,8 @@
 //                        FILE and sleeps MS milliseconds; the helper itself exits at once
 //   linger FILE MS       a child that stays in the group, writes its pid to FILE and sleeps
 //                        MS milliseconds; the helper itself exits at once
+//   detach FILE MS       a double fork: a grandchild in a process group of its own, whose
+//                        parent has exited at once, writes its pid to FILE and sleeps MS ms
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -105,6 +107,22 @@ int LeaveChild(const char* file, long long ms, bool newSession) {
     return 0;
 }
 
+int Detach(const char* file, long long ms) {
+    const pid_t child = fork();
+    if (child < 0) return 2;
+    if (child == 0) {
+        if (fork() == 0) {
+            setpgid(0, 0);
+            AppendLine(file, PidLine());
+            SleepMs(ms);
+        }
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -117,6 +135,7 @@ int main(int argc, char** argv) {
     if (mode == "chain" && args.size() == 4) return Chain(static_cast<int>(number(1)), number(2), args[3].c_str());
     if (mode == "escape" && args.size() == 3) return LeaveChild(args[1].c_str(), number(2), true);
     if (mode == "linger" && args.size() == 3) return LeaveChild(args[1].c_str(), number(2), false);
+    if (mode == "detach" && args.size() == 3) return Detach(args[1].c_str(), number(2));
     std::fprintf(stderr, "vqstephelper: unknown request\n");
     return 64;
 }

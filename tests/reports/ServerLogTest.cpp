@@ -21,6 +21,13 @@ TEST(ServerLog, AnEntryHasItsExactForm) {
               "\r\nLOG ENTRY - TIME: 01/09/27 19:05:03\r\n" + kRule + "\r\n\r\n" + kRule + "\r\n");
 }
 
+TEST(ServerLog, TheHeaderIsUpperCaseInATurkishLocaleToo) {
+    test::LocaleScope turkish("tr_TR.UTF-8");
+    ASSERT_TRUE(turkish.Active());
+    EXPECT_EQ(ServerLogEntry("x", MakeDate({2027, 1, 9, 19, 5, 3, 0})).substr(0, 41),
+              "\r\nLOG ENTRY - TIME: 09-01-2027 19:05:03\r\n");
+}
+
 TEST(ServerLog, TheFileIsCreatedByTheFirstEntryAndAppended) {
     test::TestServer ts;
     EXPECT_EQ(ts.LogText(), "");

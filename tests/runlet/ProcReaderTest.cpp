@@ -1,8 +1,6 @@
 // The /proc parsers and the choice of the step's processes.
 #include "runlet/ProcReader.h"
 
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -13,62 +11,51 @@
 namespace vq {
 namespace {
 
-// A line of /proc/<pid>/stat with the fields that the reader uses set, the others 0.
-std::string StatLine(pid_t pid, const std::string& name, char state, pid_t ppid, pid_t pgrp, int utime, int stime,
-                     int cutime, int cstime, int nice = 0) {
-    std::string line = std::to_string(pid) + " (" + name + ") " + state + " " + std::to_string(ppid) + " " +
-                       std::to_string(pgrp) + " 1 0 -1 4194560 10 0 0 0 " + std::to_string(utime) + " " +
-                       std::to_string(stime) + " " + std::to_string(cutime) + " " + std::to_string(cstime) +
-                       " 20 " + std::to_string(nice) + " 1 0 100 2000 300";
-    return line + "\n";
-}
+// A line of /proc/<pid>/stat: pid, name, state, ppid, pgrp, 9 fields, utime, stime, cutime,
+// cstime, priority, nice, 2 fields, start time, more fields.
+constexpr const char* kStat = "9 (x) S 1 9 1 0 -1 4194560 10 0 0 0 1 2 3 4 20 -5 1 0 100 2000 300\n";
 
-// The usual fields are read from real processes below and in the process tests; a name with
-// blanks and parentheses must not shift them.
+// A name with blanks and parentheses must not shift the fields behind it.
 TEST(ParseStatTest, ReadsTheFieldsBehindTheNameWhateverTheNameHolds) {
-    const auto stat = ParseStat(StatLine(9, "a) (b c) Z 1", 'R', 8, 7, 1, 2, 3, 4, -5));
+    std::string line = kStat;
+    line.replace(3, 1, "a) (b c) Z 1");
+    const auto stat = ParseStat(line);
     ASSERT_TRUE(stat);
     EXPECT_EQ(stat->pid, 9);
     EXPECT_EQ(stat->name, "a) (b c) Z 1");
-    EXPECT_EQ(stat->state, 'R');
-    EXPECT_EQ(stat->ppid, 8);
-    EXPECT_EQ(stat->pgrp, 7);
+    EXPECT_EQ(stat->state, 'S');
+    EXPECT_EQ(stat->ppid, 1);
+    EXPECT_EQ(stat->pgrp, 9);
     EXPECT_EQ(stat->userTicks, 1u);
     EXPECT_EQ(stat->systemTicks, 2u);
     EXPECT_EQ(stat->childUserTicks, 3u);
     EXPECT_EQ(stat->childSystemTicks, 4u);
     EXPECT_EQ(stat->nice, -5);
+    EXPECT_EQ(stat->startTicks, 100u);
 }
 
 TEST(ParseStatTest, RefusesCutOrDamagedLines) {
-    const std::string good = StatLine(9, "x", 'S', 1, 9, 1, 2, 3, 4);
-    for (const std::string& bad : {std::string(), std::string("9 (x"), good.substr(0, 30),
-                                   std::string("abc (x) S 1 9 1 0 -1 0 0 0 0 0 1 2 3 4 20 0"),
-                                   std::string("9 (x) S 1 9 1 0 -1 0 0 0 0 0 one 2 3 4 20 0"),
-                                   std::string("9 (x) SS 1 9 1 0 -1 0 0 0 0 0 1 2 3 4 20 0")})
+    const std::string good = kStat;
+    ASSERT_TRUE(ParseStat(good));
+    const std::string cutBeforeStartTime = good.substr(0, good.find(" 100 2000"));
+    const std::pair<std::string, std::string> damages[] = {
+        {"9 (", "abc ("}, {") S ", ") SS "}, {" 1 2 3 4 20", " one 2 3 4 20"}, {" 100 2000", " -100 2000"}};
+    for (const auto& [from, to] : damages) {
+        std::string bad = good;
+        bad.replace(bad.find(from), from.size(), to);
         EXPECT_FALSE(ParseStat(bad)) << bad;
-    EXPECT_TRUE(ParseStat(good));
+    }
+    for (const std::string& bad : {std::string(), std::string("9 (x"), good.substr(0, 30), cutBeforeStartTime})
+        EXPECT_FALSE(ParseStat(bad)) << bad;
 }
 
 TEST(ParseStatusMemoryTest, PeakAndResidentInKilobytesOrNothing) {
-    const std::string status = "Name:\tsh\nVmPeak:\t  9000 kB\nVmHWM:\t  204812 kB\nVmRSS:\t    1500 kB\n";
-    const ProcessMemory memory = ParseStatusMemory(status);
+    const ProcessMemory memory = ParseStatusMemory("Name:\tsh\nVmPeak:\t  9000 kB\nVmHWM:\t  204812 kB\nVmRSS:\t 1500 kB\n");
     EXPECT_EQ(memory.peakKb, 204812u);
     EXPECT_EQ(memory.residentKb, 1500u);
     EXPECT_EQ(ParseStatusMemory("Name:\tsh\nState:\tZ (zombie)\n").peakKb, 0u);  // a zombie
     EXPECT_EQ(ParseStatusMemory("VmHWMx:\t5 kB\n").peakKb, 0u);
     for (const char* bad : {"rchar: 1\nsyscr: 5\n", "syscr: five\nsyscw: 1\n", ""}) EXPECT_FALSE(ParseIo(bad)) << bad;
-}
-
-TEST(ProcFilesTest, ReadsThisVeryProcess) {
-    const auto info = ProcFiles().ReadProcess(::getpid());
-    ASSERT_TRUE(info);
-    EXPECT_EQ(info->stat.pid, ::getpid());
-    EXPECT_EQ(info->stat.pgrp, ::getpgrp());
-    EXPECT_GT(info->memory.peakKb, 0u);
-    ASSERT_TRUE(info->io);
-    EXPECT_GT(info->io->reads, 0u);
-    EXPECT_NE(info->commandLine.find("test_runlet"), std::string::npos);
 }
 
 TEST(ProcFilesTest, DescendantsThroughTheChildrenFilesOfEveryThread) {
@@ -91,41 +78,29 @@ TEST(ProcFilesTest, DescendantsThroughTheChildrenFilesOfEveryThread) {
     EXPECT_FALSE(DescendantPids(proc, 555, -1));
 }
 
-TEST(StepPidsTest, GroupMembersAndDescendantsOfTheRunnerButNotItsGuard) {
-    const pid_t runner = 100, guard = 101, shell = 102;
-    std::vector<ProcessStat> all;
-    auto add = [&](pid_t pid, pid_t ppid, pid_t pgrp) {
-        ProcessStat s;
-        s.pid = pid;
-        s.ppid = ppid;
-        s.pgrp = pgrp;
-        all.push_back(s);
-    };
-    add(1, 0, 1);
-    add(50, 1, 50);          // the server
-    add(runner, 50, 50);
-    add(guard, runner, 50);
-    add(shell, runner, shell);
-    add(103, shell, shell);  // child
-    add(104, 103, shell);    // grandchild
-    add(105, runner, 105);   // orphan that left the group, now below the runner
-    add(106, 105, 105);      // and its child
-    add(107, 1, shell);      // a member of the group that is below someone else
-    add(108, 50, 50);        // another child of the server
-    add(109, guard, 50);     // nothing of the guard counts
-    EXPECT_EQ(StepPids(all, runner, shell, guard), (std::vector<pid_t>{102, 103, 104, 105, 106, 107}));
-    EXPECT_EQ(StepPids({}, runner, shell, guard), std::vector<pid_t>{});
+ProcessStat Stat(pid_t pid, pid_t ppid, pid_t pgrp) {
+    ProcessStat s;
+    s.pid = pid;
+    s.ppid = ppid;
+    s.pgrp = pgrp;
+    return s;
 }
 
-TEST(StepPidsTest, LoopInAListReadWhileProcessesChangeEnds) {
-    std::vector<ProcessStat> all(2);
-    all[0].pid = 7;
-    all[0].ppid = 8;
-    all[0].pgrp = 7;
-    all[1].pid = 8;
-    all[1].ppid = 7;
-    all[1].pgrp = 8;
-    EXPECT_EQ(StepPids(all, 100, 99, -1), std::vector<pid_t>{});
+TEST(StepPidsTest, GroupMembersAndDescendantsOfTheRunnerButNotItsGuard) {
+    const pid_t runner = 100, guard = 101, shell = 102;
+    const std::vector<ProcessStat> all = {
+        Stat(1, 0, 1),        Stat(50, 1, 50),         // init, the server
+        Stat(runner, 50, 50), Stat(guard, runner, 50),
+        Stat(shell, runner, shell),
+        Stat(103, shell, shell), Stat(104, 103, shell),  // child, grandchild
+        Stat(105, runner, 105), Stat(106, 105, 105),     // an orphan that left the group, its child
+        Stat(107, 1, shell),                             // a member of the group below someone else
+        Stat(108, 50, 50),                               // another child of the server
+        Stat(109, guard, 50)};                           // nothing of the guard counts
+    EXPECT_EQ(StepPids(all, runner, shell, guard), (std::vector<pid_t>{102, 103, 104, 105, 106, 107}));
+    EXPECT_EQ(StepPids({}, runner, shell, guard), std::vector<pid_t>{});
+    // A loop of parents in a list read while processes change ends.
+    EXPECT_EQ(StepPids({Stat(7, 8, 7), Stat(8, 7, 8)}, runner, 99, -1), std::vector<pid_t>{});
 }
 
 }  // namespace

@@ -140,29 +140,23 @@ StartRecord MakeStart(const std::string& folder) {
     return start;
 }
 
-std::vector<pid_t> GroupMembers(pid_t group, bool withZombies) {
-    std::vector<pid_t> members;
-    ProcFiles proc;
-    for (pid_t pid : proc.ListPids())
-        if (const auto stat = proc.ReadStat(pid); stat && stat->pgrp == group && (withZombies || stat->state != 'Z'))
-            members.push_back(pid);
-    return members;
+bool ProcessAlive(pid_t pid) {
+    const std::optional<ProcessStat> stat = ProcFiles().ReadStat(pid);
+    return stat && stat->state != 'Z';
 }
 
-bool ProcessAlive(pid_t pid) { return ProcFiles().ReadStat(pid).has_value(); }
-
-std::vector<std::string> WaitForLines(const std::string& file, size_t lines, int timeoutMs) {
-    std::vector<std::string> found;
+std::vector<pid_t> WaitForPids(const std::string& file, size_t count, int timeoutMs) {
+    std::vector<pid_t> pids;
     const bool complete = WaitUntil(
         [&] {
-            found.clear();
+            pids.clear();
             std::ifstream in(file);
-            for (std::string line; std::getline(in, line);) found.push_back(line);
-            return found.size() >= lines;
+            for (std::string line; std::getline(in, line);) pids.push_back(std::stoi(line));
+            return pids.size() >= count;
         },
         timeoutMs);
     if (!complete) throw std::runtime_error(file + " did not get its lines in time");
-    return found;
+    return pids;
 }
 
 }  // namespace vq::test

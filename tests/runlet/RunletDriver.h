@@ -58,10 +58,9 @@ private:
 // folder by the server's user at Normal priority.
 StartRecord MakeStart(const std::string& folder);
 
-// Processes of a process group, zombies counted unless told otherwise.
-std::vector<pid_t> GroupMembers(pid_t group, bool withZombies = true);
+// A process that still runs: a zombie, which waits for its reaper only, doesn't count.
 bool ProcessAlive(pid_t pid);
-// Waits until `file` has `lines` lines and returns them.
-std::vector<std::string> WaitForLines(const std::string& file, size_t lines, int timeoutMs = 5'000);
+// Waits until `file` has `count` lines, each starting with a pid, and returns the pids.
+std::vector<pid_t> WaitForPids(const std::string& file, size_t count, int timeoutMs = 5'000);
 
 }  // namespace vq::test

@@ -6,10 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "RunletDriver.h"
@@ -26,29 +26,13 @@ protected:
     std::string Folder() const { return dir.Path(); }
     StartRecord Start() const { return MakeStart(Folder()); }
     std::string Output() const { return ReadFileText(Folder() + "Step1.txt"); }
-    // Starts `command` and runs it to its end, returning the reply to "END ".
-    Answer RunStep(const std::string& command, const std::string& fileRc = "") {
-        const StartAck ack = runlet.Start(Start(), command, fileRc);
-        EXPECT_EQ(ack.AckStage, "STARTED ");
-        return runlet.RunToEnd();
-    }
-    static std::vector<pid_t> PidsOf(const std::vector<std::string>& lines) {
-        std::vector<pid_t> pids;
-        for (const std::string& line : lines) pids.push_back(std::stoi(line));
-        return pids;
-    }
-    static pid_t GroupOf(const std::string& line) {
-        std::istringstream in(line);
-        pid_t pid = 0, group = 0;
-        in >> pid >> group;
-        return group;
+    static bool NoneAlive(const std::vector<pid_t>& pids) {
+        return WaitUntil([&] { return std::none_of(pids.begin(), pids.end(), ProcessAlive); }, 2000);
     }
 
     TempDir dir;
     RunletDriver runlet;
 };
-
-// --- return codes -------------------------------------------------------------------------
 
 TEST_F(RunletTest, ReturnCodeRule) {
     struct Case {
@@ -66,6 +50,12 @@ TEST_F(RunletTest, ReturnCodeRule) {
         {"echo 0 > rc.txt; exit 5", "rc.txt\r\n", 0, ""},
         {"echo 120 > rc.txt; exit 2", "rc.txt", 3, "holds no number from 0 to 99"},
         {"exit 0", "absent.rc", 1, "was not found"},
+        // Read with a bound: what isn't a regular file, or is too long, holds no number.
+        {"mkfifo fifo; exit 2", "fifo", 3, "is not a regular file"},
+        {"mkdir folder; exit 2", "folder", 3, "is not a regular file"},
+        {"exit 2", "/dev/zero", 3, "is not a regular file"},
+        {"truncate -s 20G huge; exit 2", "huge", 3, "holds no number from 0 to 99"},
+        {"(echo 7; head -c 5000 /dev/zero) > long; exit 2", "long", 3, "holds no number from 0 to 99"},
     };
     for (const Case& c : cases) {
         RunletDriver driver;
@@ -83,44 +73,33 @@ TEST_F(RunletTest, ReturnCodeRule) {
     }
 }
 
-// --- counters -----------------------------------------------------------------------------
-
 TEST_F(RunletTest, CpuBoundStepReportsGrowingCountersAndAtLeastTheCpuItBurned) {
     runlet.Start(Start(), Helper("burn 300"));
-    int64_t cpu = 0;
-    bool sawCpuWhileRunning = false;
-    for (;;) {
-        const Answer stat = runlet.Send("STAT");
-        ASSERT_EQ(stat.reply.CountersValid, 1);
-        const int64_t now = stat.reply.CpuTimeA + stat.reply.CpuTimeB;
-        EXPECT_GE(now, cpu);
-        cpu = now;
-        if (stat.reply.RunnerState >= 4) break;
-        EXPECT_EQ(stat.reply.RunnerState, 1);
-        sawCpuWhileRunning = sawCpuWhileRunning || now > 0;
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    int64_t cpu = 0, cpuWhileRunning = 0;
+    for (ReplyRecord stat; stat.RunnerState < 4; std::this_thread::sleep_for(std::chrono::milliseconds(50))) {
+        stat = runlet.Send("STAT").reply;
+        ASSERT_EQ(stat.CountersValid, 1);
+        EXPECT_GE(stat.CpuTimeA + stat.CpuTimeB, cpu);
+        cpu = stat.CpuTimeA + stat.CpuTimeB;
+        if (stat.RunnerState < 4) cpuWhileRunning = cpu;
     }
-    EXPECT_TRUE(sawCpuWhileRunning);
+    EXPECT_GT(cpuWhileRunning, 0);
     const Answer end = runlet.Send("END ");
     EXPECT_EQ(end.reply.StepRc, 1);
     EXPECT_GE(end.reply.CpuTimeA + end.reply.CpuTimeB, std::max<int64_t>(cpu, 300 * kTicksPerMs));
     EXPECT_NE(Output().find("burned"), std::string::npos);
 }
 
-TEST_F(RunletTest, StepHolding200MegabytesReportsAPeakOfAtLeastThat) {
-    const Answer end = RunStep(Helper("hold 200 100"));
-    EXPECT_EQ(end.reply.StepRc, 1);
-    EXPECT_GE(end.reply.PeakMemory, 200 * 1024);
+// 200 MB held; 10,000 reads made by a grandchild, whose counters count once it is reaped.
+TEST_F(RunletTest, PeakMemoryAndIoCountOfTheWholeStep) {
+    for (const bool memory : {true, false}) {
+        RunletDriver driver;
+        driver.Start(Start(), memory ? Helper("hold 200 100") : Helper("reads 10000") + "; true");
+        const ReplyRecord end = driver.RunToEnd().reply;
+        EXPECT_EQ(end.StepRc, 1);
+        EXPECT_GE(memory ? end.PeakMemory : end.IoCount, memory ? 200 * 1024 : 10'000LL * 10'000) << memory;
+    }
 }
-
-TEST_F(RunletTest, StepDoingTenThousandReadsReportsAtLeastTenThousandIo) {
-    // The reads are made by a grandchild: the counters of reaped children count too.
-    const Answer end = RunStep(Helper("reads 10000") + "; true");
-    EXPECT_EQ(end.reply.StepRc, 1);
-    EXPECT_GE(end.reply.IoCount, 10'000LL * 10'000);
-}
-
-// --- the step's surroundings ---------------------------------------------------------------
 
 // The step's folder, environment, task variables and output file; it gets none of the
 // runner's pipes: standard input is empty and no descriptor above 2 is open.
@@ -144,30 +123,54 @@ TEST_F(RunletTest, StepRunsInItsFolderWithItsEnvironmentAndAppendsBothStreams) {
     EXPECT_NE(end.text.find("Environ line 2"), std::string::npos) << end.text;
 }
 
-// A start refused (another user) or failed (no work folder) runs nothing; "END " tells why.
+// A start refused (another user) or failed (no work folder, a task folder that may not be
+// made) runs nothing; "END " tells why.
 TEST_F(RunletTest, RefusedOrFailedStartRunsNothingAndEndTellsWhy) {
-    for (const bool refused : {true, false}) {
+    struct Case {
+        const char* user;
+        const char* workDir;
+        const char* folder;  // of the output file, below the test's folder
+        const char* ack;
+        const char* why;
+    };
+    const Case cases[] = {
+        {"somebody", "%VQS%", "", "REFUSED ", "\"somebody\""},
+        {"$LOCALUSER$", "no-such-folder", "", "FAILED  ", "no-such-folder"},
+        {"$LOCALUSER$", "%VQS%", "a/b/c/d/e/", "FAILED  ", "more than 4 folders of it are missing"},
+        {"$LOCALUSER$", "%VQS%", "x/../y/", "FAILED  ", "no plain absolute path"},
+    };
+    for (const Case& c : cases) {
         RunletDriver driver;
-        StartRecord start = Start();
-        (refused ? start.UserName : start.WorkDir) = refused ? "somebody" : Folder() + "no-such-folder";
-        EXPECT_EQ(driver.Start(start, "touch ran").AckStage, refused ? "REFUSED " : "FAILED  ");
+        StartRecord start = MakeStart(Folder() + c.folder);
+        start.UserName = c.user;
+        start.WorkDir = c.workDir;
+        EXPECT_EQ(driver.Start(start, "touch " + Folder() + "ran").AckStage, c.ack);
         const Answer stat = driver.Send("STAT");
         EXPECT_EQ(stat.reply.RunnerState, 4);
         EXPECT_EQ(stat.reply.CountersValid, 0);
         const Answer end = driver.Send("END ");
         EXPECT_EQ(end.reply.StepRc, 98);
         EXPECT_EQ(end.reply.RunnerState, 5);
-        EXPECT_NE(end.text.find(refused ? "\"somebody\"" : "no-such-folder"), std::string::npos) << end.text;
+        EXPECT_NE(end.text.find(c.why), std::string::npos) << end.text;
         EXPECT_FALSE(std::filesystem::exists(Folder() + "ran"));
+        EXPECT_FALSE(*c.folder && std::filesystem::exists(Folder() + std::string(c.folder, 1))) << c.folder;
         EXPECT_EQ(driver.WaitExit(), 0);
     }
 }
 
-TEST_F(RunletTest, TheOwnLoginIsAccepted) {
-    StartRecord start = Start();
-    start.UserName = ::getpwuid(::geteuid())->pw_name;
-    EXPECT_EQ(runlet.Start(start, "exit 0").AckStage, "STARTED ");
-    EXPECT_EQ(runlet.RunToEnd().reply.StepRc, 1);
+// A task folder deleted while its task waited is made again (0700), with the folders of its
+// task, user and domain; the server's user may be named by its login.
+TEST_F(RunletTest, MissingTaskFolderIsMadeAgain) {
+    for (const std::string folder : {"gone/", "d/u/t/000012/"}) {
+        RunletDriver driver;
+        StartRecord start = MakeStart(Folder() + folder);
+        start.UserName = ::getpwuid(::geteuid())->pw_name;
+        EXPECT_EQ(driver.Start(start, "echo ran").AckStage, "STARTED ") << folder;
+        EXPECT_EQ(driver.RunToEnd().reply.StepRc, 1);
+        EXPECT_EQ(ReadFileText(Folder() + folder + "Step1.txt"), "ran\n");
+        const std::string top = Folder() + folder.substr(0, folder.find('/'));
+        EXPECT_EQ(std::filesystem::status(top).permissions(), std::filesystem::perms::owner_all) << top;
+    }
 }
 
 TEST_F(RunletTest, OversizedBlockIsSkippedAndTheConversationStaysInStep) {
@@ -186,86 +189,27 @@ TEST_F(RunletTest, OversizedBlockIsSkippedAndTheConversationStaysInStep) {
     EXPECT_NE(end.text.find("Command block"), std::string::npos) << end.text;
 }
 
-TEST_F(RunletTest, StopFreezesTheWholeGroupAndStrtLetsItGoOn) {
+TEST_F(RunletTest, StopFreezesTheWholeGroupStrtLetsItGoOnAndKillEndsItHeld) {
     const std::string pidFile = Folder() + "pids";
-    runlet.Start(Start(), Helper("chain 3 300 " + pidFile));
-    const std::vector<pid_t> pids = PidsOf(WaitForLines(pidFile, 3));
-
-    const Answer stop = runlet.Repeat("STOP");
-    EXPECT_EQ(stop.reply.RunnerState, 2);
-    ProcFiles proc;
-    for (pid_t pid : pids) EXPECT_EQ(proc.ReadStat(pid)->state, 'T') << pid;
-    // Longer than the step would take: it is still there, frozen.
-    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    runlet.Start(Start(), Helper("chain 3 30000 " + pidFile));
+    const std::vector<pid_t> pids = WaitForPids(pidFile, 3);
+    auto allStopped = [&](bool stopped) {
+        return std::all_of(pids.begin(), pids.end(),
+                            [&](pid_t pid) { return (ProcFiles().ReadStat(pid)->state == 'T') == stopped; });
+    };
+    EXPECT_EQ(runlet.Repeat("STOP").reply.RunnerState, 2);
+    EXPECT_TRUE(allStopped(true));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(runlet.Send("STAT").reply.RunnerState, 2);
-    for (pid_t pid : pids) EXPECT_EQ(proc.ReadStat(pid)->state, 'T') << pid;
+    EXPECT_TRUE(allStopped(true));
+    EXPECT_EQ(runlet.Repeat("STRT").reply.RunnerState, 1);
+    EXPECT_TRUE(allStopped(false));
 
-    const Answer go = runlet.Repeat("STRT");
-    EXPECT_EQ(go.reply.RunnerState, 1);
-    for (pid_t pid : pids) {
-        const auto stat = proc.ReadStat(pid);
-        if (stat) {
-            EXPECT_NE(stat->state, 'T') << pid;
-        }
-    }
-    EXPECT_EQ(runlet.RunToEnd().reply.StepRc, 1);
-}
-
-TEST_F(RunletTest, StopOfAnEndedStepAnswersAtOnce) {
-    runlet.Start(Start(), "exit 0");
-    runlet.WaitForEnd();
-    const Answer stop = runlet.Send("STOP");
-    EXPECT_EQ(stop.reply.ReplyTextLength, 0);
-    EXPECT_EQ(stop.reply.WaitStatus, 0);
-    EXPECT_EQ(runlet.Send("END ").reply.StepRc, 1);
-}
-
-TEST_F(RunletTest, KillOfARunningOrHeldStepLeavesNoProcessOfTheGroup) {
-    for (bool held : {false, true}) {
-        RunletDriver driver;
-        const std::string pidFile = Folder() + (held ? "held" : "running");
-        driver.Start(Start(), Helper("chain 3 30000 " + pidFile));
-        const std::vector<std::string> lines = WaitForLines(pidFile, 3);
-        const pid_t group = GroupOf(lines[0]);
-        ASSERT_GE(GroupMembers(group).size(), 3u);
-        if (held) driver.Repeat("STOP");
-        driver.Send("KILL");
-        const Answer end = driver.Send("END ");
-        EXPECT_EQ(end.reply.StepRc, 98);
-        EXPECT_EQ(end.reply.RunnerState, 5);
-        EXPECT_TRUE(GroupMembers(group).empty()) << held;
-        for (pid_t pid : PidsOf(lines)) EXPECT_FALSE(ProcessAlive(pid)) << pid;
-        EXPECT_EQ(driver.WaitExit(), 0);
-    }
-}
-
-// The server going away in any way ends the runner and every process of the step.
-TEST_F(RunletTest, RunnerLeftAloneEndsTheStepsGroup) {
-    struct Case {
-        const char* what;
-        void (*act)(RunletDriver&);
-    };
-    const Case cases[] = {
-        {"input closed mid-step", [](RunletDriver& d) { d.CloseInput(); }},
-        {"termination signal", [](RunletDriver& d) { ::kill(d.Pid(), SIGTERM); }},
-        {"reply pipe closed",
-         [](RunletDriver& d) {
-             d.CloseReplies();
-             d.WriteBytes(CommandRecord{"STAT", 0}.Encode());
-         }},
-        {"runner killed", [](RunletDriver& d) { ::kill(d.Pid(), SIGKILL); }},
-    };
-    for (const Case& c : cases) {
-        RunletDriver driver;
-        const std::string pidFile = Folder() + "pids" + std::to_string(&c - cases);
-        driver.Start(Start(), Helper("chain 3 30000 " + pidFile));
-        const std::vector<std::string> lines = WaitForLines(pidFile, 3);
-        c.act(driver);
-        EXPECT_NE(driver.WaitExit(), -1) << c.what;
-        // Orphans' zombies are for init to reap; what counts is that nothing runs on.
-        const pid_t group = GroupOf(lines[0]);
-        EXPECT_TRUE(WaitUntil([&] { return GroupMembers(group, false).empty(); }, 2000)) << c.what;
-    }
+    runlet.Repeat("STOP");
+    runlet.Send("KILL");
+    EXPECT_EQ(runlet.Send("END ").reply.StepRc, 98);
+    EXPECT_TRUE(NoneAlive(pids));
+    EXPECT_EQ(runlet.WaitExit(), 0);
 }
 
 TEST_F(RunletTest, InputClosedWithinTheStartRecordEndsTheRunnerWithoutAStep) {
@@ -278,42 +222,73 @@ TEST_F(RunletTest, InputClosedWithinTheStartRecordEndsTheRunnerWithoutAStep) {
     EXPECT_FALSE(std::filesystem::exists(Folder() + "ran"));
 }
 
-TEST_F(RunletTest, UnknownCommandIsAnsweredAndEndWaitsForACommandThatStillRuns) {
-    runlet.Start(Start(), "sleep 0.3; exit 2");
+TEST_F(RunletTest, UnknownCommandIsAnsweredAndStopOfAnEndedStepAtOnce) {
+    runlet.Start(Start(), "exit 2");
     EXPECT_EQ(runlet.Send("WHAT").text, "Unknown command \"WHAT\".");
-    const Answer end = runlet.Send("END ");
-    EXPECT_EQ(end.reply.StepRc, 3);
-    EXPECT_EQ(end.reply.RunnerState, 5);
+    runlet.WaitForEnd();
+    const Answer stop = runlet.Send("STOP");
+    EXPECT_EQ(stop.reply.ReplyTextLength, 0);
+    EXPECT_EQ(stop.reply.WaitStatus, 0);
+    EXPECT_EQ(runlet.Send("END ").reply.StepRc, 3);
 }
 
-// A child left behind in the group, and one that left the group, are ended with the step.
-TEST_F(RunletTest, ProcessesLeftBehindOrOutsideTheGroupAreEndedAtEnd) {
-    RunletDriver escaping;
-    escaping.Start(Start(), Helper("escape " + Folder() + "escaped 30000"));
-    const pid_t escaped = PidsOf(WaitForLines(Folder() + "escaped", 1))[0];
-    escaping.Send("KILL");
-    escaping.Send("END ");
-    EXPECT_FALSE(ProcessAlive(escaped));
-
-    runlet.Start(Start(), Helper("linger " + Folder() + "pids 30000"));
-    const Answer end = runlet.RunToEnd();
-    EXPECT_EQ(end.reply.StepRc, 1);
-    EXPECT_NE(end.text.find("still ran after its command had ended"), std::string::npos) << end.text;
-    EXPECT_FALSE(ProcessAlive(PidsOf(WaitForLines(Folder() + "pids", 1))[0]));
+// Whatever the step started ends with it: a child left in the group, one in a session of
+// its own, an orphan of a double fork; at the step's end, on "KILL", when the server goes
+// away in any way, and when the runner itself is killed.
+TEST_F(RunletTest, EveryProcessOfTheStepEndsWithItWhereverItWent) {
+    struct Case {
+        const char* what;
+        const char* rest;  // what the step does after it has left its processes behind
+        void (*end)(RunletDriver&);
+    };
+    const Case cases[] = {
+        {"step ended", "",
+         [](RunletDriver& d) {
+             EXPECT_NE(d.RunToEnd().text.find("3 processes of the step still ran after its command had ended"),
+                       std::string::npos);
+         }},
+        {"KILL", "; sleep 30", [](RunletDriver& d) { d.Send("KILL"), d.Send("END "); }},
+        {"input closed", "; sleep 30", [](RunletDriver& d) { d.CloseInput(); }},
+        {"termination signal", "; sleep 30", [](RunletDriver& d) { ::kill(d.Pid(), SIGTERM); }},
+        {"reply pipe closed", "; sleep 30",
+         [](RunletDriver& d) { d.CloseReplies(), d.WriteBytes(CommandRecord{"STAT", 0}.Encode()); }},
+        {"runner killed", "; sleep 30", [](RunletDriver& d) { d.Send("STAT"), ::kill(d.Pid(), SIGKILL); }},
+    };
+    for (const Case& c : cases) {
+        RunletDriver driver;
+        const std::string file = Folder() + "pids" + std::to_string(&c - cases);
+        driver.Start(Start(), Helper("linger " + file + " 1000000") + "; setsid sleep 1000 & echo $! >> " + file +
+                                  "; " + Helper("detach " + file + " 1000000") + c.rest);
+        const std::vector<pid_t> pids = WaitForPids(file, 3);
+        c.end(driver);
+        EXPECT_NE(driver.WaitExit(), -1) << c.what;
+        EXPECT_TRUE(NoneAlive(pids)) << c.what;
+    }
 }
 
-TEST_F(RunletTest, StartPriorityAndPrtySetTheNiceValueOfEveryProcessOfTheStep) {
+TEST_F(RunletTest, PrioritySetsTheNiceValueOfEveryProcessAndDiagWritesASnapshot) {
     const std::string pidFile = Folder() + "pids";
     StartRecord start = Start();
     start.Priority = 12;  // BelowNormal 2
     runlet.Start(start, Helper("chain 2 30000 " + pidFile));
-    const std::vector<pid_t> pids = PidsOf(WaitForLines(pidFile, 2));
-    ProcFiles proc;
-    for (pid_t pid : pids) EXPECT_EQ(proc.ReadStat(pid)->nice, 10) << pid;
+    const std::vector<pid_t> pids = WaitForPids(pidFile, 2);
+    auto allNice = [&](int nice) {
+        return std::all_of(pids.begin(), pids.end(), [&](pid_t pid) { return ProcFiles().ReadStat(pid)->nice == nice; });
+    };
+    EXPECT_TRUE(allNice(10));
     EXPECT_EQ(runlet.Send("PRTY", 3).text, "");  // Low 3
-    for (pid_t pid : pids) EXPECT_EQ(proc.ReadStat(pid)->nice, 19) << pid;
+    EXPECT_TRUE(allNice(19));
     EXPECT_EQ(runlet.Send("PRTY", 72).text, "Unknown CPU priority code 72.");
-    for (pid_t pid : pids) EXPECT_EQ(proc.ReadStat(pid)->nice, 19) << pid;
+    EXPECT_TRUE(allNice(19));
+
+    const Answer diag = runlet.Send("DIAG", 1);
+    EXPECT_EQ(diag.text, "");
+    EXPECT_EQ(diag.reply.RunnerState, 1);
+    const std::string text = ReadFileText(Folder() + "Diag1.txt");
+    EXPECT_NE(text.find("Diagnostic of step 1 of task 000012 Runner test"), std::string::npos) << text;
+    for (pid_t pid : pids) EXPECT_NE(text.find(" " + std::to_string(pid) + " "), std::string::npos) << text;
+    EXPECT_NE(text.find("vqstephelper chain 2 30000"), std::string::npos) << text;
+    EXPECT_NE(text.find("sleeping"), std::string::npos) << text;
     runlet.Send("KILL");
     runlet.Send("END ");
 }
@@ -325,7 +300,7 @@ TEST_F(RunletTest, PriorityThatTheSystemRefusesIsReportedInTheReply) {
     RunletDriver plain(user);
     const std::string pidFile = Folder() + "pids";
     ASSERT_EQ(plain.Start(Start(), Helper("chain 1 30000 " + pidFile)).AckStage, "STARTED ");
-    const pid_t pid = PidsOf(WaitForLines(pidFile, 1))[0];
+    const pid_t pid = WaitForPids(pidFile, 1)[0];
     const Answer high = plain.Send("PRTY", 40);
     EXPECT_EQ(high.text, "CPU priority High 0 (nice -10) refused by the system: Permission denied");
     EXPECT_EQ(ProcFiles().ReadStat(pid)->nice, 0);
@@ -333,22 +308,6 @@ TEST_F(RunletTest, PriorityThatTheSystemRefusesIsReportedInTheReply) {
     EXPECT_EQ(ProcFiles().ReadStat(pid)->nice, 10);
     plain.Send("KILL");
     EXPECT_EQ(plain.Send("END ").reply.StepRc, 98);
-}
-
-TEST_F(RunletTest, DiagWritesASnapshotOfTheGroupIntoTheTaskFolder) {
-    const std::string pidFile = Folder() + "pids";
-    runlet.Start(Start(), Helper("chain 2 30000 " + pidFile));
-    const std::vector<pid_t> pids = PidsOf(WaitForLines(pidFile, 2));
-    const Answer diag = runlet.Send("DIAG", 1);
-    EXPECT_EQ(diag.text, "");
-    EXPECT_EQ(diag.reply.RunnerState, 1);
-    const std::string text = ReadFileText(Folder() + "Diag1.txt");
-    EXPECT_NE(text.find("Diagnostic of step 1 of task 000012 Runner test"), std::string::npos) << text;
-    for (pid_t pid : pids) EXPECT_NE(text.find(" " + std::to_string(pid) + " "), std::string::npos) << text;
-    EXPECT_NE(text.find("vqstephelper chain 2 30000"), std::string::npos) << text;
-    EXPECT_NE(text.find("sleeping"), std::string::npos) << text;
-    runlet.Send("KILL");
-    runlet.Send("END ");
 }
 
 }  // namespace

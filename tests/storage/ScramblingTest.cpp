@@ -11,15 +11,6 @@
 namespace vq {
 namespace {
 
-// `length` bytes that run through all 256 codes, starting at a random one.
-std::string AllCodes(size_t length, RandomSource& random) {
-    std::string text(length, '\0');
-    const uint8_t start = random.NextByte();
-    for (size_t i = 0; i < length; ++i)
-        text[i] = static_cast<char>(static_cast<uint8_t>(start + i * 7 + (i / 256)));
-    return text;
-}
-
 int PlaceIn(int table, char c) {
     const size_t place = CodeTables()[static_cast<size_t>(table)].find(c);
     return place == std::string_view::npos ? -1 : static_cast<int>(place);
@@ -36,12 +27,9 @@ TEST(Enkripcija, HexEncodeAndDecode) {
     EXPECT_EQ(HexEncode("\n"), "0A");
     EXPECT_EQ(HexEncode(std::string("\x00\xFF", 2), ":"), "00:FF:");
     EXPECT_EQ(HexDecode("0A"), "\n");
-    EXPECT_EQ(HexDecode("0a"), "");       // lower-case digits are skipped
+    EXPECT_EQ(HexDecode("00FF7f"), std::string("\x00\xFF", 2));  // lower-case digits are skipped
     EXPECT_EQ(HexDecode("0-x A"), "\n");  // others don't break a pair under way
     EXPECT_EQ(HexDecode("0A4"), "\n");    // a last digit alone is dropped
-    std::string all;
-    for (int c = 0; c < 256; ++c) all += static_cast<char>(c);
-    EXPECT_EQ(HexDecode(HexEncode(all)), all);
 }
 
 TEST(Scrambling, ConstantsHaveTheirForms) {
@@ -57,49 +45,60 @@ TEST(Scrambling, ConstantsHaveTheirForms) {
     for (std::string_view table : CodeTables()) {
         ASSERT_EQ(table.size(), 64u);
         EXPECT_EQ(std::set<char>(table.begin(), table.end()).size(), 64u);
-        for (char c : table) EXPECT_TRUE(c > 32 && c < 127 && c != '<' && c != '>' && c != '&') << c;
+        for (char c : table)
+            EXPECT_TRUE(c > 32 && c < 127 && c != '<' && c != '>' && c != '&') << c;
     }
 }
 
-TEST(Enkripcija, RotationsAreInversesAndKeep0And255) {
+TEST(Enkripcija, RotationsAndXor) {
     EXPECT_EQ(RotateLeft(0), 0);
     EXPECT_EQ(RotateRight(255), 255);
     EXPECT_EQ(RotateLeft(0x81), 0x03);
     EXPECT_EQ(RotateRight(0x81), 0xC0);
-    for (int c = 0; c < 256; ++c) EXPECT_EQ(RotateRight(RotateLeft(static_cast<uint8_t>(c))), c);
-}
-
-TEST(Enkripcija, XorTextTakesKeyCharactersByItsRule) {
-    const std::string zeros(5, '\0');
     // Beyond the key's length, character i takes key character (i mod 3) + 1.
-    EXPECT_EQ(XorText(zeros, "abc"), "abcbc");
+    EXPECT_EQ(XorText(std::string(5, '\0'), "abc"), "abcbc");
     EXPECT_EQ(XorText("ab", "abc"), "");
-    EXPECT_EQ(XorText(XorText("secret text", "key"), "key"), "secret text");
 }
 
-TEST(Enkripcija, BlocksRoundTripForEveryLengthUpTo39) {
-    SeededRandom content(1);
-    for (size_t length = 0; length <= 39; ++length) {
-        for (const std::string& text : {AllCodes(length, content), RandomBytes(length, content)}) {
-            const std::string block = ScrambleBlock("E", text);
-            ASSERT_EQ(block.size(), kBlockSize) << length;
-            EXPECT_EQ(ScrambleBlock("D", block), text) << length;
-        }
+// Stored passwords and environments, and clients' encrypted files, must stay readable: the
+// forms are pinned by texts scrambled with a seeded source.
+TEST(Scrambling, KnownTextsScrambleAndUnscrambleExactly) {
+    const std::string kHighCodes("\x00\x80\xff\x7f\x01", 5);
+    const std::pair<std::string, const char*> blocks[] = {
+        {"", "C82982AF791393D00ED0A8FA2C097E9345D48E106B8CA0227D84E90BF252C35E4AEAB6671BB0CDC1"},
+        {"p", "C82982AF791393D00ED0A8FAAE097E9345D48E106B8CA0227D84E90BF252C3B04AEAB6671BB0CDC1"},
+        {"pass word",
+         "C82982AF791393D00ED0A8FABA097E9398D48E1E6B34A032AD84E90BF25225984AEA26671B8ECDC1"},
+        {"123456789012345678901234567890123456789",
+         "AF9631388EEC2DDA222CA7B4CD380D34B8DC888A08B60CB00EB82FF40D308C222EB6ACD28D3E2D9C"},
+        {kHighCodes,
+         "C82982AF791393D00ED0A8FAA0097E9345D48E046BDBA0227D84E90BF252C3524AEA36671BAFCDC1"}};
+    for (const auto& [plain, hex] : blocks) {
+        SeededRandom random(7);
+        EXPECT_EQ(HexEncode(ScrambleBlock("E", plain, random)), hex) << plain;
+        EXPECT_EQ(ScrambleBlock("D", HexDecode(hex)), plain) << hex;
     }
     EXPECT_EQ(ScrambleBlock("E", std::string(40, 'x')), "");
     EXPECT_EQ(ScrambleBlock("D", std::string(39, 'x')), "");
     EXPECT_EQ(ScrambleBlock("D", std::string(41, 'x')), "");
+    const std::pair<std::string, const char*> texts[] = {{"", "[[Rl-8]jE^XBA"},
+                                                         {"a", "[[Rl-8X/jE^XBA"},
+                                                         {"ab", "[[Rl-8X6?jE^XBA"},
+                                                         {"abc", "[[Rl-8X6j#jE^XBA"},
+                                                         {"pass word", "[[Rl-8lFj`W6K_?!/BjE^XBA"},
+                                                         {kHighCodes, "[[Rl-8R`}nc.1jE^XBA"}};
+    for (const auto& [plain, encoded] : texts) {
+        SeededRandom random(7);
+        EXPECT_EQ(EncodeEncStr(plain, random), encoded) << plain;
+        EXPECT_EQ(DecodeEncStr(encoded), plain) << encoded;
+    }
 }
 
-TEST(Scrambling, TwoScramblesDifferAndSeededOnesRepeat) {
+TEST(Scrambling, TwoScramblesOfOneTextDiffer) {
     const std::string a = ScrambleBlock("E", "password"), b = ScrambleBlock("E", "password");
     EXPECT_NE(a, b);
-    EXPECT_EQ(ScrambleBlock("D", a), "password");
     EXPECT_EQ(ScrambleBlock("D", b), "password");
     EXPECT_NE(EncodeEncStr("same text"), EncodeEncStr("same text"));
-    SeededRandom first(7), second(7);
-    EXPECT_EQ(ScrambleBlock("E", "password", first), ScrambleBlock("E", "password", second));
-    EXPECT_EQ(EncodeEncStr("same text", first), EncodeEncStr("same text", second));
 }
 
 TEST(Enkripcija, DamagedLengthCharacterGivesNoText) {
@@ -108,17 +107,6 @@ TEST(Enkripcija, DamagedLengthCharacterGivesNoText) {
     for (int i = 0; i < 500; ++i) {
         const std::string text = ScrambleBlock("D", RandomBytes(kBlockSize, random));
         EXPECT_LE(text.size(), 39u);
-    }
-}
-
-TEST(EncStr, TextsRoundTripForEveryLengthUpTo2000) {
-    SeededRandom content(11);
-    for (size_t length = 0; length <= 2000; ++length) {
-        for (const std::string& text : {AllCodes(length, content), RandomBytes(length, content)}) {
-            const std::string encoded = EncodeEncStr(text);
-            for (char c : encoded) ASSERT_TRUE(c > 32 && c < 127) << length;
-            ASSERT_EQ(DecodeEncStr(encoded), text) << length;
-        }
     }
 }
 
@@ -180,14 +168,6 @@ TEST(EncStr, NextKeySwapsBitGroupsAsWorkedOutByHand) {
     EXPECT_EQ(next, (EncKey{0x11, 0x62, 0x33, 0x04}));
 }
 
-TEST(EncStr, MaskTextIsItsOwnInverse) {
-    const EncKey key{0x5A, 0x1E, 0xE1, 0x77};
-    const std::string text = "a text longer than a few running keys";
-    const std::string masked = MaskText(text, key);
-    EXPECT_NE(masked, text);
-    EXPECT_EQ(MaskText(masked, key), text);
-}
-
 TEST(EncStr, ToText64PlacesTheBitsInTheirTables) {
     const auto& t = CodeTables();
     // 0x41: low 1, high 1; 0xFF: low 63, high 3; 0x80: low 0, high 2.
@@ -219,17 +199,6 @@ TEST(EncStr, RandomTextStaysPrintableWhenAsked) {
     ASSERT_EQ(text.size(), 2000u);
     for (char c : text) EXPECT_GE(static_cast<uint8_t>(c), 32);
     EXPECT_EQ(RandomText(0, false), "");
-}
-
-TEST(Scrambling, StoredPasswordComesBackThroughBothRoutines) {
-    // A password block, hex in the task file, stored with two random characters behind its
-    // seventh character and text-scrambled, then read back.
-    const std::string column = HexEncode(ScrambleBlock("E", "pass word"));
-    std::string stored = HexDecode(column);
-    stored.insert(7, RandomText(2, false));
-    const std::string decoded = DecodeEncStr(EncodeEncStr(stored));
-    EXPECT_EQ(HexEncode(decoded.substr(0, 7) + decoded.substr(9)), column);
-    EXPECT_EQ(ScrambleBlock("D", HexDecode(column)), "pass word");
 }
 
 }  // namespace

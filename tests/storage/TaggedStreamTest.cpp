@@ -1,3 +1,4 @@
+// Tagged lines: value lines, section tags, the file form, and the numbers of tag values.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -46,13 +47,17 @@ TEST(TaggedStream, WritesValueLinesAndSectionTagsExactly) {
     OutputZkStreamC(b, "NAME", "a\r\nb");
     OutputZkStreamC(b, "EMPTY", "");
     OutputZkStreamTag(b, "/TASK");
-    EXPECT_EQ(b.toDelimitedString("\r\n"), "<TASK>\r\n\t<NAME>a\001b</NAME>\r\n\t<EMPTY></EMPTY>\r\n</TASK>");
+    EXPECT_EQ(b.toDelimitedString("\r\n"),
+              "<TASK>\r\n\t<NAME>a\001b</NAME>\r\n\t<EMPTY></EMPTY>\r\n</TASK>");
 }
 
 TEST(TaggedStream, EveryLineBreakReadsBackAsCrLfAndAValueMayHoldItsClosingTag) {
-    const std::pair<const char*, const char*> values[] = {
-        {"1\r\n2\n3\r4", "1\r\n2\r\n3\r\n4"}, {"a\032b", "a\r\nb"}, {"a\001b", "a\r\nb"},
-        {"x < y & z > w", "x < y & z > w"},       {"", ""},              {"a</V>b", "a</V>b"}};
+    const std::pair<const char*, const char*> values[] = {{"1\r\n2\n3\r4", "1\r\n2\r\n3\r\n4"},
+                                                          {"a\032b", "a\r\nb"},
+                                                          {"a\001b", "a\r\nb"},
+                                                          {"x < y & z > w", "x < y & z > w"},
+                                                          {"", ""},
+                                                          {"a</V>b", "a</V>b"}};
     for (const auto& [written, read] : values) EXPECT_EQ(ReadBack("V", written), read) << written;
     VqStringReader r("junk <V>value</V> trailing\r\n");
     EXPECT_EQ(InputZkStreamC(r, "V"), "value");
@@ -68,10 +73,10 @@ TEST(TaggedStream, OptionalReadStepsBackSoTheNextFieldSeesTheLine) {
 
 TEST(TaggedStream, MissingTagIsError5WithTheTagName) {
     VqStringReader r("\t<A>1</A>\r\n\t<B>2\r\n");
-    ExpectVqError([&] { InputZkStreamC(r, "X"); }, 5, "InputZkStreamC", "Invalid Data: X");
-    ExpectVqError([&] { InputZkStreamC(r, "B"); }, 5, "InputZkStreamC", "Invalid Data: B");
-    // The end of the text holds no tag either.
-    ExpectVqError([&] { InputZkStreamC(r, "B"); }, 5, "InputZkStreamC", "Invalid Data: B");
+    // A wrong tag, a line without its closing tag, the end of the text, tags swapped.
+    for (const char* tag : {"X", "B", "B"})
+        ExpectVqError([&] { InputZkStreamC(r, tag); }, 5, "InputZkStreamC",
+                      std::string("Invalid Data: ") + tag);
     VqStringReader swapped("</A>x<A>\r\n");
     ExpectVqError([&] { InputZkStreamC(swapped, "A"); }, 5, "InputZkStreamC", "Invalid Data: A");
 }
@@ -124,17 +129,15 @@ TEST(TaggedFile, MissingTagIsError5AndLinesEndInAnyBreak) {
 }
 
 TEST(TagNumbers, ConvertLikeThePlatformWithOverflowAndMismatch) {
-    EXPECT_EQ(ConvertToLong(" 12 "), 12);
-    EXPECT_EQ(ConvertToLong("-2147483648"), INT32_MIN);
-    EXPECT_EQ(ConvertToLong("2147483647"), INT32_MAX);
-    EXPECT_EQ(ConvertToLong("2.5"), 2);  // half to even
-    EXPECT_EQ(ConvertToLong("3.5"), 4);
-    EXPECT_EQ(ConvertToLong("1e3"), 1000);
-    ExpectVqError([] { ConvertToLong("2147483648"); }, 6, "", "Overflow");
-    ExpectVqError([] { ConvertToLong("1e400"); }, 6, "", "Overflow");
-    ExpectVqError([] { ConvertToLong(""); }, 13, "", "Type mismatch");
-    ExpectVqError([] { ConvertToLong("12abc"); }, 13, "", "Type mismatch");
-    ExpectVqError([] { ConvertToLong("."); }, 13, "", "Type mismatch");
+    const std::pair<const char*, int32_t> longs[] = {
+        {" 12 ", 12}, {"-2147483648", INT32_MIN}, {"2147483647", INT32_MAX}, {"2.5", 2}, {"3.5", 4},
+        {"1e3", 1000}};  // half to even
+    for (const auto& [text, value] : longs) EXPECT_EQ(ConvertToLong(text), value) << text;
+    const std::pair<const char*, int> bad[] = {
+        {"2147483648", 6}, {"1e400", 6}, {"", 13}, {"12abc", 13}, {".", 13}};
+    for (const auto& [text, number] : bad)
+        ExpectVqError([&] { ConvertToLong(text); }, number, "",
+                      number == 6 ? "Overflow" : "Type mismatch");
     EXPECT_EQ(ConvertToByte("255"), 255);
     ExpectVqError([] { ConvertToByte("256"); }, 6, "", "Overflow");
     ExpectVqError([] { ConvertToByte("-1"); }, 6, "", "Overflow");
@@ -142,7 +145,7 @@ TEST(TagNumbers, ConvertLikeThePlatformWithOverflowAndMismatch) {
     EXPECT_DOUBLE_EQ(ConvertToDouble("1e-400"), 0.0);
     EXPECT_EQ(FormatDecimal(0.25), "0.25");
     EXPECT_EQ(FormatDecimal(1), "1");
-    EXPECT_DOUBLE_EQ(ConvertToDouble(FormatDecimal(0.1 + 0.2)), 0.1 + 0.2);
+    EXPECT_EQ(FormatDecimal(0.1 + 0.2), "0.30000000000000004");
 }
 
 }  // namespace

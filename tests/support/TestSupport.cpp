@@ -1,5 +1,6 @@
 #include "tests/support/TestSupport.h"
 
+#include <clocale>
 #include <cstdlib>
 #include <filesystem>
 #include <vector>
@@ -93,6 +94,20 @@ void TestServer::AddSteps(const std::string& taskKey, int count) {
 }
 
 std::string TestServer::LogText() const { return ReadFileText(server->DataPath + "SrvLog.txt"); }
+
+LocaleScope::LocaleScope(const std::string& name)
+    : name_(name), before_(std::setlocale(LC_ALL, nullptr)),
+      active_(std::setlocale(LC_ALL, name.c_str()) != nullptr) {}
+
+LocaleScope::~LocaleScope() { std::setlocale(LC_ALL, before_.c_str()); }
+
+::testing::AssertionResult LocaleScope::Active() const {
+    if (active_) return ::testing::AssertionSuccess();
+    const std::string base = name_.substr(0, name_.find('.'));
+    return ::testing::AssertionFailure()
+           << "The locale " << name_ << " is missing. scripts/test.sh makes it; by hand: "
+           << "localedef -i " << base << " -f UTF-8 " << name_;
+}
 
 std::string ReadFileText(const std::string& path) {
     std::string content;

@@ -1,6 +1,8 @@
 #pragma once
 // What the engine's tests share: a fake clock, an operator with scripted answers, a screen
-// that counts refreshes, a temporary folder, and a fresh server over all of them.
+// that counts refreshes, a temporary folder, a fresh server over all of them, and locales.
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <deque>
 #include <memory>
@@ -116,6 +118,21 @@ bool WaitUntil(Done done, int limitMs, int stepMs = 5) {
     }
     return true;
 }
+
+// Sets LC_ALL to a locale while it lives and puts back the one before.
+class LocaleScope {
+public:
+    explicit LocaleScope(const std::string& name);
+    ~LocaleScope();
+    LocaleScope(const LocaleScope&) = delete;
+    LocaleScope& operator=(const LocaleScope&) = delete;
+    // A failure that names a missing locale and how to make it: such a test must not pass.
+    ::testing::AssertionResult Active() const;
+
+private:
+    std::string name_, before_;
+    bool active_;
+};
 
 // Reads a whole file; the empty text when it is missing.
 std::string ReadFileText(const std::string& path);

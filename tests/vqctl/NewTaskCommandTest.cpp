@@ -19,9 +19,9 @@ struct RunResult {
     std::string output;  // standard output and standard error
 };
 
-RunResult RunVqctl(std::vector<std::string> args) {
+RunResult RunVqctl(std::vector<std::string> args, const std::vector<std::string>& env = {}) {
     args.insert(args.begin(), test::BinPath("vqctl"));
-    const test::ProcessResult run = test::RunProcess(args, {});
+    const test::ProcessResult run = test::RunProcess(args, env);
     return {run.exitCode, run.out + run.err};
 }
 
@@ -92,6 +92,26 @@ TEST_F(NewTask, TakesTaskAndStepOptions) {
               "Build: make in '/tmp' rc 1-3 execute 1 env 'A=1\r\nB=two words' filerc 'rc.txt'");
     EXPECT_EQ(Fields(task.steps[1]),
               "Step 2: echo cleanup in '' rc 0-99 execute 0 env '' filerc ''");
+}
+
+// --at takes the user's short date, and the cell form whatever the locale; an empty domain
+// is allowed.
+TEST_F(NewTask, TakesTheLocalesDateAndTheCellForm) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"nl_NL.UTF-8", "09-01-27 19:05:03"}, {"nl_NL.UTF-8", "2027-01-09 19:05:03"},
+        {"en_GB.UTF-8", "09/01/27 19:05:03"}, {"de_DE.UTF-8", "09.01.2027 19:05:03"}};
+    const std::string path = dir.Path() + "at.vqf";
+    for (const auto& [locale, at] : cases) {
+        test::LocaleScope scope(locale);
+        ASSERT_TRUE(scope.Active());
+        const RunResult run =
+            RunVqctl({"new-task", "--step", "x", "--domain", "", "--at", at, path},
+                     {std::string("LC_ALL=") + locale});
+        ASSERT_EQ(run.exitCode, 0) << run.output;
+        ASSERT_TRUE(Load(path)) << error;
+        EXPECT_EQ(task.general.ScheduledTime, "2027-01-09 19:05:03") << locale << " " << at;
+        EXPECT_EQ(task.general.Domain, "");
+    }
 }
 
 TEST_F(NewTask, RefusesWhatWouldMakeAnInvalidTaskFile) {
