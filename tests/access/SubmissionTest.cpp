@@ -128,14 +128,17 @@ TEST_F(SubmissionTest, StepRangesExecuteAndWorkDir) {
     }
 }
 
-TEST_F(SubmissionTest, NumbersWrapAfter999999AndNamesKeepTheirBlanks) {
+TEST_F(SubmissionTest, NumbersWrapAfter999999NamesKeepTheirBlanksAndTheDomainMayBeEmpty) {
     ts->NextTaskNumber = 999999;
     std::string key;
-    ASSERT_TRUE(Submit([](TaskFileData& t) { t.general.TaskName = "Nightly Backup Run"; }, &key));
+    ASSERT_TRUE(Submit([](TaskFileData& t) {
+        t.general.TaskName = "Nightly Backup Run";
+        t.general.Domain = "";
+    }, &key));
     EXPECT_EQ(key, "000001-Nightly Backup Run");
     EXPECT_EQ(Task(key, "ID"), "000001");
     EXPECT_EQ(ts->NextTaskNumber, 1);
-    EXPECT_TRUE(PathExists(ts->ServerPath + "$LOCALS$/$LOCALUSER$/Nightly Backup Run/000001/ACTIVE.ACT"));
+    EXPECT_TRUE(PathExists(ts->ServerPath + "$LOCALUSER$/Nightly Backup Run/000001/ACTIVE.ACT"));
 }
 
 TEST_F(SubmissionTest, TheFailurePathLogsDeletesAndKeepsWhatWasWritten) {
