@@ -153,15 +153,6 @@ void CopyFileWhole(const std::string& from, const std::string& to) {
     if (!WriteFileAtomic(to, content, &error)) throw VqError(error);
 }
 
-// The number after the last one given out; after 999999 the count starts again at 1.
-// The counter is stored at once, so that a restart never gives the same number again.
-int32_t TakeNextTaskNumber(Server& server) {
-    if (server.NextTaskNumber >= 999999 || server.NextTaskNumber < 0) server.NextTaskNumber = 0;
-    ++server.NextTaskNumber;
-    JobNumberStore(server, true);
-    return server.NextTaskNumber;
-}
-
 }  // namespace
 
 void EndRunningTask(Server& server, const std::string& taskKey, const std::string& status,
@@ -254,7 +245,7 @@ bool PrepareNextRun(Server& server, const std::string& taskKey) {
     try {
         WorkingTables& tables = server.tables;
         // 1.-2. The new number and key.
-        const int32_t number = TakeNextTaskNumber(server);
+        const int32_t number = TakeTaskNumber(server);
         const VqRow& oldTask = tables.TaskTable.Row(taskKey);
         const std::string name = oldTask.Text();
         const std::string newKey = MakeRowKey(number, name);

@@ -70,6 +70,9 @@ struct Server {
     std::vector<UniqueFd> SlotReportFile;  // the open active report of each slot
     uint8_t RunningTaskCount = 0;
     int32_t NextTaskNumber = 0;
+    // Which backup pair of the queue database the next save writes, settled at the first save.
+    bool BackupSlotKnown = false;
+    bool BackupSlotTwo = false;
 
     // Timer1 runs: the queue is started.
     bool QueueStarted = false;

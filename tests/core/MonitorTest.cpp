@@ -272,6 +272,13 @@ TEST_F(PrepareNextRunTest, TheNumberStartsAgainAfter999999) {
     EXPECT_TRUE(Exists(MakeRowKey(1, "Done7")));
 }
 
+TEST_F(PrepareNextRunTest, TheLastNumberIs999999NeverZero) {
+    t->NextTaskNumber = 999998;
+    PrepareNextRun(*t, key);
+    EXPECT_TRUE(Exists(MakeRowKey(999999, "Done7")));
+    EXPECT_FALSE(Exists(MakeRowKey(0, "Done7")));
+}
+
 TEST_F(PrepareNextRunTest, AMissingTaskFileFailsWithoutAMessageAndKeepsWhatWasWritten) {
     const std::string logBefore = t.LogText();
     EXPECT_FALSE(PrepareNextRun(*t, key));

@@ -185,7 +185,7 @@ TEST(CloseServer, NothingRunningAsksNothingAndNoKeepsTheServerRunning) {
     ts.AddTask(1, "W", kWaiting);
     EXPECT_TRUE(CloseServer(*ts, false));
     EXPECT_TRUE(ts.op.questions.empty());
-    EXPECT_EQ(ts.screen.widthSaves, 1);
+    EXPECT_EQ(ts.screen.widthSaves, 2);  // by the save of the queue, then by the close itself
     ts.AddTask(2, "R", kRunning);
     ts.op.answers = {false};
     EXPECT_FALSE(CloseServer(*ts, false));

@@ -133,31 +133,5 @@ TEST(ColumnWidths, DefaultFromTheCaptionOncePerKey) {
               "Settings/STCPU=1440 Settings/MaxRC=850 ");
 }
 
-class JobNumberStoreTest : public ::testing::Test {
-protected:
-    test::TestServer ts;
-    std::string File() { return ts->DataPath + "TaskNO.dat"; }
-};
-
-TEST_F(JobNumberStoreTest, TheLargerCopyWins) {
-    SaveRegSetting(*ts.registry, "ServerSettings", "JobNumber", "12");
-    WriteFileAtomic(File(), "30\r\n");
-    EXPECT_EQ(JobNumberStore(*ts, false), 30);
-    WriteFileAtomic(File(), "5\r\n");
-    EXPECT_EQ(JobNumberStore(*ts, false), 12);
-    ::unlink(File().c_str());
-    EXPECT_EQ(JobNumberStore(*ts, false), 12);
-}
-
-TEST_F(JobNumberStoreTest, ASaveWritesBothCopiesAndRestartsAfter999999) {
-    ts->NextTaskNumber = 321;
-    JobNumberStore(*ts, true);
-    EXPECT_EQ(ReadFileText(File()), "321\r\n");
-    EXPECT_EQ(GetSettingText(*ts.registry, "ServerSettings", "JobNumber"), "321");
-    ts->NextTaskNumber = 999999;
-    JobNumberStore(*ts, true);
-    EXPECT_EQ(ReadFileText(File()), "0\r\n");
-}
-
 }  // namespace
 }  // namespace vq
