@@ -24,18 +24,6 @@
 namespace vq {
 namespace {
 
-// The number after the last one given out, 1 after 999999; the counter is stored at once so
-// that a restart never gives the same number again.
-int32_t TakeTaskNumber(Server& server) {
-    if (server.NextTaskNumber >= 999999 || server.NextTaskNumber < 0) server.NextTaskNumber = 0;
-    ++server.NextTaskNumber;
-    JobNumberStore(server, true);
-    return server.NextTaskNumber;
-}
-
-// Puts an accepted task on disk before its submission is answered.
-bool JournalSubmittedTask(Server& server, const std::string&) { return SaveQueueDatabase(server); }
-
 // A number field of a task file: empty reads as 0, anything else must be a whole number.
 int64_t FieldNumber(const std::string& text) {
     return Trim(text).empty() ? 0 : CellNumber(text);
@@ -159,6 +147,7 @@ std::string AcceptTask(Server& server, const std::string& path, TaskFileData& ta
     server.screen.LoadTree();
     WriteTaskInfo(server, key);
     WriteSubmitUser(server, g.SubUser, g.SubDomain, g.SubServer, folder);
+    // On disk before the answer, so that an accepted task survives a crash.
     if (!JournalSubmittedTask(server, key))
         throw VqError("The task could not be recorded in the queue database.");
     return key;

@@ -128,5 +128,33 @@ TEST_F(DoorProcessTest, ATaskHandedInThroughVqctlIsControlledOverTheBus) {
     EXPECT_EQ(server->Wait(5000).exitCode, 0);
 }
 
+TEST_F(DoorProcessTest, EveryAnsweredSubmissionSurvivesAKillOnce) {
+    auto server = StartServer();
+    std::vector<std::string> keys;
+    for (const char* name : {"KeepA", "KeepB", "KeepC"}) {
+        const ProcessResult submitted = Vqctl({"submit", NewTask(name)});
+        ASSERT_EQ(submitted.exitCode, 0) << submitted.err;
+        keys.push_back(submitted.out.substr(0, submitted.out.size() - 1));
+    }
+    server->Signal(SIGKILL);
+    server->Wait(5000);
+
+    server = StartServer();
+    for (const std::string& key : keys) EXPECT_EQ(Vqctl({"exists", key}).exitCode, 0) << key;
+    EXPECT_EQ(Vqctl({"submit", NewTask("KeepD")}).out, "000004-KeepD\n");
+    server->Signal(SIGTERM);
+    EXPECT_EQ(server->Wait(5000).exitCode, 0);
+    // Saved once each, and loaded without a recovery.
+    const std::string jobs = test::ReadFileText(Root() + "$Data/Jobs.dat");
+    for (const std::string& key : keys) {
+        const std::string keyEnd = key.substr(6) + "<";  // "-KeepA<": the end of a key only
+        size_t count = 0;
+        for (size_t at = jobs.find(keyEnd); at != std::string::npos; at = jobs.find(keyEnd, at + 1)) ++count;
+        EXPECT_NE(jobs.find(">" + key + "<"), std::string::npos) << key;
+        EXPECT_EQ(count, 1u) << key;
+    }
+    EXPECT_EQ(test::ReadFileText(Root() + "$Data/SrvLog.txt").find("Error occurred while loading"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace vq
