@@ -16,6 +16,7 @@
 #include "access/ServerTaskCalls.h"
 #include "bench/ServerOnDisk.h"
 #include "platform/Files.h"
+#include "storage/QueueDatabase.h"
 
 namespace {
 
@@ -40,6 +41,7 @@ struct Door : bench::ServerOnDisk {
                 std::filesystem::remove_all(entry.path(), ignored);
         }
         std::filesystem::remove(server.DataPath + "SrvLog.txt", ignored);
+        std::filesystem::remove(server.DataPath + kJournalFile, ignored);
     }
 
     // Every sentinel is still there: nothing outside $InQ was deleted.
