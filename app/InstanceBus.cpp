@@ -10,7 +10,8 @@ bool InstanceBus::Register() {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) return false;
     if (!bus.registerService(QString::fromLatin1(kBusName))) return false;
-    return bus.registerObject(QString::fromLatin1(kBusPath), this, QDBusConnection::ExportAllSlots);
+    // Both interfaces, ServerTask and the extras, are adaptors of this object.
+    return bus.registerObject(QString::fromLatin1(kBusPath), this, QDBusConnection::ExportAdaptors);
 }
 
 bool InstanceBus::AskRunningServerToShow() {

@@ -5,11 +5,14 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
+#include <QDBusConnection>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
 
 #include "access/QueueFolders.h"
+#include "access/servertask/ExtrasAdaptor.h"
+#include "access/servertask/ServerTaskAdaptor.h"
 #include "core/Monitor.h"
 #include "core/QueueCycle.h"
 #include "platform/Files.h"
@@ -105,7 +108,13 @@ int ServerProcess::Start(const StartRequest& request) {
             break;
     }
     WriteRunningServer(lock_->Path(), server_->ServerPath);
-    bus_.Register();
+    // Owned by bus_, which the server outlives.
+    new ServerTaskAdaptor(&bus_, *server_);
+    new ExtrasAdaptor(&bus_, *server_, [this] { return bus_.ShowWindow(); });
+    if (!QDBusConnection::sessionBus().isConnected())
+        WriteServerLog(*server_, "No session bus was found: clients can't reach this server.");
+    else if (!bus_.Register())
+        WriteServerLog(*server_, "The server could not take its name on the session bus: clients can't reach it.");
     TakeCloseSignals();
     ::signal(SIGPIPE, SIG_IGN);
 
