@@ -3,7 +3,9 @@
 
 #include "core/StepSequencing.h"
 #include "core/TaskHold.h"
-#include "tests/support/RunnerSupport.h"
+#include "core/tables/Status.h"
+#include "tests/support/Process.h"
+#include "tests/support/TestSupport.h"
 
 namespace vq::test {
 namespace {
