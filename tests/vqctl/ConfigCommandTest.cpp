@@ -46,14 +46,12 @@ TEST_F(Config, RefusesUnknownNamesAndValuesThatDontFitAndStoresNothing) {
          "no section \"ServerSetings\"; the nearest: ServerSettings,"},
         {{"set", "ServerSettings", "startq", "0"},
          "no setting \"startq\" in ServerSettings; the nearest: StartQ,"},
-        {{"list", "settings"}, "no section \"settings\"; the nearest: Settings,"},
         {{"set", "ServerSettings", "CLF", "-1"},
          "CLF takes a whole number from 0 to 9999, not \"-1\""},
         {{"set", "ServerSettings", "TIQH", "two"}, "TIQH takes a whole number from 0 to 9999"},
         {{"set", "ServerSettings", "StartQ", "2"}, "StartQ takes a whole number from 0 to 1"},
         {{"set", "ServerSettings", "MJP", "P27"}, "MJP takes a priority key"},
         {{"set", "ServerSettings", "MJP", "P22", "--integer"}, "MJP is a text"},
-        {{"set", "Settings", "Show-Nothing", "1"}, "no setting \"Show-Nothing\" in Settings"},
         {{"get", "ServerSettings"}, "vqctl config get: NAME is required"},
     };
     for (const Case& c : cases) {
