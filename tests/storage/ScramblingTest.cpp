@@ -20,14 +20,6 @@ int PadOf(const std::string& encoded) {
     return ((place(5, 0) & 12) | (place(3, 3) & 3) | (place(1, 5) & 48)) % 5;
 }
 
-TEST(Enkripcija, HexAndXorEdges) {
-    EXPECT_EQ(HexEncode(std::string("\x00\xFF", 2), ":"), "00:FF:");
-    EXPECT_EQ(HexDecode("00FF7f"), std::string("\x00\xFF", 2));  // lower-case digits are skipped
-    EXPECT_EQ(HexDecode("0-x A"), "\n");  // others don't break a pair under way
-    EXPECT_EQ(HexDecode("0A4"), "\n");    // a last digit alone is dropped
-    EXPECT_EQ(XorText("ab", "abc"), "");  // a text shorter than the key
-}
-
 // Stored passwords and environments, and clients' encrypted files, must stay readable: the
 // forms are pinned by texts scrambled with a seeded source.
 TEST(Scrambling, KnownTextsScrambleAndUnscrambleExactly) {

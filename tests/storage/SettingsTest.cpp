@@ -94,17 +94,14 @@ TEST_F(SettingsTest, AnUnusableValueIsReportedOnceAndAgainAfterAFailedReport) {
     EXPECT_EQ(notices.size(), 3u);
 }
 
-// Start-up's blanks that empty the values are seen in its own tests.
-TEST_F(SettingsTest, AutoLogonEmptyArgumentsChangeTheFlagAlone) {
+// Start-up's blanks that empty the values, and its removal of the autostart entry, are seen
+// in its own tests.
+TEST_F(SettingsTest, AutoLogonEmptyArgumentsChangeTheFlagAloneAndRunAtLogonQuotesTheProgram) {
     SetAutoLogon(reg, 1, "ann", "HOME", "secret");
     EXPECT_EQ(SetAutoLogon(reg, 0, "", "", ""), 0);
     EXPECT_EQ(Stored(Hive::LocalMachine, kWinlogonKey, "AutoAdminLogon"), "0");
     EXPECT_EQ(Stored(Hive::LocalMachine, kWinlogonKey, "DefaultUserName"), "ann");
     EXPECT_EQ(Stored(Hive::LocalMachine, kWinlogonKey, "DefaultPassword"), "secret");
-}
-
-// The entry's removal is seen in start-up's tests.
-TEST_F(SettingsTest, RunAtLogonIsTheAutostartEntryWithTheProgramQuoted) {
     const std::string entry = dir.Path() + "autostart/orvantis-server.desktop";
     EXPECT_EQ(SetRunAtLogon(reg, 1, "/opt/my apps/bin"), 0);
     const std::string text = ReadFileText(entry);
