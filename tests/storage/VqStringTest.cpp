@@ -1,34 +1,10 @@
-// Collecting lines and joining them once; walking a text line by line.
+// Walking a text line by line; the builder is walked by the writers of the pinned file forms.
 #include <gtest/gtest.h>
 
 #include "storage/VqString.h"
 
 namespace vq {
 namespace {
-
-TEST(VqStringBuilder, JoinsOnceAndRefusesWhatIsOutOfRange) {
-    VqStringBuilder b;
-    EXPECT_FALSE(b.removeLastElement());
-    EXPECT_FALSE(b.UpdateElement(0, "x"));
-    b.AppendElement("one");
-    b.AppendElement("two");
-    b.AppendElement("");
-    EXPECT_EQ(b.toString(), "onetwo");
-    EXPECT_EQ(b.toDelimitedString("\r\n"), "one\r\ntwo\r\n");
-    EXPECT_FALSE(b.UpdateElement(-1, "x"));
-    EXPECT_FALSE(b.UpdateElement(3, "x"));
-    EXPECT_TRUE(b.UpdateElement(1, "TWO"));
-    EXPECT_EQ(b.GetElement(3), "");
-    EXPECT_EQ(b.GetElement(-1), "");
-    EXPECT_TRUE(b.removeLastElement());
-    EXPECT_EQ(b.Items(), (std::vector<std::string>{"one", "TWO"}));
-    // The default delimiter is doubled inside an element.
-    b.Reset();
-    b.AppendElementWithDefDelim("a;b");
-    b.DefaultDelimiter = ";";
-    b.AppendElementWithDefDelim(";a;;b;");
-    EXPECT_EQ(b.Items(), (std::vector<std::string>{"a;b", ";;a;;;;b;;"}));
-}
 
 TEST(VqStringReader, AnEmptyLineIsALineAndALastLineNeedsNoDelimiter) {
     VqStringReader open("one\r\n\r\nthree");
