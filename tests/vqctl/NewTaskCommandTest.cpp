@@ -119,7 +119,6 @@ TEST_F(NewTask, RefusesWhatWouldMakeAnInvalidTaskFile) {
         {"new-task", "--step", "x", "--repeat", "short", path},  // no repeat string
         {"new-task", "--step", "x", "--password", std::string(40, 'p'), path},
         {"new-task", "--step", "x", "--bogus", "1", path},
-        {"new-task", "--step"},
     };
     for (const auto& args : bad) {
         const test::ProcessResult run = RunVqctl(args);
