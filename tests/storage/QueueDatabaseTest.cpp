@@ -101,7 +101,9 @@ TEST_F(QueueDatabaseTest, BlocksHoldEveryColumnUnderItsTagAndLoadBackCellForCell
               std::string("\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0A"));
     EXPECT_EQ(TakeScrambled(stepsText, "EENV"), "$E$A=1\r\nB=2");
     EXPECT_EQ(stepsText, steps + "</STEP>\r\n");
-    // Saved and loaded back beside a task of empty secrets, the rows are what they were.
+    // Saved and loaded back beside a task of empty secrets, the rows are what they were. The
+    // load makes the task's folder, so it must lie in the test's own queue root.
+    SetCell(t->tables, kTaskTable, "000001-Nightly", "RF", t->ServerPath + "v24");
     Task(2, "Empty secrets");
     const auto tasks = Rows(t->tables.TaskTable), stepRows = Rows(t->tables.StepTable);
     ASSERT_TRUE(SaveQueueDatabase(*t));
