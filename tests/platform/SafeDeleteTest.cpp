@@ -46,8 +46,6 @@ TEST_F(SafeDeleteTest, AFolderSwappedForALinkAfterItWasOpenedLeadsNowhereElse) {
     EXPECT_FALSE(RemoveEmptyFolder(parent.Get(), "b"));
     EXPECT_FALSE(PathExists(Base() + "a/moved/Step1.txt"));
     EXPECT_TRUE(PathExists(Base() + "outside/keep.txt"));
-    EXPECT_FALSE(OpenSubfolder(parent.Get(), "b").Valid());
-    EXPECT_TRUE(RemoveEmptyFolder(parent.Get(), "moved"));
 }
 
 }  // namespace

@@ -1,31 +1,20 @@
 // The server log's entries, to the byte.
 #include <gtest/gtest.h>
 
-#include <clocale>
-
 #include "reports/ServerLog.h"
 #include "tests/support/TestSupport.h"
 
 namespace vq {
 namespace {
 
-const std::string kRule(47, '-');
-
-TEST(ServerLog, AnEntryHasItsExactForm) {
-    std::setlocale(LC_ALL, "C");
-    const VqDate when = MakeDate({2027, 1, 9, 19, 5, 3, 0});
-    EXPECT_EQ(ServerLogEntry("Something failed.\nDetails", when),
-              "\r\nLOG ENTRY - TIME: 01/09/27 19:05:03\r\n" + kRule + "\r\nSomething failed.\nDetails\r\n" +
-                  kRule + "\r\n");
-    EXPECT_EQ(ServerLogEntry("", when),
-              "\r\nLOG ENTRY - TIME: 01/09/27 19:05:03\r\n" + kRule + "\r\n\r\n" + kRule + "\r\n");
-}
-
-TEST(ServerLog, TheHeaderIsUpperCaseInATurkishLocaleToo) {
+// In a Turkish locale, where a locale's upper-casing would turn "Time" into "TiME".
+TEST(ServerLog, AnEntryHasItsExactFormWhateverTheLocale) {
     test::LocaleScope turkish("tr_TR.UTF-8");
     ASSERT_TRUE(turkish.Active());
-    EXPECT_EQ(ServerLogEntry("x", MakeDate({2027, 1, 9, 19, 5, 3, 0})).substr(0, 41),
-              "\r\nLOG ENTRY - TIME: 09-01-2027 19:05:03\r\n");
+    const std::string rule(47, '-');
+    EXPECT_EQ(ServerLogEntry("Something failed.\nDetails", MakeDate({2027, 1, 9, 19, 5, 3, 0})),
+              "\r\nLOG ENTRY - TIME: 09-01-2027 19:05:03\r\n" + rule +
+                  "\r\nSomething failed.\nDetails\r\n" + rule + "\r\n");
 }
 
 // The first entry creates the file, the next ones are appended; a failed write is swallowed.

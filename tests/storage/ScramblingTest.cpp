@@ -1,3 +1,4 @@
+// Block scrambling and the scrambled text form: pinned samples, randomness, damaged input.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -11,35 +12,12 @@
 namespace vq {
 namespace {
 
-int PlaceIn(int table, char c) {
-    const size_t place = CodeTables()[static_cast<size_t>(table)].find(c);
-    return place == std::string_view::npos ? -1 : static_cast<int>(place);
-}
-
 // The pad count of an encoded text, from its characters 1, 4 and 6 alone.
 int PadOf(const std::string& encoded) {
-    return ((PlaceIn(5, encoded[0]) & 12) | (PlaceIn(3, encoded[3]) & 3) |
-            (PlaceIn(1, encoded[5]) & 48)) %
-           5;
-}
-
-TEST(Enkripcija, HexEncodeAndDecode) {
-    EXPECT_EQ(HexEncode("\n"), "0A");
-    EXPECT_EQ(HexEncode(std::string("\x00\xFF", 2), ":"), "00:FF:");
-    EXPECT_EQ(HexDecode("0A"), "\n");
-    EXPECT_EQ(HexDecode("00FF7f"), std::string("\x00\xFF", 2));  // lower-case digits are skipped
-    EXPECT_EQ(HexDecode("0-x A"), "\n");  // others don't break a pair under way
-    EXPECT_EQ(HexDecode("0A4"), "\n");    // a last digit alone is dropped
-}
-
-TEST(Enkripcija, RotationsAndXor) {
-    EXPECT_EQ(RotateLeft(0), 0);
-    EXPECT_EQ(RotateRight(255), 255);
-    EXPECT_EQ(RotateLeft(0x81), 0x03);
-    EXPECT_EQ(RotateRight(0x81), 0xC0);
-    // Beyond the key's length, character i takes key character (i mod 3) + 1.
-    EXPECT_EQ(XorText(std::string(5, '\0'), "abc"), "abcbc");
-    EXPECT_EQ(XorText("ab", "abc"), "");
+    const auto place = [&](int table, size_t at) {
+        return static_cast<int>(CodeTables()[static_cast<size_t>(table)].find(encoded[at]));
+    };
+    return ((place(5, 0) & 12) | (place(3, 3) & 3) | (place(1, 5) & 48)) % 5;
 }
 
 // Stored passwords and environments, and clients' encrypted files, must stay readable: the
@@ -47,8 +25,6 @@ TEST(Enkripcija, RotationsAndXor) {
 TEST(Scrambling, KnownTextsScrambleAndUnscrambleExactly) {
     const std::string kHighCodes("\x00\x80\xff\x7f\x01", 5);
     const std::pair<std::string, const char*> blocks[] = {
-        {"", "C82982AF791393D00ED0A8FA2C097E9345D48E106B8CA0227D84E90BF252C35E4AEAB6671BB0CDC1"},
-        {"p", "C82982AF791393D00ED0A8FAAE097E9345D48E106B8CA0227D84E90BF252C3B04AEAB6671BB0CDC1"},
         {"pass word",
          "C82982AF791393D00ED0A8FABA097E9398D48E1E6B34A032AD84E90BF25225984AEA26671B8ECDC1"},
         {"123456789012345678901234567890123456789",
@@ -62,11 +38,8 @@ TEST(Scrambling, KnownTextsScrambleAndUnscrambleExactly) {
     }
     EXPECT_EQ(ScrambleBlock("E", std::string(40, 'x')), "");
     EXPECT_EQ(ScrambleBlock("D", std::string(39, 'x')), "");
-    EXPECT_EQ(ScrambleBlock("D", std::string(41, 'x')), "");
     const std::pair<std::string, const char*> texts[] = {{"", "[[Rl-8]jE^XBA"},
                                                          {"a", "[[Rl-8X/jE^XBA"},
-                                                         {"ab", "[[Rl-8X6?jE^XBA"},
-                                                         {"abc", "[[Rl-8X6j#jE^XBA"},
                                                          {"pass word", "[[Rl-8lFj`W6K_?!/BjE^XBA"},
                                                          {kHighCodes, "[[Rl-8R`}nc.1jE^XBA"}};
     for (const auto& [plain, encoded] : texts) {
@@ -77,9 +50,7 @@ TEST(Scrambling, KnownTextsScrambleAndUnscrambleExactly) {
 }
 
 TEST(Scrambling, TwoScramblesOfOneTextDiffer) {
-    const std::string a = ScrambleBlock("E", "password"), b = ScrambleBlock("E", "password");
-    EXPECT_NE(a, b);
-    EXPECT_EQ(ScrambleBlock("D", b), "password");
+    EXPECT_NE(ScrambleBlock("E", "password"), ScrambleBlock("E", "password"));
     EXPECT_NE(EncodeEncStr("same text"), EncodeEncStr("same text"));
 }
 
@@ -92,62 +63,21 @@ TEST(Enkripcija, DamagedLengthCharacterGivesNoText) {
     }
 }
 
-TEST(EncStr, BodyLengthsAndPadComeFromTheFrame) {
+// The pinned samples share one pad; fresh keys and frames bring every pad from 0 to 4.
+TEST(EncStr, EveryPadDecodesAndTheFrameHoldsTwelvePlusPadCharacters) {
     const size_t expectedBody[] = {1, 2, 3, 4, 6, 7, 8};
     std::set<int> pads;
     for (int round = 0; round < 200; ++round) {
         for (size_t length = 0; length < 7; ++length) {
-            const std::string encoded = EncodeEncStr(std::string(length, 'q'));
+            const std::string text(length, static_cast<char>(round));
+            const std::string encoded = EncodeEncStr(text);
             const int pad = PadOf(encoded);
             pads.insert(pad);
-            EXPECT_EQ(encoded.size(), 12 + static_cast<size_t>(pad) + expectedBody[length])
-                << length;
+            EXPECT_EQ(encoded.size(), 12 + static_cast<size_t>(pad) + expectedBody[length]);
+            EXPECT_EQ(DecodeEncStr(encoded), text);
         }
     }
     EXPECT_EQ(pads, (std::set<int>{0, 1, 2, 3, 4}));
-}
-
-TEST(EncStr, FillerCharactersOfTheFrameDontMatter) {
-    // Frame characters 7, 9 and 10 and the pad are random filler: only 1, 4 and 6 tell the pad.
-    for (int round = 0; round < 100; ++round) {
-        std::string encoded = EncodeEncStr("filler test");
-        const size_t n = encoded.size(), pad = static_cast<size_t>(PadOf(encoded));
-        const size_t f7 = n - pad - 6;  // frame characters 7 to 11 stand before the pad and K[1]
-        encoded[f7] = CodeTables()[4][static_cast<size_t>(round % 64)];
-        encoded[f7 + 2] = CodeTables()[2][static_cast<size_t>(round % 64)];
-        encoded[f7 + 3] = CodeTables()[0][static_cast<size_t>(round % 64)];
-        for (size_t p = 0; p < pad; ++p)
-            encoded[f7 + 5 + p] = CodeTables()[3][static_cast<size_t>((round + p) % 64)];
-        EXPECT_EQ(DecodeEncStr(encoded), "filler test");
-    }
-}
-
-TEST(EncStr, KeysHaveHalvesOf1To14AndSurviveTheirText) {
-    SeededRandom random(9);
-    std::set<int> halves;
-    for (int i = 0; i < 500; ++i) {
-        const EncKey key = MakeKey(random);
-        for (uint8_t byte : key) {
-            halves.insert(byte >> 4);
-            halves.insert(byte & 15);
-        }
-        const std::string text = KeyToText(key);
-        ASSERT_EQ(text.size(), 6u);
-        EXPECT_EQ(TextToKey(text), key);
-        EXPECT_EQ(PlaceIn(0, text[0]) % 9, 8);  // places 9, 18, 27 or 36 counted from 1
-    }
-    EXPECT_EQ(*halves.begin(), 1);
-    EXPECT_EQ(*halves.rbegin(), 14);
-    EXPECT_EQ(halves.size(), 14u);
-}
-
-TEST(EncStr, NextKeySwapsBitGroupsAsWorkedOutByHand) {
-    // C becomes 6, S = 171, a = 2, b = 2 -> 4, group c = 4 (mask 192): bytes 2 and 4 swap
-    // their top bits, bytes 3 and 1 have none to swap.
-    int counter = 5;
-    const EncKey next = NextKey({0x11, 0x22, 0x33, 0x44}, counter);
-    EXPECT_EQ(counter, 6);
-    EXPECT_EQ(next, (EncKey{0x11, 0x62, 0x33, 0x04}));
 }
 
 TEST(EncStr, TextThatNoEncodingGaveRaisesAnError) {
@@ -158,13 +88,6 @@ TEST(EncStr, TextThatNoEncodingGaveRaisesAnError) {
     std::string encoded = EncodeEncStr("some text");
     encoded[8] = ' ';
     EXPECT_THROW(DecodeEncStr(encoded), VqError);
-}
-
-TEST(EncStr, RandomTextStaysPrintableWhenAsked) {
-    const std::string text = RandomText(2000, true);
-    ASSERT_EQ(text.size(), 2000u);
-    for (char c : text) EXPECT_GE(static_cast<uint8_t>(c), 32);
-    EXPECT_EQ(RandomText(0, false), "");
 }
 
 }  // namespace

