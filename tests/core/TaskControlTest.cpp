@@ -2,7 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
+#include <thread>
 
 #include "core/Monitor.h"
 #include "core/Startup.h"
@@ -24,11 +26,12 @@ class TaskControlTest : public testing::Test {
   protected:
     TaskControlTest() { t->RunnerPath = BinPath("runlet"); }
 
-    // A task whose first step runs long in slot 1; steps behind it run `later` in turn, each
-    // with the range 99 to 99 when it is a cleanup step.
-    std::string RunningTask(const std::vector<std::pair<const char*, bool>>& later = {}) {
+    // A task whose first step runs `first` in slot 1; steps behind it run `later` in turn,
+    // each with the range 99 to 99 when it is a cleanup step.
+    std::string RunningTask(const std::vector<std::pair<const char*, bool>>& later = {},
+                            const char* first = "sleep 30") {
         const std::string key = AddRunnableTask(t, ++number, "Build", 1 + int(later.size()));
-        SetStepCell(t, key, 1, "Command", "sleep 30");
+        SetStepCell(t, key, 1, "Command", first);
         int step = 1;
         for (const auto& [command, cleanup] : later) {
             SetStepCell(t, key, ++step, "Command", command);
@@ -159,6 +162,29 @@ TEST_F(TaskControlTest, ShutdownKillsARunningRepeatingTaskWithoutCleanup) {
         EXPECT_EQ(t->tables.TaskTable.FindRow(MakeRowKey(10 * number + 1, "Build")) != nullptr,
                   repCancel == std::string("1"));
     }
+}
+
+// A held step's processes really stop, and go on when the task is released.
+TEST_F(TaskControlTest, AHeldStepStopsAndGoesOnWhenReleased) {
+    const std::string key =
+        RunningTask({}, "while :; do echo x >> ticks.txt; sleep 0.02; done");
+    const std::string file = Folder(key) + "ticks.txt";
+    auto size = [&] {
+        std::string text;
+        ReadWholeFile(file, text);
+        return text.size();
+    };
+    ASSERT_TRUE(WaitUntil([&] { return size() > 0; }, 5000));
+    ASSERT_TRUE(HoldTaskRow(*t, key));
+    EXPECT_EQ(Task(key, "Status"), kRunningHold);
+    const size_t held = size();
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_EQ(size(), held);
+    ASSERT_TRUE(ReleaseTaskRow(*t, key));
+    EXPECT_EQ(Task(key, "Status"), kRunning);
+    EXPECT_TRUE(WaitUntil([&] { return size() > held; }, 5000));
+    EXPECT_TRUE(RequestCancel(*t, key));
+    ExpectEndedCancelled(key);
 }
 
 TEST_F(TaskControlTest, APriorityReachesTheRunningStepAndIsKeptInCpu) {
