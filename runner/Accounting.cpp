@@ -1,8 +1,8 @@
 #include "runner/Accounting.h"
 
+#include <algorithm>
 #include <clocale>
 #include <cmath>
-#include <algorithm>
 #include <cstdlib>
 #include <limits>
 
@@ -170,8 +170,9 @@ bool AccountStepUsage(Server& server, const std::string& taskKey, int stepNumber
     const int32_t runUnits = SystemUnits(ponders, CpuSeconds(stepCpu), reply.IoCount, 0);
     // 7. Memory units integrate over the polls: this reply's memory, at every reading.
     SkipOnFailure([&] {
-        step.Set("SSMem", std::to_string(CheckedLong(step.Number("SSMem") +
-                                                     SystemUnits(ponders, 0, 0, reply.PeakMemory))));
+        step.Set("SSMem",
+                 std::to_string(CheckedLong(step.Number("SSMem") +
+                                            SystemUnits(ponders, 0, 0, reply.PeakMemory))));
     });
     // 8.-9. The step's units; the task's peak grows at once.
     SkipOnFailure(
@@ -182,11 +183,13 @@ bool AccountStepUsage(Server& server, const std::string& taskKey, int stepNumber
     });
     // 10. The task's sums grow only when the step ends.
     if (!isFinal) return true;
-    SkipOnFailure(
-        [&] { task.Set("TCPU", FormatCpuTime(AddCpuTime(ParseCpuTime(task.Get("TCPU")), stepCpu))); });
+    SkipOnFailure([&] {
+        task.Set("TCPU", FormatCpuTime(AddCpuTime(ParseCpuTime(task.Get("TCPU")), stepCpu)));
+    });
     SkipOnFailure([&] { task.Set("IO", IoCell(task.Number("IO") * kIoScale + reply.IoCount)); });
-    SkipOnFailure(
-        [&] { task.Set("Units", ZeroPad(CheckedLong(task.Number("Units") + step.Number("SUnits")), 9)); });
+    SkipOnFailure([&] {
+        task.Set("Units", ZeroPad(CheckedLong(task.Number("Units") + step.Number("SUnits")), 9));
+    });
     return true;
 }
 
@@ -214,8 +217,8 @@ std::string CheckLimits(Server& server, const std::string& taskKey) {
         }
         const std::string start = task.Get("Start");
         const int64_t elapsed = start.empty() ? 0 : SecondsBetween(ReadDate(start), now);
-        const ClassEntry& limits =
-            server.classes.ClassTable.at(static_cast<size_t>(ClassIndex(server, task.Get("Class"))));
+        const ClassEntry& limits = server.classes.ClassTable.at(
+            static_cast<size_t>(ClassIndex(server, task.Get("Class"))));
         // Every test is strict, and all of them are made, so that one message holds them all.
         const int64_t maxRunTime = task.Number("MaxRunTime");
         if (maxRunTime != 0 && elapsed > maxRunTime)
@@ -223,13 +226,14 @@ std::string CheckLimits(Server& server, const std::string& taskKey) {
         if (limits.MaxTime != 0 && elapsed > limits.MaxTime)
             exceeded("Task has exceeded maximum class running time! (" + SpanText(limits.MaxTime) +
                      ")");
-        const CpuTime cpu = AddCpuTime(ParseCpuTime(task.Get("TCPU")), ParseCpuTime(step.Get("STCPU")));
+        const CpuTime cpu =
+            AddCpuTime(ParseCpuTime(task.Get("TCPU")), ParseCpuTime(step.Get("STCPU")));
         if (limits.MaxCpu != 0 && CpuSeconds(cpu) > limits.MaxCpu)
             exceeded("Task has exceeded maximum CPU time! (" + SpanText(limits.MaxCpu) + ")");
         const int64_t peak = std::max(task.Number("PeakMem"), step.Number("SPeakMem"));
         if (limits.MaxMemory != 0 && peak > limits.MaxMemory)
-            exceeded("Task has exceeded maximum memory usage! (" + FormatThousands(limits.MaxMemory) +
-                     " KB)");
+            exceeded("Task has exceeded maximum memory usage! (" +
+                     FormatThousands(limits.MaxMemory) + " KB)");
         if (limits.MaxUnits != 0 && units > limits.MaxUnits) {
             exceeded("Task has exceeded maximum system units of class " + limits.ClassName + "!");
             exceeded(MaxUnitsLabel() + FormatThousands(limits.MaxUnits));

@@ -41,7 +41,9 @@ class TaskControlTest : public testing::Test {
         EXPECT_TRUE(RunNextStep(*t, true, key, 1));
         return key;
     }
-    std::string Task(const std::string& key, const char* column) { return TaskCellOf(t, key, column); }
+    std::string Task(const std::string& key, const char* column) {
+        return TaskCellOf(t, key, column);
+    }
     std::string StepStatus(const std::string& key, int step) {
         return StepCell(t, key, step, "StepStatus");
     }
@@ -134,8 +136,8 @@ TEST_F(TaskControlTest, ACleanupThatOverrunsItsAllowanceIsStopped) {
         ASSERT_TRUE(RequestCancel(*t, key));
         ASSERT_EQ(StepStatus(key, 2), kStepRunning);
         t.clock.Advance(c.advance);
-        ASSERT_TRUE(WaitUntil([&] { return (Timer3_Timer(*t), t->link.reply.CountersValid == 1); },
-                              5000));
+        ASSERT_TRUE(
+            WaitUntil([&] { return (Timer3_Timer(*t), t->link.reply.CountersValid == 1); }, 5000));
         ASSERT_TRUE(TickUntilComplete(t, key, 5000));
         ExpectEndedCancelled(key);
         EXPECT_EQ(StepStatus(key, 2), kStepCancelled);
@@ -166,8 +168,7 @@ TEST_F(TaskControlTest, ShutdownKillsARunningRepeatingTaskWithoutCleanup) {
 
 // A held step's processes really stop, and go on when the task is released.
 TEST_F(TaskControlTest, AHeldStepStopsAndGoesOnWhenReleased) {
-    const std::string key =
-        RunningTask({}, "while :; do echo x >> ticks.txt; sleep 0.02; done");
+    const std::string key = RunningTask({}, "while :; do echo x >> ticks.txt; sleep 0.02; done");
     const std::string file = Folder(key) + "ticks.txt";
     auto size = [&] {
         std::string text;
@@ -207,7 +208,8 @@ TEST_F(TaskControlTest, EachOperationLogsItsOwnFailure) {
     const std::pair<std::function<bool()>, const char*> cases[] = {
         {[&] { return KillTask(*t, missing); }, "Error occurred while killing the task ("},
         {[&] { return CancelTaskRow(*t, missing); }, "Error occurred while killing the task ("},
-        {[&] { return CancelRunningTask(*t, missing); }, "Error occurred while canceling the task ("},
+        {[&] { return CancelRunningTask(*t, missing); },
+         "Error occurred while canceling the task ("},
         {[&] { return StopRunningTask(*t, missing); }, "Error occurred while stopping the task ("},
         {[&] { return PauseRunningTask(*t, missing, 1); },
          "Error occurred while trying to pause the task ("},

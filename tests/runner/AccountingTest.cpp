@@ -1,10 +1,9 @@
-#include "runner/Accounting.h"
-
 #include <gtest/gtest.h>
 
 #include "calendar/Common.h"
 #include "core/tables/CpuTime.h"
 #include "core/tables/Status.h"
+#include "runner/Accounting.h"
 #include "storage/Classes.h"
 #include "tests/support/TestSupport.h"
 
@@ -24,8 +23,8 @@ TEST(SystemUnitsTest, WeighsRoundsHalfToEvenAndGivesZeroWhenItDoesNotFit) {
     const Case cases[] = {
         {{1, 1, 1}, 10, 5 * 10000, 100, 115},
         {{2, 0.5, 0.25}, 3, 4 * 10000, 8, 11},
-        {{1, 1, 1}, 0, 25000, 0, 2},   // 2.5 goes to 2
-        {{1, 1, 1}, 0, 35000, 0, 4},   // 3.5 goes to 4
+        {{1, 1, 1}, 0, 25000, 0, 2},  // 2.5 goes to 2
+        {{1, 1, 1}, 0, 35000, 0, 4},  // 3.5 goes to 4
         {{1, 1, 1}, 0, 35001, 0, 4},
         {{1, 0, 0}, -3, 0, 0, -3},
         {{1, 1, 1}, 0, 5 * 10000, 0, 5},
@@ -45,9 +44,12 @@ TEST(FormatThousandsTest, GroupsWithTheLocaleSeparatorAndShowsZero) {
         const char* text;
     };
     const Case cases[] = {
-        {"en_US.UTF-8", 0, "0"},          {"en_US.UTF-8", 999, "999"},
-        {"en_US.UTF-8", 1000, "1,000"},   {"en_US.UTF-8", 1234567, "1,234,567"},
-        {"en_US.UTF-8", -45000, "-45,000"}, {"de_DE.UTF-8", 2147483647, "2.147.483.647"},
+        {"en_US.UTF-8", 0, "0"},
+        {"en_US.UTF-8", 999, "999"},
+        {"en_US.UTF-8", 1000, "1,000"},
+        {"en_US.UTF-8", 1234567, "1,234,567"},
+        {"en_US.UTF-8", -45000, "-45,000"},
+        {"de_DE.UTF-8", 2147483647, "2.147.483.647"},
         {"C", 1234567, "1234567"},
     };
     for (const Case& c : cases) {
@@ -61,18 +63,30 @@ TEST(FormatThousandsTest, IoCountsRoundToWholeNumbers) {
     test::LocaleScope locale("en_US.UTF-8");
     ASSERT_TRUE(locale.Active());
     const std::pair<int64_t, const char*> cases[] = {
-        {0, "0"},          {4999, "0"},       {5000, "1"},         {-5000, "-1"},
-        {-4999, "0"},      {12345678 * 10000LL + 4999, "12,345,678"},
-        {INT64_MAX, "922,337,203,685,478"}, {INT64_MIN, "-922,337,203,685,478"},
+        {0, "0"},
+        {4999, "0"},
+        {5000, "1"},
+        {-5000, "-1"},
+        {-4999, "0"},
+        {12345678 * 10000LL + 4999, "12,345,678"},
+        {INT64_MAX, "922,337,203,685,478"},
+        {INT64_MIN, "-922,337,203,685,478"},
     };
     for (const auto& [io, text] : cases) EXPECT_EQ(FormatThousandsIo(io), text) << io;
 }
 
 TEST(PriorityNameTest, NamesTheClassOfTheFirstDigit) {
     const std::pair<uint8_t, const char*> cases[] = {
-        {0, "Low 0"},        {6, "Low 6"},          {13, "BelowNormal 3"}, {22, "Normal 2"},
-        {34, "AboveNormal 4"}, {40, "High 0"},      {51, "RealTime 1"},    {60, ""},
-        {99, ""},            {123, "BelowNormal 2"},
+        {0, "Low 0"},
+        {6, "Low 6"},
+        {13, "BelowNormal 3"},
+        {22, "Normal 2"},
+        {34, "AboveNormal 4"},
+        {40, "High 0"},
+        {51, "RealTime 1"},
+        {60, ""},
+        {99, ""},
+        {123, "BelowNormal 2"},
     };
     for (const auto& [code, name] : cases) EXPECT_EQ(PriorityName(code), name) << int(code);
 }
@@ -104,7 +118,8 @@ struct OneStepTask {
     OneStepTask() {
         key = t.AddTask(1, "Sums", kRunning);
         t.AddSteps(key, 1);
-        for (const char* column : {"SPeakMem", "SUnits"}) SetStepCell(t, key, 1, column, "000000000");
+        for (const char* column : {"SPeakMem", "SUnits"})
+            SetStepCell(t, key, 1, column, "000000000");
         SetStepCell(t, key, 1, "SSMem", "0");
         SetStepCell(t, key, 1, "STCPU", "0:00:00:00:000");
         SetCell(t->tables, kTaskTable, key, "CurStep", "0001");
@@ -217,31 +232,69 @@ TEST(CheckLimitsTest, LimitsOfTheTaskAndItsClass) {
     const LimitCase cases[] = {
         {"no limits", 1000000, {{"MaxRunTime", "0"}}, {}, Limits(0, 0, 0, 0), ""},
         {"run time at", 60, {{"MaxRunTime", "60"}}, {}, Limits(0, 0, 0, 0), ""},
-        {"run time over", 61, {{"MaxRunTime", "60"}}, {}, Limits(0, 0, 0, 0),
+        {"run time over",
+         61,
+         {{"MaxRunTime", "60"}},
+         {},
+         Limits(0, 0, 0, 0),
          "\r\nTask has exceeded maximum running time! (0 Days 00:01:00)\r\n"},
-        {"class time over", 90061, {}, {}, Limits(90000, 0, 0, 0),
+        {"class time over",
+         90061,
+         {},
+         {},
+         Limits(90000, 0, 0, 0),
          "\r\nTask has exceeded maximum class running time! (1 Day 01:00:00)\r\n"},
-        {"cpu at, milliseconds left out", 0, {{"TCPU", "0:00:00:05:000"}},
-         {{"STCPU", "0:00:00:05:999"}}, Limits(0, 10, 0, 0), ""},
-        {"cpu over", 0, {{"TCPU", "0:00:00:05:000"}}, {{"STCPU", "0:00:00:06:000"}},
-         Limits(0, 10, 0, 0), "\r\nTask has exceeded maximum CPU time! (0 Days 00:00:10)\r\n"},
-        {"memory of the step", 0, {{"PeakMem", "000000900"}}, {{"SPeakMem", "000001001"}},
-         Limits(0, 0, 1000, 0), "\r\nTask has exceeded maximum memory usage! (1,000 KB)\r\n"},
-        {"units at", 0, {{"Units", "000000050"}}, {{"SUnits", "000000050"}},
-         Limits(0, 0, 0, 100), ""},
-        {"units over", 0, {{"Units", "000000500"}}, {{"SUnits", "000000501"}},
+        {"cpu at, milliseconds left out",
+         0,
+         {{"TCPU", "0:00:00:05:000"}},
+         {{"STCPU", "0:00:00:05:999"}},
+         Limits(0, 10, 0, 0),
+         ""},
+        {"cpu over",
+         0,
+         {{"TCPU", "0:00:00:05:000"}},
+         {{"STCPU", "0:00:00:06:000"}},
+         Limits(0, 10, 0, 0),
+         "\r\nTask has exceeded maximum CPU time! (0 Days 00:00:10)\r\n"},
+        {"memory of the step",
+         0,
+         {{"PeakMem", "000000900"}},
+         {{"SPeakMem", "000001001"}},
+         Limits(0, 0, 1000, 0),
+         "\r\nTask has exceeded maximum memory usage! (1,000 KB)\r\n"},
+        {"units at",
+         0,
+         {{"Units", "000000050"}},
+         {{"SUnits", "000000050"}},
+         Limits(0, 0, 0, 100),
+         ""},
+        {"units over",
+         0,
+         {{"Units", "000000500"}},
+         {{"SUnits", "000000501"}},
          Limits(0, 0, 0, 1000),
          "\r\nTask has exceeded maximum system units of class A!\r\n\r\n"
          "Max System Units:....................... 1,000\r\n"},
-        {"three at once", 61, {{"MaxRunTime", "60"}, {"PeakMem", "000002000"}},
-         {{"STCPU", "0:00:00:11:000"}}, Limits(0, 10, 1000, 0),
+        {"three at once",
+         61,
+         {{"MaxRunTime", "60"}, {"PeakMem", "000002000"}},
+         {{"STCPU", "0:00:00:11:000"}},
+         Limits(0, 10, 1000, 0),
          "\r\nTask has exceeded maximum running time! (0 Days 00:01:00)\r\n"
          "\r\nTask has exceeded maximum CPU time! (0 Days 00:00:10)\r\n"
          "\r\nTask has exceeded maximum memory usage! (1,000 KB)\r\n"},
-        {"a cell that is no number", 61, {{"MaxRunTime", "60"}, {"Units", "many"}}, {},
-         Limits(0, 0, 0, 0), ""},
+        {"a cell that is no number",
+         61,
+         {{"MaxRunTime", "60"}, {"Units", "many"}},
+         {},
+         Limits(0, 0, 0, 0),
+         ""},
         {"no start yet", 100, {{"MaxRunTime", "60"}, {"Start", ""}}, {}, Limits(0, 0, 0, 0), ""},
-        {"no such step", 61, {{"MaxRunTime", "60"}, {"CurStep", "0002"}}, {}, Limits(0, 0, 0, 0),
+        {"no such step",
+         61,
+         {{"MaxRunTime", "60"}, {"CurStep", "0002"}},
+         {},
+         Limits(0, 0, 0, 0),
          ""},
     };
     for (const LimitCase& c : cases) {
@@ -282,8 +335,7 @@ TEST(CheckLimitsTest, ACancelledTaskAnswersOnlyToItsCleanupAllowance) {
     };
     const Case cases[] = {
         {30, "000000100", ""},
-        {30, "000000101",
-         "\r\nCleanup step has exceeded maximum system units! (2,500)\r\n"},
+        {30, "000000101", "\r\nCleanup step has exceeded maximum system units! (2,500)\r\n"},
         {31, "000000100", "\r\nCleanup step has exceeded maximum running time! (30 seconds)\r\n"},
         {31, "000000101",
          "\r\nCleanup step has exceeded maximum system units! (2,500)\r\n"
@@ -291,7 +343,7 @@ TEST(CheckLimitsTest, ACancelledTaskAnswersOnlyToItsCleanupAllowance) {
     };
     for (const Case& c : cases) {
         OneStepTask task;
-        task.t->classes.Ponders = {1, 1, 1, 2500.5, 29.5};  // half to the even: 2500 and 30
+        task.t->classes.Ponders = {1, 1, 1, 2500.5, 29.5};   // half to the even: 2500 and 30
         task.t->classes.ClassTable[0] = Limits(1, 1, 1, 1);  // all exceeded, none looked at
         SlotStateRecord& state = task.t->SlotState[1];
         state.cancelled = true;
