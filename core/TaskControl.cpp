@@ -1,7 +1,6 @@
 #include "core/TaskControl.h"
 
 #include <algorithm>
-#include <cmath>
 #include <exception>
 #include <vector>
 
@@ -46,9 +45,6 @@ void RemoveTaskSteps(Server& server, const std::string& taskKey) {
 
 }  // namespace
 
-// Placeholder until task control lands: nothing is stopped.
-bool KillTask(Server&, const std::string&) { return false; }
-
 bool CancelRunningTask(Server& server, const std::string& taskKey) {
     WorkingTables& tables = server.tables;
     auto taskCell = [&](const char* column) {
@@ -71,9 +67,9 @@ bool CancelRunningTask(Server& server, const std::string& taskKey) {
         AccountStepUsage(server, taskKey, curStep, true);
         // The allowance of the cleanup.
         const auto& ponders = server.classes.Ponders;
-        state.cleanupDeadline = AddSeconds(server.clock.Now(), std::lround(ponders[4]));
+        state.cleanupDeadline = AddSeconds(server.clock.Now(), RoundHalfEven(ponders[4]));
         state.cleanupUnitLimit =
-            static_cast<int32_t>(CellNumber(taskCell("Units")) + std::lround(ponders[3]));
+            static_cast<int32_t>(CellNumber(taskCell("Units")) + RoundHalfEven(ponders[3]));
         const std::string stepKey = MakeStepKey(taskKey, curStep);
         SetCell(tables, kStepTable, stepKey, "StepStatus", kStepCancelled);
         SetCell(tables, kStepTable, stepKey, "StepRC", "99");
@@ -98,8 +94,56 @@ bool CancelRunningTask(Server& server, const std::string& taskKey) {
     }
 }
 
-// Placeholder until task control lands: a running step isn't stopped.
-bool StopRunningTask(Server&, const std::string&) { return false; }
+bool StopRunningTask(Server& server, const std::string& taskKey) {
+    WorkingTables& tables = server.tables;
+    auto taskCell = [&](const char* column) {
+        return GetCell(tables, kTaskTable, taskKey, column);
+    };
+    try {
+        // 1. The step ends.
+        const uint8_t slot = SlotFromJobIndex(taskCell("JobIndex"));
+        SendRunnerCommand(server, slot, "KILL");
+        SendRunnerCommand(server, slot, "END ");
+        // 2.-5. The task ends with its step; its codes stay as they are.
+        if (server.link.reply.ReplyTextLength > 0)
+            WriteReport(server, taskKey, "Data", false, server.link.ReplyText, slot, -1);
+        ChangeStatus(server, taskKey, taskCell("Status"), kCompleteCancelled);
+        const int curStep = static_cast<int>(CellNumber(taskCell("CurStep")));
+        SetCell(tables, kStepTable, MakeStepKey(taskKey, curStep), "StepStatus", kStepCancelled);
+        AccountStepUsage(server, taskKey, curStep, true);
+        // 6. The report, and the active report is closed.
+        WriteReport(server, taskKey, kStepCancelled, true, std::to_string(curStep), slot, -1);
+        WriteReport(server, taskKey, kCompleteCancelled, false, "", slot, -1);
+        RefreshReport(server, slot, taskKey);
+        server.SlotReportFile.at(slot).Reset();
+        // 7. The slot is given back.
+        FreeSlot(server, slot);
+        SetCell(tables, kTaskTable, taskKey, "JobIndex", "");
+        // 8. Only a stop that asked for it leaves a next run; nothing is released.
+        if (Val(taskCell("NIzv")) != 0 && CellNumber(taskCell("JobRC")) > 0 &&
+            taskCell("RepCancel") == "1")
+            PrepareNextRun(server, taskKey);
+        return true;
+    } catch (const std::exception& e) {
+        WriteServerLog(server,
+                       "Error occurred while stopping the task (" + taskKey + ")!\n" + e.what());
+        return false;
+    }
+}
+
+bool SetRunningPriority(Server& server, const std::string& taskKey, int32_t priority) {
+    try {
+        const std::string jobIndex = GetCell(server.tables, kTaskTable, taskKey, "JobIndex");
+        if (!jobIndex.empty())
+            SendRunnerCommand(server, SlotFromJobIndex(jobIndex), "PRTY", priority);
+        SetCell(server.tables, kTaskTable, taskKey, "CPU", ZeroPad(priority, 2));
+        return true;
+    } catch (const std::exception& e) {
+        WriteServerLog(server, "Error occurred while setting the task priority (" + taskKey +
+                                   ")!\n" + e.what());
+        return false;
+    }
+}
 
 bool RequestCancel(Server& server, const std::string& taskKey) {
     std::string text;
@@ -109,13 +153,18 @@ bool RequestCancel(Server& server, const std::string& taskKey) {
     return result;
 }
 
-bool CancelTaskRow(Server& server, const std::string& taskKey) {
+namespace {
+
+// A cancel of whatever the task is doing: a running step ends through `endRunning`; a task
+// without a step process ends here.
+bool EndTaskRow(Server& server, const std::string& taskKey,
+                bool (*endRunning)(Server&, const std::string&)) {
     try {
         const std::string status = GetCell(server.tables, kTaskTable, taskKey, "Status");
         if (status.find(kComplete) != std::string::npos) return false;
         bool result = true;
         if (!GetCell(server.tables, kTaskTable, taskKey, "JobIndex").empty()) {
-            result = CancelRunningTask(server, taskKey);
+            result = endRunning(server, taskKey);
         } else {
             // No step process: the task ends here, and a waiting repetition doesn't follow.
             WriteReport(server, taskKey, kCompleteCancelled, false, "", -1, -1);
@@ -128,6 +177,16 @@ bool CancelTaskRow(Server& server, const std::string& taskKey) {
                        "Error occurred while killing the task (" + taskKey + ")!\n" + e.what());
         return false;
     }
+}
+
+}  // namespace
+
+bool CancelTaskRow(Server& server, const std::string& taskKey) {
+    return EndTaskRow(server, taskKey, CancelRunningTask);
+}
+
+bool KillTask(Server& server, const std::string& taskKey) {
+    return EndTaskRow(server, taskKey, StopRunningTask);
 }
 
 bool RemoveTask(Server& server, const std::string& taskKey, bool deleteFolders) {

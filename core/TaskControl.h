@@ -1,4 +1,5 @@
 #pragma once
+#include <cstdint>
 #include <string>
 
 namespace vq {
@@ -14,6 +15,9 @@ bool CancelTaskRow(Server& server, const std::string& taskKey);
 bool CancelRunningTask(Server& server, const std::string& taskKey);
 // Ends the running step and the task.
 bool StopRunningTask(Server& server, const std::string& taskKey);
+// Sends "PRTY" with the priority code to the task's runner when it has one, and keeps the code
+// in CPU.
+bool SetRunningPriority(Server& server, const std::string& taskKey, int32_t priority);
 // Takes the task and its steps out of the queue; with `deleteFolders` the old folders of the
 // task's name are cleared too. The task's own folder stays.
 bool RemoveTask(Server& server, const std::string& taskKey, bool deleteFolders);

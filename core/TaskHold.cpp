@@ -42,7 +42,11 @@ bool HoldTaskRow(Server& server, const std::string& taskKey) {
         const std::string jobIndex = GetCell(server.tables, kTaskTable, taskKey, "JobIndex");
         bool result = true;
         if (!jobIndex.empty()) {
-            result = PauseRunningTask(server, taskKey, SlotOfJobIndex(jobIndex));
+            const uint8_t slot = SlotOfJobIndex(jobIndex);
+            // A task being cancelled is on its way out: a pause would let its cleanup outlive
+            // the allowance and keep its slot for as long as the hold lasts.
+            if (server.SlotState.at(slot).cancelled) return false;
+            result = PauseRunningTask(server, taskKey, slot);
         } else if (const std::string status = Status(server, taskKey); status.find("- Hold") == std::string::npos) {
             SetCell(server.tables, kTaskTable, taskKey, "Status", status + kHoldSuffix);
         }

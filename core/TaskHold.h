@@ -6,8 +6,9 @@
 
 namespace vq {
 struct Server;
-// False when there is no such row; else holds the task (a held one stays as it is), then
-// refreshes the screen and the info file. A failure gives false without a message.
+// False when there is no such row, and for a task running its cleanup steps after a cancel,
+// which is left as it is; else holds the task (a held one stays as it is), then refreshes
+// the screen and the info file. A failure gives false without a message.
 bool HoldTaskRow(Server& server, const std::string& taskKey);
 // False when there is no such row or it isn't held; else releases it, then refreshes the
 // screen and the info file. A failure gives false without a message.

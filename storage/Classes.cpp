@@ -9,6 +9,7 @@
 #include "platform/Error.h"
 #include "platform/Files.h"
 #include "reports/ServerLog.h"
+#include "runner/Accounting.h"
 #include "storage/TaggedStream.h"
 
 namespace vq {
@@ -26,18 +27,6 @@ std::string PonderTag(int index) { return "PONDER" + std::to_string(index); }
 // A section tag that doesn't match ends the read.
 void ExpectSectionTag(ZkInFile& file, const std::string& tag) {
     if (!InputZkTag(file, tag)) throw VqError("Invalid File Format.", 6, "LoadClasses");
-}
-
-// To the nearest integer, a tie to the even one; 0 when it doesn't fit.
-int32_t RoundUnits(double value) {
-    if (!std::isfinite(value)) return 0;
-    double rounded = std::floor(value);
-    const double diff = value - rounded;
-    if (diff > 0.5 || (diff == 0.5 && std::fmod(rounded, 2.0) != 0)) rounded += 1;
-    if (rounded < std::numeric_limits<int32_t>::min() ||
-        rounded > std::numeric_limits<int32_t>::max())
-        return 0;
-    return static_cast<int32_t>(rounded);
 }
 
 // A fixed-point I/O count written as a number: the whole part and, if any, the fraction
@@ -88,11 +77,8 @@ void SetClassDefaults(ClassData& data) {
 }
 
 void ComputeClassUnits(ClassData& data) {
-    const auto& p = data.Ponders;
-    for (ClassEntry& entry : data.ClassTable) {
-        const double io = static_cast<double>(entry.MaxIo) / kIoScale;
-        entry.MaxUnits = RoundUnits(entry.MaxCpu * p[0] + entry.MaxMemory * p[1] + io * p[2]);
-    }
+    for (ClassEntry& entry : data.ClassTable)
+        entry.MaxUnits = SystemUnits(data.Ponders, entry.MaxCpu, entry.MaxIo, entry.MaxMemory);
 }
 
 int ClassIndex(const ClassData& data, const std::string& name) {
