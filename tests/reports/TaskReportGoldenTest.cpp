@@ -1,4 +1,4 @@
-// Whole reports of whole runs, compared to the byte with the golden files once the moments
+// Whole reports of whole runs and info files, compared to the byte with the golden files once the moments
 // of the locale's date and time are replaced: any change of text, order, dots or line ends
 // shows. VQ_UPDATE_GOLDEN=1 writes the files anew instead, for review.
 #include <gtest/gtest.h>
@@ -115,6 +115,33 @@ TEST_F(TaskReportGolden, CancelledWithACleanupStep) {
     EXPECT_EQ(TaskCellOf(t, key, "Status"), "Complete - Cancelled");
     ExpectGolden(Report(key), "cancelled-with-cleanup.txt");
     ExpectGolden(Info(key), "cancelled-with-cleanup.zki");
+}
+
+// Info.zki of a running, a complete and an abended task: sums of the finished steps, and
+// while the task runs its current step counted in.
+TEST_F(TaskReportGolden, InfoFilesOfEachPhase) {
+    ASSERT_TRUE(locale.Active());
+    const std::string key = Task(3, "Waiting");
+    const std::pair<const char*, const char*> task[] = {
+        {"CurStep", "0002"}, {"PeakMem", "000123456"}, {"IO", "00000000001500"}, {"AllR", "0004"},
+        {"TCPU", "0:00:00:59:900"}, {"Units", "000000900"}, {"JobReport", "Nightly.build.TXT"},
+        {"CurRepeat", "2027-02-01 06:00:00"}};
+    for (const auto& [column, value] : task) SetCell(t->tables, kTaskTable, key, column, value);
+    const std::pair<const char*, const char*> step[] = {
+        {"SIO", "00000000000501"}, {"STCPU", "0:00:00:00:100"}, {"SUnits", "000000200"}};
+    for (const auto& [column, value] : step) SetStepCell(t, key, 2, column, value);
+    const struct {
+        const char *status, *jobRc, *golden;
+    } cases[] = {{"Running", "01", "info-running.zki"},
+                 {"Complete", "08", "info-complete.zki"},
+                 {"Complete", "09", "info-abended.zki"},
+                 {"Complete - Cancelled", "99", "info-cancelled.zki"}};
+    for (const auto& c : cases) {
+        SetCell(t->tables, kTaskTable, key, "Status", c.status);
+        SetCell(t->tables, kTaskTable, key, "JobRC", c.jobRc);
+        ASSERT_TRUE(WriteTaskInfo(*t, key));
+        ExpectGolden(Info(key), c.golden);
+    }
 }
 
 }  // namespace
