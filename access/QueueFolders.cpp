@@ -143,7 +143,9 @@ bool EnsureTaskFolders(Server& server, const std::string& taskKey) {
         if (FileExists(base + kActiveMarker).empty() &&
             !WriteFileAtomic(base + kActiveMarker, "Active Task\r\n", &error))
             throw VqError(error);
-        return WriteTaskInfo(server, taskKey);
+        // The info file logs its own failure; the folders are there all the same.
+        WriteTaskInfo(server, taskKey);
+        return true;
     } catch (const std::exception& e) {
         WriteServerLog(server, std::string("Error occurred while checking the task's folders!\n") + e.what());
         return false;

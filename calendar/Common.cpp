@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <climits>
+#include <clocale>
 #include <cstdio>
 
 #include "platform/Error.h"
@@ -107,6 +108,24 @@ std::string PriorityName(const std::string& code) {
     if (code.size() < 2 || !std::isdigit(static_cast<unsigned char>(code[0]))) return code;
     const std::string name = PriorityClassName(code[0] - '0');
     return name.empty() ? code : name + " " + code.substr(1, 1);
+}
+
+std::string FormatThousands(int64_t value) {
+    const uint64_t magnitude =
+        value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+    const std::string digits = std::to_string(magnitude);
+    const char* separator = std::localeconv()->thousands_sep;
+    std::string text = value < 0 ? "-" : "";
+    for (size_t i = 0; i < digits.size(); ++i) {
+        if (i > 0 && (digits.size() - i) % 3 == 0) text += separator;
+        text += digits[i];
+    }
+    return text;
+}
+
+std::string FormatThousandsIo(int64_t tenThousandths) {
+    const int64_t half = tenThousandths < 0 ? -5000 : 5000;
+    return FormatThousands((tenThousandths + half) / 10000);
 }
 
 int CharsetOfCodePage(int codePage) {

@@ -149,10 +149,8 @@ bool StartStep(Server& server, const std::string& taskKey, uint8_t slot, int ste
             taken.slot = true;
         }
         // 4. The report paths.
-        const std::string folder = WithBackslash(TaskCell(server, taskKey, "RF"));
-        const std::string reportName = TaskCell(server, taskKey, "JobReport");
-        const std::string report = folder + reportName + ".txt";
-        const std::string active = folder + "Active-" + reportName + ".txt";
+        const std::string report = ReportPath(server, taskKey);
+        const std::string active = ActiveReportPath(server, taskKey);
         // 5. The folders, before the runner opens the step's output file in them: a task
         // whose folder was deleted while it waited runs all the same.
         EnsureTaskFolders(server, taskKey);

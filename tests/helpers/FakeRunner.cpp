@@ -13,6 +13,7 @@
 //   FAKE_TEXT=T        the text of the "END " reply
 //   FAKE_STOPWAIT=N    answer N "STOP" or "STRT" with text length -1 and wait status 258
 //   FAKE_STOPSTATUS=S  the wait status of those answers instead of 258
+//   FAKE_IDLE=1        report counters that stay at 0 (valid all the same)
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -82,6 +83,7 @@ int main() {
 
     int polls = Number(values, "FAKE_POLLS", 0);
     int stopWaits = Number(values, "FAKE_STOPWAIT", 0);
+    const bool idle = Number(values, "FAKE_IDLE", 0) != 0;
     int64_t ticks = 0;
     std::string bytes;
     while (ReadExact(vq::CommandRecord::kSize, bytes)) {
@@ -93,10 +95,12 @@ int main() {
             return 0;
         }
         std::string text;
-        ticks += 10000000;
-        reply.CpuTimeA = ticks;
-        reply.PeakMemory = 1000;
-        reply.IoCount = 50000;
+        if (!idle) {
+            ticks += 10000000;
+            reply.CpuTimeA = ticks;
+            reply.PeakMemory = 1000;
+            reply.IoCount = 50000;
+        }
         reply.CountersValid = 1;
         reply.RunnerState = polls > 0 ? 1 : 4;
         if (cmd.Command == "STAT" && polls > 0) --polls;
