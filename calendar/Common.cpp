@@ -110,24 +110,6 @@ std::string PriorityName(const std::string& code) {
     return name.empty() ? code : name + " " + code.substr(1, 1);
 }
 
-std::string FormatThousands(int64_t value) {
-    const uint64_t magnitude =
-        value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
-    const std::string digits = std::to_string(magnitude);
-    const char* separator = std::localeconv()->thousands_sep;
-    std::string text = value < 0 ? "-" : "";
-    for (size_t i = 0; i < digits.size(); ++i) {
-        if (i > 0 && (digits.size() - i) % 3 == 0) text += separator;
-        text += digits[i];
-    }
-    return text;
-}
-
-std::string FormatThousandsIo(int64_t tenThousandths) {
-    const int64_t half = tenThousandths < 0 ? -5000 : 5000;
-    return FormatThousands((tenThousandths + half) / 10000);
-}
-
 int CharsetOfCodePage(int codePage) {
     static const std::pair<int, int> kTable[] = {
         {932, 128},  {936, 134},  {949, 129},  {950, 136},  {1250, 238}, {1251, 204},

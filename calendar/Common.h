@@ -46,13 +46,6 @@ std::string PriorityClassName(int classDigit);
 // The display text of a two-digit priority code such as "22" ("Normal 2").
 std::string PriorityName(const std::string& code);
 
-// Whole numbers with the thousands separator of LC_NUMERIC in groups of three ("1,234,567");
-// 0 gives "0".
-std::string FormatThousands(int64_t value);
-// An I/O count kept in ten-thousandths, rounded half away from zero to a whole number and
-// grouped as FormatThousands does.
-std::string FormatThousandsIo(int64_t tenThousandths);
-
 // The character set number of an ANSI code page, 0 for a code page not in the table.
 int CharsetOfCodePage(int codePage);
 

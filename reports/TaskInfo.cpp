@@ -9,6 +9,7 @@
 #include "platform/Error.h"
 #include "platform/Files.h"
 #include "reports/ServerLog.h"
+#include "runner/Accounting.h"
 
 namespace vq {
 namespace {

@@ -13,6 +13,7 @@
 #include "platform/Error.h"
 #include "platform/Files.h"
 #include "reports/ServerLog.h"
+#include "runner/Accounting.h"
 
 namespace vq {
 namespace {

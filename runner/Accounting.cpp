@@ -10,6 +10,7 @@
 #include "core/Server.h"
 #include "core/tables/CpuTime.h"
 #include "platform/Error.h"
+#include "reports/TaskReport.h"
 #include "runner/RunnerLink.h"
 #include "storage/Classes.h"
 
@@ -65,13 +66,6 @@ std::string IoCell(int64_t ioCount) {
 }
 
 std::string SpanText(int64_t seconds) { return FormatTimeSpan(SecondsToTimeSpan(seconds)); }
-
-// The report's label of the class's maximum units: the text over 40 dots, and a blank.
-std::string MaxUnitsLabel() {
-    std::string label = "Max System Units:";
-    label.resize(40, '.');
-    return label + " ";
-}
 
 // The cells of one row, numbers read as the sums keep them: an empty cell is 0, any other
 // text that is no number fails.
@@ -236,7 +230,7 @@ std::string CheckLimits(Server& server, const std::string& taskKey) {
                      FormatThousands(limits.MaxMemory) + " KB)");
         if (limits.MaxUnits != 0 && units > limits.MaxUnits) {
             exceeded("Task has exceeded maximum system units of class " + limits.ClassName + "!");
-            exceeded(MaxUnitsLabel() + FormatThousands(limits.MaxUnits));
+            exceeded(ReportLabel("Max System Units:") + FormatThousands(limits.MaxUnits));
         }
         return message;
     } catch (const std::exception&) {
