@@ -99,7 +99,6 @@ TEST_F(StartFillTest, PriorityIsClampedAgainstTheServerAndTheClassMaximum) {
         {"31", "P42", 22,
          "\r\nCPU Priority = AboveNormal 1!\r\nSetting To Maximum Class CPU Priority (Normal 2)"},
         {"22", "P22", 22, ""},
-        {"10", "P22", 10, ""},
     };
     for (const auto& c : cases) {
         SetTaskCell("CPU", c.cpu);
