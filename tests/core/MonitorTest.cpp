@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <chrono>
 #include <thread>
@@ -9,7 +8,6 @@
 #include "core/StepSequencing.h"
 #include "core/TaskControl.h"
 #include "platform/Files.h"
-#include "storage/QueueDatabase.h"
 #include "storage/Settings.h"
 #include "tests/support/Process.h"
 #include "tests/support/TestSupport.h"
@@ -165,7 +163,8 @@ TEST_F(MonitorTest, ADiagnosticFollowsAPollWithValidCountersWhenThePeriodEnds) {
 }
 
 // A repeating task gets its next run when it ends, a failed one too, but not one that asked to
-// stop with 0.
+// stop with 0. The next run is a new row with the next number, copied and reset, with a folder
+// of its own that holds the task file; the finished row stays as it was.
 TEST_F(MonitorTest, ARepeatingTaskGetsItsNextRunUnlessItAskedToStop) {
     const struct {
         const char *command, *jobRc;
@@ -184,56 +183,25 @@ TEST_F(MonitorTest, ARepeatingTaskGetsItsNextRunUnlessItAskedToStop) {
         EXPECT_EQ(TaskCellOf(t, key, "JobRC"), c.jobRc);
         EXPECT_EQ(HasTask(t, MakeRowKey(10 * number + 1, "Daily")), c.repeats) << c.command;
     }
-}
-
-class PrepareNextRunTest : public MonitorTest {
-  protected:
-    PrepareNextRunTest() {
-        key = FinishedTask(7, "Complete", 10);
-        const std::pair<const char*, const char*> cells[] = {
-            {"AllR", "0004"}, {"JobRC", "03"}, {"CurStep", "0002"}, {"Start", "2026-11-22 11:00:00"},
-            {"TCPU", "0:00:01:00:000"}, {"Units", "000000123"}, {"NIzv", "-1"},
-            {"SchTime", "2026-11-23 12:00:00"}};
-        for (const auto& [column, value] : cells) SetTaskCell(t, key, column, value);
-        const std::pair<const char*, const char*> stepCells[] = {{"StepStatus", "Complete"},
-            {"StepRC", "03"}, {"SIO", "00000000000042"}, {"SSMem", "77"}, {"Command", "make"}};
-        for (const auto& [column, value] : stepCells) SetStepCell(t, key, 2, column, value);
-        t->NextTaskNumber = 40;
-    }
-    std::string key;
-};
-
-TEST_F(PrepareNextRunTest, MakesANewRowWithANewNumberResetCellsAndANewFolder) {
-    ASSERT_TRUE(WriteFileAtomic(Folder(key) + kOriginalTaskFile, "the task file"));
-    ASSERT_TRUE(PrepareNextRun(*t, key));
-    const std::string next = MakeRowKey(41, "Done7");
-    ASSERT_TRUE(HasTask(t, next));
-    EXPECT_EQ(JobNumberStore(*t, false), 41);  // stored: a restart goes on from it
-    // New and reset cells, then cells kept from the old row.
+    const std::string next = MakeRowKey(11, "Daily");
     const std::pair<const char*, const char*> cells[] = {
-        {"ID", "000041"},       {"Status", "Waiting"},     {"AllR", "0005"},
+        {"ID", "000011"},       {"Status", "Waiting"},     {"AllR", "0002"},
         {"CurStep", "0000"},    {"JobRC", "01"},           {"TCPU", "0:00:00:00:000"},
         {"Units", "000000000"}, {"IO", "00000000000000"},  {"PeakMem", "000000000"},
         {"Queue Priority", "000000"}, {"Start", ""},       {"End", ""},
-        {"JobIndex", ""},       {"NIzv", "-1"},            {"SchTime", "2026-11-23 12:00:00"},
-        {"AllSteps", "0002"}};
+        {"JobIndex", ""},       {"NIzv", "-1"},            {"AllSteps", "0001"}};
     for (const auto& [column, value] : cells) EXPECT_EQ(TaskCellOf(t, next, column), value) << column;
-    // Its own folder, with the task file.
-    const std::string folder = TaskCellOf(t, next, "RF");
-    EXPECT_EQ(folder, t->ServerPath + "LOCAL/$LOCALUSER$/Done7/000041");
-    EXPECT_EQ(ReadFileText(folder + "/" + kOriginalTaskFile), "the task file");
-    // The steps, copied and reset; the finished rows stay as they were.
-    EXPECT_EQ(StepCell(t, next, 1, "Parent"), next);
     const std::pair<const char*, const char*> stepCells[] = {
         {"Parent", next.c_str()}, {"StepStatus", "Pending"}, {"StepRC", "00"},
-        {"SIO", "00000000000000"}, {"SSMem", "0"}, {"STCPU", "0:00:00:00:000"}, {"Command", "make"}};
-    for (const auto& [column, value] : stepCells) EXPECT_EQ(StepCell(t, next, 2, column), value) << column;
-    EXPECT_EQ(TaskCellOf(t, key, "AllR"), "0004");
-    EXPECT_EQ(StepCell(t, key, 2, "StepRC"), "03");
+        {"SIO", "00000000000000"}, {"SSMem", "0"}, {"STCPU", "0:00:00:00:000"}, {"Command", "exit 9"}};
+    for (const auto& [column, value] : stepCells) EXPECT_EQ(StepCell(t, next, 1, column), value) << column;
+    EXPECT_EQ(TaskCellOf(t, next, "RF"), t->ServerPath + "LOCAL/$LOCALUSER$/Daily/000011");
+    EXPECT_EQ(ReadFileText(Folder(next) + kOriginalTaskFile), "task");
 }
 
 // Task numbers run from 000001 to 999999, never 000000.
-TEST_F(PrepareNextRunTest, TheNumberAfter999998Is999999ThenItStartsAgainAt1) {
+TEST_F(MonitorTest, TheNextRunAfter999998Is999999ThenTheNumberStartsAgainAt1) {
+    const std::string key = FinishedTask(7, "Complete", 10);
     for (const auto& [counter, number] : {std::pair{999998, 999999}, std::pair{999999, 1}}) {
         t->NextTaskNumber = counter;
         PrepareNextRun(*t, key);
@@ -241,11 +209,12 @@ TEST_F(PrepareNextRunTest, TheNumberAfter999998Is999999ThenItStartsAgainAt1) {
     }
 }
 
-TEST_F(PrepareNextRunTest, AMissingTaskFileFailsWithoutAMessageAndKeepsWhatWasWritten) {
-    const std::string logBefore = t.LogText();
+TEST_F(MonitorTest, ANextRunWithoutItsTaskFileFailsWithoutAMessageAndKeepsWhatWasWritten) {
+    const std::string key = FinishedTask(7, "Complete", 10);
+    t->NextTaskNumber = 40;
     EXPECT_FALSE(PrepareNextRun(*t, key));
     EXPECT_TRUE(HasTask(t, MakeRowKey(41, "Done7")));
-    EXPECT_EQ(t.LogText(), logBefore);
+    EXPECT_EQ(t.LogText(), "");
     EXPECT_FALSE(PrepareNextRun(*t, "000099-Missing"));
 }
 
