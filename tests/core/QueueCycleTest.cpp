@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "core/QueueCycle.h"
+#include "runner/RunnerLink.h"
 #include "core/tables/Status.h"
 #include "tests/support/TestSupport.h"
 
@@ -49,7 +50,11 @@ TEST_F(QueueCycleTest, AgesEveryPhaseButCompleteAndRestartsAboveTheBound) {
         EXPECT_EQ(Cell(keys[i], "Queue Priority"), cases[i].after) << cases[i].before;
 }
 
+// Three slots, of which the first is another task's, and room for two running tasks.
 TEST_F(QueueCycleTest, TheHighestPriorityTextStartsAndThePassEndsAtTheFirstMissingSlot) {
+    ts->SizeSlots(3);
+    ts->MaxRunningTasks = 2;
+    ASSERT_TRUE(TakeSlot(*ts, 1));
     const auto low = Task(1, "Low", kReady, "000100");
     const auto high = Task(2, "High", kReady, "000300");
     const auto held = Task(3, "Held", kReadyHold, "000900");
@@ -57,35 +62,46 @@ TEST_F(QueueCycleTest, TheHighestPriorityTextStartsAndThePassEndsAtTheFirstMissi
     const auto narrow = Task(5, "Narrow", kReady, "999997");  // 999998: the highest text
     Timer1_Timer(*ts);
     EXPECT_EQ(Cell(narrow, "Status"), kRunning);
-    EXPECT_EQ(Cell(narrow, "JobIndex"), "1");
+    EXPECT_EQ(Cell(narrow, "JobIndex"), "2");
     for (const auto& key : {low, high, wide}) EXPECT_EQ(Cell(key, "Status"), kReady) << key;
     EXPECT_EQ(Cell(held, "Status"), kReadyHold);
     EXPECT_EQ(ts.screen.treeLoads, 1);
-    // The slot is taken: the next tick starts nothing.
+    // Two tasks run: the next tick starts nothing though slot 3 is free; nor does one in which
+    // every slot is taken below a higher limit.
+    Timer1_Timer(*ts);
+    ts->MaxRunningTasks = 3;
+    ts->SlotUsed[3] = true;
     Timer1_Timer(*ts);
     EXPECT_EQ(Cell(wide, "Status"), kReady);
-    EXPECT_EQ(ts->RunningTaskCount, 1);
+    EXPECT_EQ(ts->RunningTaskCount, 2);
 }
 
-// A task whose rows are damaged is logged with the step it stood at and cancelled; the slot
-// stays free and the next Ready task starts in the same tick.
-TEST_F(QueueCycleTest, ADamagedTaskStopsOnlyItself) {
-    // Step 1's MinRC is no number, or step 1's row is gone.
-    const std::pair<bool, const char*> cases[] = {{true, "Type mismatch"},
-                                                  {false, "Element not found"}};
+// A task whose rows are damaged is logged with the step it stood at and cancelled, one with no
+// step to run ends; either way the slot stays free and the next Ready task starts in the same
+// tick.
+TEST_F(QueueCycleTest, ADamagedTaskOrOneWithNoStepToRunStopsOnlyItself) {
+    // Step 1's MinRC is no number, step 1's row is gone, or step 1 is not to be executed.
+    const struct {
+        const char *column, *value, *failure;
+        std::string status;
+    } cases[] = {{"MinRC", "one", "Type mismatch", kCompleteCancelled},
+                 {nullptr, nullptr, "Element not found", kCompleteCancelled},
+                 {"Execute", "No", nullptr, kComplete}};
     int number = 0;
-    for (const auto& [badMinRc, failure] : cases) {
+    for (const auto& c : cases) {
         const auto damaged = Task(++number, "Damaged", kReady, "000500");
         const auto next = Task(++number, "Next", kReady, "000100");
-        if (badMinRc)
-            SetCell(ts->tables, kStepTable, MakeStepKey(damaged, 1), "MinRC", "one");
+        if (c.column)
+            SetCell(ts->tables, kStepTable, MakeStepKey(damaged, 1), c.column, c.value);
         else
             ts->tables.StepTable.RemoveRow(MakeStepKey(damaged, 1));
         Timer1_Timer(*ts);
-        EXPECT_THAT(ts.LogText(), HasSubstr("Error occurred while executing the step (" +
-                                            MakeStepKey(damaged, 1) + ")!\n" + failure));
+        if (c.failure) {
+            EXPECT_THAT(ts.LogText(), HasSubstr("Error occurred while executing the step (" +
+                                                MakeStepKey(damaged, 1) + ")!\n" + c.failure));
+        }
         EXPECT_THAT(ts.LogText(), Not(HasSubstr("checking queue")));
-        EXPECT_EQ(Cell(damaged, "Status"), kCompleteCancelled);
+        EXPECT_EQ(Cell(damaged, "Status"), c.status);
         EXPECT_EQ(Cell(damaged, "JobIndex"), "");
         EXPECT_EQ(Cell(next, "Status"), kRunning);
         EXPECT_EQ(ts->RunningTaskCount, 1);
@@ -93,15 +109,6 @@ TEST_F(QueueCycleTest, ADamagedTaskStopsOnlyItself) {
         ts->RunningTaskCount = 0;
         SetCell(ts->tables, kTaskTable, next, "Status", kComplete);
     }
-}
-
-TEST_F(QueueCycleTest, ATaskWithNoStepToRunEndsWithoutASlotAndThePassGoesOn) {
-    const auto empty = Task(1, "Empty", kReady, "000300");
-    SetCell(ts->tables, kStepTable, MakeStepKey(empty, 1), "Execute", "No");
-    const auto next = Task(2, "Next", kReady, "000200");
-    Timer1_Timer(*ts);
-    EXPECT_EQ(Cell(empty, "Status"), kComplete);
-    EXPECT_EQ(Cell(next, "Status"), kRunning);
 }
 
 // An empty queue does nothing; a full one puts the sort of the table back.
@@ -125,24 +132,6 @@ TEST_F(QueueCycleTest, ABadPriorityEndsTheTickWithALogEntry) {
                 HasSubstr("Error occurred while checking queue.\r\n\r\nType mismatch"));
     EXPECT_EQ(Cell(bad, "Queue Priority"), "12x");
     EXPECT_EQ(Cell(bad, "Status"), kReady);
-}
-
-TEST(FindFreeSlot, GivesTheLowestFreeSlotUnderTheLimit) {
-    TestServer ts;
-    ts->SizeSlots(3);
-    ts->MaxRunningTasks = 2;
-    uint8_t slot = 0;
-    ASSERT_TRUE(FindFreeSlot(*ts, slot));
-    EXPECT_EQ(slot, 1);
-    ts->SlotUsed[1] = true;
-    ts->RunningTaskCount = 1;
-    ASSERT_TRUE(FindFreeSlot(*ts, slot));
-    EXPECT_EQ(slot, 2);
-    ts->RunningTaskCount = 2;
-    EXPECT_FALSE(FindFreeSlot(*ts, slot));
-    ts->RunningTaskCount = 1;
-    ts->SlotUsed[2] = ts->SlotUsed[3] = true;
-    EXPECT_FALSE(FindFreeSlot(*ts, slot));
 }
 
 }  // namespace

@@ -54,16 +54,12 @@ TEST(StepMeterTest, CountsAliveAndReapedProcessesAndNeverGoesDown) {
 
 TEST(DiagnosticTest, HeaderAndOneLinePerProcess) {
     DiagnosticHeader header{"000012", "Build", 2, 4711, "held", "2026-11-22 12:00:00"};
-    ProcessInfo shell;
-    shell.stat.pid = 4711;
+    ProcessInfo shell = Process(4711, 150, 0, 50, 2048, std::nullopt);
     shell.stat.ppid = 4700;
     shell.stat.state = 'T';
-    shell.stat.userTicks = 150;
-    shell.stat.systemTicks = 50;
-    shell.memory = {2048, 1024};
+    shell.memory.residentKb = 1024;
     shell.commandLine = "sh -c make all";
-    ProcessInfo gone;
-    gone.stat.pid = 4712;
+    ProcessInfo gone = Process(4712, 0, 0, 0, 0, std::nullopt);
     gone.stat.ppid = 4711;
     gone.stat.state = 'Z';
     gone.stat.name = "cc1";

@@ -58,7 +58,6 @@ ProcessResult ChildProcess::Wait(int limitMs) {
     if (!WaitUntil([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, limitMs, 10)) {
         kill(pid_, SIGKILL);
         waitpid(pid_, &status, 0);
-        result.timedOut = true;
     }
     reaped_ = true;
     if (WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);

@@ -9,10 +9,9 @@
 namespace vq::test {
 
 struct ProcessResult {
-    int exitCode = -1;     // -1 when killed by a signal or the limit
+    int exitCode = -1;  // -1 when killed by a signal or the limit
     int signal = 0;
     std::string out, err;
-    bool timedOut = false;
 };
 
 // A program started in the background with its output going to files.

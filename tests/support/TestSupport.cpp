@@ -83,7 +83,7 @@ void TestServer::SetSetting(const char* name, const std::string& value) {
 std::string AddRunnableTask(TestServer& t, int number, const std::string& name, int steps,
                             const std::string& status) {
     const std::string key = t.AddTask(number, name, status);
-    SetCell(t->tables, kTaskTable, key, "UserName", "$LOCALUSER$");
+    SetTaskCell(t, key, "UserName", "$LOCALUSER$");
     SetTaskFolder(*t, key);
     t.AddSteps(key, steps);
     EnsureTaskFolders(*t, key);
@@ -101,6 +101,15 @@ std::string StepCell(TestServer& t, const std::string& taskKey, int step, const 
 
 std::string TaskCellOf(TestServer& t, const std::string& taskKey, const char* column) {
     return GetCell(t->tables, kTaskTable, taskKey, column);
+}
+
+void SetTaskCell(TestServer& t, const std::string& taskKey, const char* column,
+                 const std::string& value) {
+    SetCell(t->tables, kTaskTable, taskKey, column, value);
+}
+
+bool HasTask(TestServer& t, const std::string& taskKey) {
+    return t->tables.TaskTable.FindRow(taskKey) != nullptr;
 }
 
 bool TickUntilComplete(TestServer& t, const std::string& taskKey, int limitMs) {

@@ -24,7 +24,6 @@ public:
         slept += milliseconds;
     }
     void Advance(int64_t seconds) { now_ = AddSeconds(now_, seconds); }
-    void Set(VqDate date) { now_ = date; }
     int64_t slept = 0;
 
 private:
@@ -51,13 +50,12 @@ public:
         answers.pop_front();
         return answer;
     }
-    void Beep() override { ++beeps; }
+    void Beep() override {}
 
     std::deque<bool> answers;
     std::vector<ShownMessage> messages;
     std::vector<ShownMessage> questions;
     int lastAutoYesMs = -1;
-    int beeps = 0;
 };
 
 class CountingScreen final : public Screen {
@@ -129,6 +127,9 @@ void SetStepCell(TestServer& t, const std::string& taskKey, int step, const char
                  const std::string& value);
 std::string StepCell(TestServer& t, const std::string& taskKey, int step, const char* column);
 std::string TaskCellOf(TestServer& t, const std::string& taskKey, const char* column);
+void SetTaskCell(TestServer& t, const std::string& taskKey, const char* column,
+                 const std::string& value);
+bool HasTask(TestServer& t, const std::string& taskKey);
 // Runs monitor ticks, the fake clock two seconds on for each, until the task's phase is
 // Complete; false when it isn't within `limitMs` of real time.
 bool TickUntilComplete(TestServer& t, const std::string& taskKey, int limitMs = 20000);
