@@ -27,6 +27,12 @@ bool MakeQueueFolder(Server& server, const std::string& user, const std::string&
                      const std::string& path, const std::string& securityLevel, mode_t mode = 0777,
                      std::string* reason = nullptr);
 bool WriteCreationTime(Server& server, const std::string& path);
+// The folder that holds `path` (no closing "/"; "/" for a name at the top).
+std::string ParentOf(const std::string& path);
+// True when `path` lies in the folder `root` (with its closing "/") or is that folder: no ".."
+// on the way, and what exists of it resolves below the root's own real place, so that a link
+// can't lead out.
+bool IsInsideFolder(const std::string& root, const std::string& path);
 // Brings a task's folders, report and ACTIVE.ACT up to date; the result of the info file.
 bool EnsureTaskFolders(Server& server, const std::string& taskKey);
 // Writes a new RF for the task: root, domain, user, task name, number.

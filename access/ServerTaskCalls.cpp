@@ -19,43 +19,6 @@
 #include "reports/TaskInfo.h"
 
 namespace vq {
-namespace {
-
-bool NameExists(const std::string& path) {
-    struct stat st {};
-    return ::lstat(path.c_str(), &st) == 0;
-}
-
-std::string RealPath(const std::string& path) {
-    char resolved[PATH_MAX];
-    return ::realpath(path.c_str(), resolved) ? std::string(resolved) : std::string();
-}
-
-std::string ParentOf(const std::string& path) {
-    const size_t slash = path.find_last_of('/');
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-}  // namespace
-
-bool IsInsideFolder(const std::string& root, const std::string& path) {
-    if (root.empty() || path.find('\0') != std::string::npos) return false;
-    const std::string bareRoot = WithoutBackslash(root);
-    if (path != bareRoot && path.compare(0, root.size(), root) != 0) return false;
-    const std::string rest = path.size() > root.size() ? path.substr(root.size()) : std::string();
-    for (size_t begin = 0; begin <= rest.size();) {
-        const size_t end = std::min(rest.find('/', begin), rest.size());
-        if (rest.compare(begin, end - begin, "..") == 0 && end - begin == 2) return false;
-        begin = end + 1;
-    }
-    // The longest part of the path that exists must resolve into the root.
-    const std::string realRoot = RealPath(bareRoot);
-    if (realRoot.empty()) return false;
-    std::string probe = WithoutBackslash(path);
-    while (probe.size() > bareRoot.size() && !NameExists(probe)) probe = ParentOf(probe);
-    const std::string real = RealPath(probe);
-    return real == realRoot || real.compare(0, realRoot.size() + 1, realRoot + "/") == 0;
-}
 
 bool ServerTaskCalls::SubmitTask(const std::string& inputQFile, std::string* newKey) {
     try {

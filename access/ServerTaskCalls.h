@@ -36,9 +36,5 @@ private:
     Server& server_;
 };
 
-// True when `path` lies in the folder `root` (with its closing "/") or is that folder: no ".."
-// on the way, and what exists of it resolves below the root's own real place, so that a link
-// can't lead out.
-bool IsInsideFolder(const std::string& root, const std::string& path);
 
 }  // namespace vq
