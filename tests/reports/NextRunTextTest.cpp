@@ -16,7 +16,6 @@ TEST(NextRunText, FollowsTheRepeatAndTheSchedule) {
         const char *status, *curRepeat, *schTime, *text;
     } cases[] = {
         {"Waiting", "0", "2027-01-09 19:05:03", "01/09/2027 07:05:03 PM"},
-        {"Waiting", "", "2027-01-09 19:05:03", "01/09/2027 07:05:03 PM"},
         {"Waiting - Hold", "2027-02-01 06:00:00", "", "02/01/2027 06:00:00 AM"},
         {"Waiting", "1899-12-30 00:00:00", "2027-01-09 19:05:03", "Never"},
         {"Complete - Unfinished", "2027-02-01 06:00:00", "2027-01-09 19:05:03", "Never"},

@@ -17,7 +17,6 @@ TEST(ReportLabel, IsAlwaysFortyOneCharacters) {
     const struct {
         std::string text, label;
     } cases[] = {
-        {"Task RC:", "Task RC:" + std::string(32, '.') + " "},
         {"", std::string(40, '.') + " "},
         {std::string(40, 'x'), std::string(40, 'x') + " "},
         {std::string(45, 'y'), std::string(40, 'y') + " "},
@@ -30,9 +29,7 @@ TEST(ElapsedText, CountsWholeSecondsOrGivesTheEmptySpan) {
         const char *from, *to, *text;
     } cases[] = {
         {"", "2026-11-22 12:00:00", "0 Days 0:00:00"},
-        {"2026-11-22 12:00:00", "", "0 Days 0:00:00"},
         {"2026-11-22 12:00:00", "2026-11-22 12:00:00", "0 Days 00:00:00"},
-        {"2026-11-22 12:00:00", "2026-11-23 13:01:05", "1 Day 01:01:05"},
         {"2026-11-20 23:59:59", "2026-11-22 00:00:00", "1 Day 00:00:01"},
     };
     for (const auto& c : cases) EXPECT_EQ(ElapsedText(c.from, c.to), c.text) << c.from << c.to;
@@ -93,6 +90,8 @@ TEST_F(TaskReportTest, FailuresGoToTheServerLog) {
          "Error occurred while writing to active report!\nx\n"},
         {"no slot", [&] { return RefreshReport(*t, 1, key); },
          "Error occurred while copying task report!\r\n"},
+        {"no marker's task", [&] { return DeleteActiveMarker(*t, "000009-Gone"); },
+         "Error occurred while deleting \""},
     };
     for (const auto& c : cases) {
         EXPECT_FALSE(c.call()) << c.what;
@@ -132,8 +131,6 @@ TEST_F(TaskReportTest, TheActiveMarkerGoesAndAMissingOneIsNoFailure) {
     EXPECT_TRUE(DeleteActiveMarker(*t, key));
     EXPECT_FALSE(PathExists(marker));
     EXPECT_TRUE(DeleteActiveMarker(*t, key));
-    EXPECT_FALSE(DeleteActiveMarker(*t, "000009-Gone"));
-    EXPECT_NE(t.LogText().find("Error occurred while deleting \""), std::string::npos);
 }
 
 }  // namespace
