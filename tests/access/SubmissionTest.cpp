@@ -68,7 +68,10 @@ TEST_F(SubmissionTest, EveryCellOfTheTaskRowAndTheFolder) {
     EXPECT_EQ(ts->tables.StepTable.FindRow(key + "-Step2")->Text(), "Step 0002");
 
     EXPECT_FALSE(PathExists(ts->InQueuePath + "in.vqf"));
-    EXPECT_TRUE(PathExists(folder + "/ACTIVE.ACT"));
+    for (const std::string level :
+         {"$LOCALS$", "$LOCALS$/$LOCALUSER$", "$LOCALS$/$LOCALUSER$/Nightly", "$LOCALS$/$LOCALUSER$/Nightly/000042"})
+        EXPECT_TRUE(PathExists(ts->ServerPath + level + "/Orvantis.ctf")) << level;
+    EXPECT_EQ(ReadFileText(folder + "/ACTIVE.ACT"), "Active Task\r\n");
     EXPECT_NE(ReadFileText(folder + "/Original Task File.vqf").find("echo two"), std::string::npos);
     EXPECT_EQ(ReadFileText(folder + "/VqSubmitUser$.$$$"), "host/$LOCALS$/me\r\n");
     EXPECT_EQ(ReadFileText(ts->DataPath + "TaskNO.dat"), "42\r\n");
@@ -137,7 +140,6 @@ TEST_F(SubmissionTest, NumbersWrapAfter999999NamesKeepTheirBlanksAndTheDomainMay
     }, &key));
     EXPECT_EQ(key, "000001-Nightly Backup Run");
     EXPECT_EQ(Task(key, "ID"), "000001");
-    EXPECT_EQ(ts->NextTaskNumber, 1);
     EXPECT_TRUE(PathExists(ts->ServerPath + "$LOCALUSER$/Nightly Backup Run/000001/ACTIVE.ACT"));
 }
 
