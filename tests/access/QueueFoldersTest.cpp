@@ -187,5 +187,28 @@ TEST_F(QueueFoldersTest, AcceptQueueFolderStoresOnlyAPrivateRootWhoseTreeIsMade)
     EXPECT_EQ(GetSettingText(*ts.registry, "ServerSettings", "ServPath"), root + "/");
 }
 
+TEST_F(QueueFoldersTest, CellsOfALoadedQueueMakeNothingOutsideTheRoot) {
+    const std::string outside = WithoutBackslash(Root()) + "-outside";
+    std::filesystem::create_directories(outside);
+    std::filesystem::create_symlink(outside, Root() + "linked");
+    const struct {
+        const char* column;
+        std::string value;
+    } cases[] = {{"RF", outside + "/000001"},
+                 {"RF", Root() + "../escaped/000001"},
+                 {"RF", Root() + "linked/tester/Nightly/000001"},
+                 {"Domain", ".."},
+                 {"Domain", "linked"}};
+    int number = 0;
+    for (const auto& c : cases) {
+        const auto key = ts.AddTask(++number, "Nightly");
+        SetCell(ts->tables, kTaskTable, key, c.column, c.value);
+        EXPECT_FALSE(EnsureTaskFolders(*ts, key)) << c.value;
+        EXPECT_TRUE(std::filesystem::is_empty(outside)) << c.value;
+        EXPECT_FALSE(PathExists(WithoutBackslash(Root()) + "/../escaped")) << c.value;
+    }
+    EXPECT_NE(ts.LogText().find("is not under the queue root"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace vq
