@@ -1,0 +1,180 @@
+// Repeat and dependency through the queue cycle: a due run makes the task Ready, the schedule's
+// state is written at every check, a spent schedule cancels, a bad repeat string fails the tick
+// alone, and an end releases the tasks that wait for its name.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/Monitor.h"
+#include "core/QueueCycle.h"
+#include "core/Repeat.h"
+#include "core/TaskControl.h"
+#include "core/tables/Status.h"
+#include "platform/Files.h"
+#include "tests/support/TestSupport.h"
+
+namespace vq::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+const std::string kSingleRun = "0000" + std::string(38, ' ') + "0000ED";
+const std::string kEvery10Minutes = "0000" + std::string(38, ' ') + "0010ED";
+// Working days that are Sundays: no date qualifies.
+const std::string kNoDay = "0000" + std::string(31, ' ') + "X      0100WD";
+
+class RepeatTest : public testing::Test {
+  protected:
+    std::string Waiting(int number, const char* name, const std::string& repeat,
+                        const char* scheduled, const char* dependency = "") {
+        const std::string key = AddRunnableTask(t, number, name, 1, kWaiting);
+        Set(key, "Repeat", repeat);
+        Set(key, "SchTime", scheduled);
+        Set(key, "Dependency", dependency);
+        return key;
+    }
+    void Set(const std::string& key, const char* column, const std::string& value) {
+        SetCell(t->tables, kTaskTable, key, column, value);
+    }
+    std::string Cell(const std::string& key, const char* column) { return TaskCellOf(t, key, column); }
+
+    TestServer t;  // the clock stands at 2026-11-22 12:00:00
+};
+
+struct CheckCase {
+    const char* name;
+    std::string repeat;
+    const char* scheduled;
+    const char* dependency;
+    const char* status;
+    const char *curRepeat, *nIzv, *schTime, *dependencyAfter;
+    const char* repCnt;  // the slot's number, set when Ready; a single run's is its count 0
+};
+
+TEST_F(RepeatTest, EachCheckWritesTheScheduleAndADueRunBecomesReady) {
+    const CheckCase cases[] = {
+        {"due single run", kSingleRun, "2026-11-19 12:00:00", "", "Ready", "1899-12-30 00:00:00",
+         "0", "2026-11-19 12:00:00", "", "0"},
+        {"met dependency", kSingleRun, "2026-11-19 12:00:00", "$Build", "Ready",
+         "1899-12-30 00:00:00", "0", "2026-11-19 12:00:00", "Build", "0"},
+        {"unmet dependency", kSingleRun, "2026-11-19 12:00:00", "Build", "Waiting", "0", "",
+         "2026-11-19 12:00:00", "Build", ""},
+        {"future single run", kSingleRun, "2026-11-23 08:00:00", "", "Waiting",
+         "2026-11-23 08:00:00", "-1", "2026-11-23 08:00:00", "", ""},
+        {"series slot due", kEvery10Minutes, "2026-11-22 11:59:30", "", "Ready",
+         "2026-11-22 12:09:30", "-1", "2026-11-22 12:09:30", "", "1"},
+        {"series slot missed", kEvery10Minutes, "2026-11-22 11:58:00", "", "Waiting",
+         "2026-11-22 12:08:00", "-1", "2026-11-22 12:08:00", "", ""},
+        {"no day qualifies", kNoDay, "2026-11-19 12:00:00", "", "Complete - Cancelled",
+         "1899-12-30 00:00:00", "0", "2026-11-19 12:00:00", "", ""},
+    };
+    int number = 0;
+    for (const CheckCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string key = Waiting(++number, "Job", c.repeat, c.scheduled, c.dependency);
+        Timer1_Timer(*t);
+        EXPECT_EQ(Cell(key, "Status"), c.status);
+        EXPECT_EQ(Cell(key, "CurRepeat"), c.curRepeat);
+        EXPECT_EQ(Cell(key, "NIzv"), c.nIzv);
+        EXPECT_EQ(Cell(key, "SchTime"), c.schTime);
+        EXPECT_EQ(Cell(key, "Dependency"), c.dependencyAfter);
+        EXPECT_EQ(Cell(key, "RepCnt"), c.repCnt);
+        RemoveTask(*t, key, false);
+    }
+    EXPECT_EQ(t.LogText(), "");
+}
+
+TEST_F(RepeatTest, TheViewsAreRefreshedOnlyWhenTheNextRunChanges) {
+    Waiting(1, "Later", kSingleRun, "2026-11-23 08:00:00");
+    Timer1_Timer(*t);
+    EXPECT_EQ(t.screen.treeLoads, 1);
+    Timer1_Timer(*t);  // the same next run, and nothing became Ready
+    EXPECT_EQ(t.screen.treeLoads, 1);
+}
+
+TEST_F(RepeatTest, ABadRepeatStringFailsTheTickWithTheTaskNamedAndChangesNothing) {
+    const std::pair<std::string, const char*> cases[] = {
+        {"0000ED", "shorter than 46"},
+        {"00x0" + std::string(38, ' ') + "0000ED", "isn't a number"},
+    };
+    int number = 0;
+    for (const auto& [repeat, problem] : cases) {
+        const std::string key = Waiting(++number, "Bad", repeat, "2026-11-19 12:00:00");
+        Timer1_Timer(*t);
+        EXPECT_EQ(Cell(key, "Status"), kWaiting);
+        EXPECT_EQ(Cell(key, "CurRepeat"), "0");
+        EXPECT_THAT(t.LogText(), HasSubstr("Error occurred while checking queue.\r\n\r\n"
+                                           "The schedule of the task " + key));
+        EXPECT_THAT(t.LogText(), HasSubstr(problem));
+        // The tick ends at the first bad task; the next case needs it gone.
+        RemoveTask(*t, key, false);
+    }
+}
+
+TEST_F(RepeatTest, AnEndReleasesTheWaitingTasksOfItsNameWhateverTheCase) {
+    const std::string finished = Waiting(1, "Build", kSingleRun, "2026-11-19 12:00:00");
+    const struct {
+        const char* name;
+        const char* status;
+        const char* dependency;
+        const char* after;
+    } rows[] = {
+        {"Deploy", "Waiting", "build", "$build"},
+        {"Audit", "Waiting - Hold", "BUILD", "$BUILD"},
+        {"Old", "Complete", "Build", "Build"},
+        {"Marked", "Waiting", "$Build", "$Build"},
+        {"Other", "Waiting", "Test", "Test"},
+        {"Build", "Waiting", "build", "build"},  // the same name isn't released by it
+    };
+    std::vector<std::string> keys;
+    for (const auto& row : rows) {
+        keys.push_back(t.AddTask(static_cast<int>(keys.size()) + 2, row.name, row.status));
+        Set(keys.back(), "Dependency", row.dependency);
+    }
+    ReleaseDependents(*t, finished);
+    for (size_t i = 0; i < keys.size(); ++i)
+        EXPECT_EQ(Cell(keys[i], "Dependency"), rows[i].after) << rows[i].name;
+}
+
+// Real runs: A runs, then B, which depends on A by name, and B's next row waits for A again.
+TEST_F(RepeatTest, ASuccessfulEndReleasesAndTheNextRowOfASeriesWaitsAgain) {
+    for (const char* maxRc : {"00", "08"}) {
+        SCOPED_TRACE(maxRc);
+        TestServer fresh;
+        fresh->NextTaskNumber = 2;
+        const std::string a = AddRunnableTask(fresh, 1, "Build", 1, kWaiting);
+        const std::string b = AddRunnableTask(fresh, 2, "Deploy", 1, kWaiting);
+        SetCell(fresh->tables, kTaskTable, a, "Repeat", kSingleRun);
+        SetCell(fresh->tables, kTaskTable, a, "MaxRC", maxRc);
+        SetCell(fresh->tables, kTaskTable, b, "Repeat", kEvery10Minutes);
+        SetCell(fresh->tables, kTaskTable, b, "Dependency", "BUILD");
+        ASSERT_TRUE(WriteFileAtomic(TaskCellOf(fresh, b, "RF") + "/" + kOriginalTaskFile, "b"));
+        Timer1_Timer(*fresh);  // A becomes Ready
+        Timer1_Timer(*fresh);  // and starts
+        ASSERT_TRUE(TickUntilComplete(fresh, a));
+        // The run took ticks of the fake clock: B's first slot is ten seconds ago.
+        SetCell(fresh->tables, kTaskTable, b, "SchTime",
+                FormatDateTime(AddSeconds(fresh.clock.Now(), -10)));
+        if (std::string(maxRc) == "00") {  // JobRC 01 is above it: B goes on waiting
+            Timer1_Timer(*fresh);
+            EXPECT_EQ(TaskCellOf(fresh, b, "Dependency"), "BUILD");
+            EXPECT_EQ(TaskCellOf(fresh, b, "Status"), kWaiting);
+            continue;
+        }
+        EXPECT_EQ(TaskCellOf(fresh, b, "Dependency"), "$BUILD");
+        Timer1_Timer(*fresh);
+        EXPECT_EQ(TaskCellOf(fresh, b, "Status"), kReady);
+        EXPECT_EQ(TaskCellOf(fresh, b, "Dependency"), "BUILD");
+        Timer1_Timer(*fresh);
+        ASSERT_TRUE(TickUntilComplete(fresh, b));
+        const std::string next = MakeRowKey(3, "Deploy");
+        ASSERT_EQ(TaskCellOf(fresh, next, "Status"), kWaiting);
+        EXPECT_EQ(TaskCellOf(fresh, next, "AllR"), "0002");
+        EXPECT_EQ(TaskCellOf(fresh, next, "CurRepeat"), TaskCellOf(fresh, b, "CurRepeat"));
+        fresh.clock.Advance(3600);
+        Timer1_Timer(*fresh);
+        EXPECT_EQ(TaskCellOf(fresh, next, "Status"), kWaiting);
+    }
+}
+
+}  // namespace
+}  // namespace vq::test
