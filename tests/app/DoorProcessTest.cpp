@@ -4,6 +4,7 @@
 
 #include "platform/Files.h"
 #include "tests/support/Process.h"
+#include "tests/app/ServerProcess.h"
 #include "tests/support/TestSupport.h"
 
 namespace vq {
@@ -14,43 +15,7 @@ using test::ChildProcess;
 using test::ProcessResult;
 using test::RunProcess;
 
-class DoorProcessTest : public ::testing::Test {
-protected:
-    DoorProcessTest()
-        : bus_({"/usr/bin/dbus-daemon", "--session", "--nofork", "--address=unix:path=" + dir.Path() + "bus"}, {}) {
-        EXPECT_TRUE(test::WaitUntil([&] { return PathExists(dir.Path() + "bus"); }, 5000, 10)) << bus_.ErrorText();
-    }
-    std::vector<std::string> Env() {
-        return {"XDG_CONFIG_HOME=" + dir.Path() + "cfg", "HOME=" + dir.Path() + "home", "VQS_TICK_MS=50",
-                "LC_ALL=C", "DBUS_SESSION_BUS_ADDRESS=unix:path=" + dir.Path() + "bus"};
-    }
-    std::string Root() { return dir.Path() + "queue/"; }
-    ProcessResult Vqctl(std::vector<std::string> args) {
-        args.insert(args.begin(), BinPath("vqctl"));
-        return RunProcess(args, Env());
-    }
-    // Starts the server and waits until it answers on the bus.
-    std::unique_ptr<ChildProcess> StartServer() {
-        auto server = std::make_unique<ChildProcess>(
-            std::vector<std::string>{BinPath("vqserv"), "--headless", "--queue-root", Root()}, Env());
-        EXPECT_TRUE(test::WaitUntil([&] { return Vqctl({"location"}).exitCode == 0; }, 5000, 50))
-            << server->ErrorText();
-        return server;
-    }
-    std::string NewTask(const std::string& name, std::vector<std::string> options = {}) {
-        const std::string path = dir.Path() + name + ".vqf";
-        options.insert(options.begin(), {"new-task", "--name", name, "--step", "true"});
-        options.push_back(path);
-        const ProcessResult made = Vqctl(options);
-        EXPECT_EQ(made.exitCode, 0) << made.err;
-        return path;
-    }
-
-    test::TempDir dir;
-
-private:
-    ChildProcess bus_;
-};
+class DoorProcessTest : public test::ServerProcessTest {};
 
 TEST_F(DoorProcessTest, WithoutAServerVqctlSaysWhatToDo) {
     const ProcessResult noServer = Vqctl({"exists", "000001-Task"});
