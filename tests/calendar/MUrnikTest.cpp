@@ -10,6 +10,7 @@
 
 #include "calendar/MUrnik.h"
 #include "platform/Error.h"
+#include "platform/Files.h"
 
 namespace vq {
 namespace {
@@ -188,6 +189,8 @@ TEST(ParseRepeat, CutsTheFixedPositionsAndRefusesWhatIsNoNumber) {
 class DaylightSaving : public testing::Test {
   protected:
     void SetUp() override {
+        ASSERT_TRUE(PathExists("/usr/share/zoneinfo/Europe/Berlin"))
+            << "the zone Europe/Berlin is missing: install tzdata (scripts/install-deps.sh)";
         if (const char* tz = std::getenv("TZ")) saved_ = tz, hadZone_ = true;
         ::setenv("TZ", "Europe/Berlin", 1);
         ::tzset();
