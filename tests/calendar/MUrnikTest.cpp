@@ -148,12 +148,6 @@ TEST(FindRunDay, CountsTheDaysMovedAndGivesUpAfter366) {
     EXPECT_FALSE(none.Intraday);
 }
 
-TEST(AdvanceRun, WithoutIntervalStaysWhereItIs) {
-    const RunDay same = AdvanceRun(ReadDate("2027-03-13 10:00:00"), Rule{3}.Make(), IsHoliday);
-    EXPECT_EQ(same.Result, 0);
-    EXPECT_EQ(FormatDateTime(same.Date), "2027-03-13 10:00:00");
-}
-
 struct RepeatText {
     std::string text;
     const char* problem;  // nullptr: valid
