@@ -162,5 +162,19 @@ TEST_F(RepeatTest, ASuccessfulEndReleasesAndTheNextRowOfASeriesWaitsAgain) {
     EXPECT_EQ(Cell(next, "Status"), kWaiting);
 }
 
+TEST_F(RepeatTest, ACancelledRunEndingWithinItsMaxRcReleases) {
+    const std::string a = Waiting(1, "Build", kSingleRun, "2026-11-19 12:00:00");
+    SetStepCell(t, a, 1, "Command", "sleep 30");
+    Set(a, "MaxRC", "99");
+    const std::string b = Waiting(2, "Deploy", kSingleRun, "2026-11-19 12:00:00", "build");
+    Timer1_Timer(*t);
+    Timer1_Timer(*t);
+    ASSERT_EQ(Cell(a, "Status"), kRunning);
+    ASSERT_TRUE(RequestCancel(*t, a));
+    ASSERT_TRUE(TickUntilComplete(t, a));
+    EXPECT_EQ(Cell(a, "Status"), kCompleteCancelled);
+    EXPECT_EQ(Cell(b, "Dependency"), "$build");
+}
+
 }  // namespace
 }  // namespace vq::test
