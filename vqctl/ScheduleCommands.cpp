@@ -54,9 +54,16 @@ std::set<std::string> ReadHolidays(const std::string& path) {
 vq::NonWorkTest Holidays(const std::string& path) {
     std::string file = path;
     if (file.empty()) {
-        vq::Registry registry(vq::Registry::DefaultDatabasePath(),
-                              vq::Registry::DefaultAutostartDir());
-        const std::string root = vq::GetSettingText(registry, "ServerSettings", "ServPath");
+        std::string root;
+        try {
+            vq::Registry registry(vq::Registry::DefaultDatabasePath(),
+                                  vq::Registry::DefaultAutostartDir());
+            root = vq::GetSettingText(registry, "ServerSettings", "ServPath");
+        } catch (const std::exception& e) {
+            throw Failure{std::string("cannot read the queue's place from the settings: ") +
+                              e.what() + " (give the holidays with --nonwork)",
+                          1};
+        }
         if (root.empty()) return [](vq::VqDate) { return false; };
         file = vq::WithBackslash(root) + "$JobQ/" + vq::kNonWorkFileName;
         if (!vq::PathExists(file)) return [](vq::VqDate) { return false; };
