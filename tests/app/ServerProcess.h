@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "platform/Files.h"
 #include "tests/support/Process.h"
 #include "tests/support/TestSupport.h"
 
@@ -35,6 +37,34 @@ protected:
 
     TempDir dir;
     std::string busAddress;
+};
+
+// A server test on a session bus of the test's own, with the server answering on it.
+class BusServerProcessTest : public ServerProcessTest {
+protected:
+    BusServerProcessTest()
+        : bus_({"/usr/bin/dbus-daemon", "--session", "--nofork", "--address=unix:path=" + dir.Path() + "bus"}, {}) {
+        busAddress = "unix:path=" + dir.Path() + "bus";
+        EXPECT_TRUE(WaitUntil([&] { return PathExists(dir.Path() + "bus"); }, 5000, 10)) << bus_.ErrorText();
+    }
+    // Starts the server and waits until it answers on the bus.
+    std::unique_ptr<ChildProcess> StartServer() {
+        auto server = std::make_unique<ChildProcess>(Vqserv(), Env());
+        EXPECT_TRUE(WaitUntil([&] { return Vqctl({"location"}).exitCode == 0; }, 5000, 50)) << server->ErrorText();
+        return server;
+    }
+    // Writes a task file of one step "true" and the given options of vqctl new-task.
+    std::string NewTask(const std::string& name, std::vector<std::string> options = {}) {
+        const std::string path = dir.Path() + name + ".vqf";
+        options.insert(options.begin(), {"new-task", "--name", name, "--step", "true"});
+        options.push_back(path);
+        const ProcessResult made = Vqctl(options);
+        EXPECT_EQ(made.exitCode, 0) << made.err;
+        return path;
+    }
+
+private:
+    ChildProcess bus_;
 };
 
 }  // namespace vq::test
