@@ -199,16 +199,6 @@ TEST_F(MonitorTest, ARepeatingTaskGetsItsNextRunUnlessItAskedToStop) {
     EXPECT_EQ(ReadFileText(Folder(next) + kOriginalTaskFile), "task");
 }
 
-// Task numbers run from 000001 to 999999, never 000000.
-TEST_F(MonitorTest, TheNextRunAfter999998Is999999ThenTheNumberStartsAgainAt1) {
-    const std::string key = FinishedTask(7, "Complete", 10);
-    for (const auto& [counter, number] : {std::pair{999998, 999999}, std::pair{999999, 1}}) {
-        t->NextTaskNumber = counter;
-        PrepareNextRun(*t, key);
-        EXPECT_TRUE(HasTask(t, MakeRowKey(number, "Done7"))) << counter;
-    }
-}
-
 TEST_F(MonitorTest, ANextRunWithoutItsTaskFileFailsWithoutAMessageAndKeepsWhatWasWritten) {
     const std::string key = FinishedTask(7, "Complete", 10);
     t->NextTaskNumber = 40;

@@ -88,8 +88,6 @@ TEST_F(StartupTest, AnOrdinaryStartSettlesPathsFoldersAndTheQueue) {
     EXPECT_EQ(server.InQueuePath, root + "$InQ/");
     EXPECT_EQ(server.RunnerPath, "/opt/orvantis/bin/runlet");
     EXPECT_EQ(server.OsKind, 6);
-    EXPECT_TRUE(PathExists(root + "$JobQ/QPath"));
-    EXPECT_EQ(server.tables.TaskTable.Columns().size(), 33u);
     EXPECT_EQ(screen.queueSwitches, std::vector<bool>{true});
     EXPECT_EQ(screen.treeLoads, 1);
 }

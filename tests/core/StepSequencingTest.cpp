@@ -65,18 +65,6 @@ TEST_F(StepSequencingTest, ATaskWithNothingToRunEndsCompleteInTheCall) {
     EXPECT_EQ(t->tables.TaskTable.RowCount(), 3u);  // no next repetition
 }
 
-// Its status, slot and JobIndex are the queue cycle's test.
-TEST_F(StepSequencingTest, AFirstStepStartsInItsSlot) {
-    const std::string key = Task(2);
-    ASSERT_TRUE(RunNextStep(*t, true, key, 1));
-    EXPECT_FALSE(TaskCellOf(t, key, "Start").empty());
-    EXPECT_EQ(TaskCellOf(t, key, "CurStep"), "0001");
-    EXPECT_EQ(StepStatus(key, 1), "Running");
-    EXPECT_EQ(StepStatus(key, 2), "Pending");
-    EXPECT_GT(t->link.slots[1].pid, 0);
-    EXPECT_TRUE(PathExists(ActiveReport(key)));
-}
-
 // Tasks run to their end by runners that answer with the return code of each step: the code
 // and range of each step, then each step's status and code and the task's code. (The task's
 // slot and cells as it ends are the cancelled task's test below.)
@@ -93,10 +81,6 @@ TEST_F(StepSequencingTest, TasksRunToTheirEndAsTheCodesSay) {
         {"three steps",
          {{"1", "1", "1", "Complete", "01"}, {"3", "1", "1", "Complete", "03"},
           {"1", "3", "3", "Complete", "01"}},
-         "01", "0003"},
-        {"the range 1-2-3: tested against the last result only",
-         {{"2", "1", "1", "Complete", "02"}, {"1", "1", "1", "Skipped", "00"},
-          {"1", "2", "2", "Complete", "01"}},
          "01", "0003"},
         {"0 first of three ends the task",
          {{"0", "1", "1", "Complete", "00"}, {"1", "1", "1", "Pending", "00"},

@@ -65,8 +65,6 @@ TEST(Cells, AreReachedByTableNumberRowKeyAndColumnKeyInTheirTextFormsOrFailIntoT
     std::string text;
     EXPECT_TRUE(GetRowText(t, kTaskTable, key, text));
     EXPECT_EQ(text, "Nightly build - part 2");
-    EXPECT_EQ(MakeStepKey("000123-Nightly", 12), "000123-Nightly-Step12");
-    EXPECT_EQ(StepRowText(2), "Step 0002");
     // Other table numbers do nothing; a missing row or column fails into the caller.
     for (int16_t number : {0, 3, 6, -1}) {
         EXPECT_EQ(GetCell(t, number, key, "ID"), "");
@@ -79,7 +77,6 @@ TEST(Cells, AreReachedByTableNumberRowKeyAndColumnKeyInTheirTextFormsOrFailIntoT
     EXPECT_THROW(GetCell(t, kTaskTable, "000002-A", "ID"), VqError);
     EXPECT_THROW(SetCell(t, kTaskTable, key, "Nope", "x"), VqError);
     EXPECT_FALSE(GetRowText(t, kTaskTable, "000002-A", text));
-    EXPECT_EQ(t.TaskTable.RowCount(), 1u);
     EXPECT_THROW(t.TaskTable.AddRow(key, "A"), VqError);
 }
 
@@ -112,8 +109,6 @@ TEST(Rows, RemovalKeepsTheOrderOfTheOthersAndTheirLookups) {
     EXPECT_EQ(table.FindRow("j")->cells[1], "j");
     table.RemoveRow("d");
     table.RemoveRow("j");
-    EXPECT_EQ(table.RowCount(), 3u);
-    EXPECT_EQ(table.RowAt(2).key, "h");
     table.AddRow("a", "back").cells[1] = "a";
     table.RemoveRow("f");
     EXPECT_EQ(KeysInOrder(table), "bha");

@@ -63,7 +63,6 @@ TEST(PriorityTest, NiceValueOfEachClassAndNoneForAnUnknownOne) {
     for (const auto& [code, value] : nice) EXPECT_EQ(NiceForPriority(code), value) << code;
     EXPECT_FALSE(NiceForPriority(60));
     EXPECT_FALSE(NiceForPriority(-1));
-    EXPECT_EQ(PriorityText(51), "RealTime 1");
     StepInput input = Input();
     input.start.Priority = 77;
     const StepPlan plan = MakeStepPlan(input, {}, "ann");

@@ -26,15 +26,11 @@ TEST(FixedTextTest, PadsCutsAndKeepsEightBitCharacters) {
     EXPECT_EQ(FixedText(std::string("a\0b", 3), 4), std::string("a\0b ", 4));
 }
 
-TEST(CommandRecordTest, LayoutBothWaysAndTwosComplement) {
+// Negative numbers in two's complement are pinned by the acknowledgement and the reply.
+TEST(CommandRecordTest, LayoutBothWays) {
     const std::string bytes = CommandRecord{"PRTY", 42}.Encode();
     EXPECT_EQ(bytes, std::string("PRTY\x2A\0\0\0", 8));
-    const CommandRecord back = CommandRecord::Decode(bytes);
-    EXPECT_EQ(back.Command, "PRTY");
-    EXPECT_EQ(back.Argument, 42);
-    const std::string negative = CommandRecord{"DIAG", -2}.Encode();
-    EXPECT_EQ(negative.substr(4), std::string("\xFE\xFF\xFF\xFF", 4));
-    EXPECT_EQ(CommandRecord::Decode(negative).Argument, -2);
+    EXPECT_EQ(CommandRecord::Decode(bytes).Encode(), bytes);
 }
 
 // Every number field of the start record with its offset and a value unlike its neighbours'.
@@ -82,21 +78,15 @@ StartRecord FullStartRecord() {
     return s;
 }
 
-// Each field at its offset, and read back from there, texts padded or cut at their width.
+// Each field at its offset, texts padded or cut at their width; read back, the same bytes.
 TEST(StartRecordTest, EveryFieldAtItsOffsetBothWays) {
     const std::string b = FullStartRecord().Encode();
     ASSERT_EQ(b.size(), 1085u);
-    const StartRecord back = StartRecord::Decode(b);
-    for (const auto& f : kStartNumbers) {
-        EXPECT_EQ(LongAt(b, f.offset), f.value) << f.offset;
-        EXPECT_EQ(back.*f.field, f.value) << f.offset;
-    }
-    for (const auto& f : kStartTexts) {
+    for (const auto& f : kStartNumbers) EXPECT_EQ(LongAt(b, f.offset), f.value) << f.offset;
+    for (const auto& f : kStartTexts)
         EXPECT_EQ(TextAt(b, f.offset, f.width), FixedText(f.value, f.width)) << f.offset;
-        EXPECT_EQ(back.*f.field, FixedText(f.value, f.width)) << f.offset;
-    }
     EXPECT_EQ(static_cast<uint8_t>(b[1084]), 6);
-    EXPECT_EQ(back.OsKind, 6);
+    EXPECT_EQ(StartRecord::Decode(b).Encode(), b);
 }
 
 TEST(StartAckTest, LayoutBothWays) {
@@ -106,8 +96,7 @@ TEST(StartAckTest, LayoutBothWays) {
     ack.AckCode = -7;
     const std::string b = ack.Encode();
     EXPECT_EQ(b, "0123456789abcdefSTARTED " + std::string("\xF9\xFF\xFF\xFF", 4));
-    EXPECT_EQ(StartAck::Decode(b).AckStage, "STARTED ");
-    EXPECT_EQ(StartAck::Decode(b).AckCode, -7);
+    EXPECT_EQ(StartAck::Decode(b).Encode(), b);
 }
 
 // Every 32-bit field of the reply with its offset and a value unlike its neighbours'.
@@ -120,7 +109,7 @@ const struct {
                    {&ReplyRecord::ReplySpare3, 64, 12}, {&ReplyRecord::StepRc, 68, 98},
                    {&ReplyRecord::ReplyTextLength, 76, -1}};
 
-// Each field at its offset, and read back with its sign and width.
+// Each field at its offset with its sign and width; read back, the same bytes.
 TEST(ReplyRecordTest, EveryFieldAtItsOffsetBothWays) {
     ReplyRecord r;
     for (const auto& f : kReplyLongs) r.*f.field = f.value;
@@ -141,13 +130,8 @@ TEST(ReplyRecordTest, EveryFieldAtItsOffsetBothWays) {
     EXPECT_EQ(Int64At(b, 40), INT64_MAX);
     EXPECT_EQ(TextAt(b, 48, 8), "STAT    ");
     EXPECT_EQ(b.substr(72, 4), "a\x01\x05" "b");
-    const ReplyRecord back = ReplyRecord::Decode(b);
-    for (const auto& f : kReplyLongs) {
-        EXPECT_EQ(LongAt(b, f.offset), f.value) << f.offset;
-        EXPECT_EQ(back.*f.field, f.value) << f.offset;
-    }
-    EXPECT_EQ(back.CpuTimeB, -36'000'000'000LL);
-    EXPECT_EQ(back.IoCount, INT64_MAX);
+    for (const auto& f : kReplyLongs) EXPECT_EQ(LongAt(b, f.offset), f.value) << f.offset;
+    EXPECT_EQ(ReplyRecord::Decode(b).Encode(), b);
 }
 
 TEST(Records, DecodeRefusesAnyOtherSize) {
