@@ -1,24 +1,12 @@
 // The server's door as a client meets it: vqserv on a bus of the test's own, driven by vqctl.
-#include <memory>
-
 #include "platform/Files.h"
 #include "tests/app/ServerProcess.h"
 
 namespace vq::test {
 namespace {
 
-class DoorProcessTest : public ServerProcessTest {
+class DoorProcessTest : public BusProcessTest {
 protected:
-    DoorProcessTest() : bus_({"/usr/bin/dbus-daemon", "--session", "--nofork", "--address=unix:path=" + dir.Path() + "bus"}, {}) {
-        busAddress = "unix:path=" + dir.Path() + "bus";
-        EXPECT_TRUE(WaitUntil([&] { return PathExists(dir.Path() + "bus"); }, 5000, 10)) << bus_.ErrorText();
-    }
-    // Starts the server and waits until it answers on the bus.
-    std::unique_ptr<ChildProcess> StartServer() {
-        auto server = std::make_unique<ChildProcess>(Vqserv(), Env());
-        EXPECT_TRUE(WaitUntil([&] { return Vqctl({"location"}).exitCode == 0; }, 5000, 50)) << server->ErrorText();
-        return server;
-    }
     std::string NewTask(const std::string& name, std::vector<std::string> options = {}) {
         const std::string path = dir.Path() + name + ".vqf";
         options.insert(options.begin(), {"new-task", "--name", name, "--step", "true"});
@@ -26,9 +14,6 @@ protected:
         EXPECT_EQ(Vqctl(options).exitCode, 0);
         return path;
     }
-
-private:
-    ChildProcess bus_;
 };
 
 TEST_F(DoorProcessTest, WithoutAServerVqctlSaysWhatToDo) {

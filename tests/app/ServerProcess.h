@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "platform/Files.h"
 #include "tests/support/Process.h"
 #include "tests/support/TestSupport.h"
 
@@ -35,6 +37,25 @@ protected:
 
     TempDir dir;
     std::string busAddress;
+};
+
+// The same with a session bus of the test's own, so that vqctl reaches the server.
+class BusProcessTest : public ServerProcessTest {
+protected:
+    BusProcessTest()
+        : bus_({"/usr/bin/dbus-daemon", "--session", "--nofork", "--address=unix:path=" + dir.Path() + "bus"}, {}) {
+        busAddress = "unix:path=" + dir.Path() + "bus";
+        EXPECT_TRUE(WaitUntil([&] { return PathExists(dir.Path() + "bus"); }, 5000, 10)) << bus_.ErrorText();
+    }
+    // Starts the server and waits until it answers on the bus.
+    std::unique_ptr<ChildProcess> StartServer() {
+        auto server = std::make_unique<ChildProcess>(Vqserv(), Env());
+        EXPECT_TRUE(WaitUntil([&] { return Vqctl({"location"}).exitCode == 0; }, 5000, 50)) << server->ErrorText();
+        return server;
+    }
+
+private:
+    ChildProcess bus_;
 };
 
 }  // namespace vq::test
