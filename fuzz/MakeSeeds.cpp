@@ -118,5 +118,20 @@ int main(int argc, char** argv) {
     Put(dir, "fuzz_scrambling", "block", vq::ScrambleBlock("E", "password", random));
     Put(dir, "fuzz_scrambling", "hex", vq::HexEncode(vq::ScrambleBlock("E", "password", random)));
     PutRunletSeeds(dir);
+
+    // Now, the last run and the scheduled time in seconds from 2027-06-01 (little-endian), the
+    // holidays' byte, then the repeat string.
+    const auto schedule = [](int32_t now, int32_t current, int32_t scheduled,
+                             const std::string& repeat) {
+        std::string bytes;
+        for (int32_t value : {now, current, scheduled})
+            for (int i = 0; i < 4; ++i) bytes += static_cast<char>((value >> (8 * i)) & 0xff);
+        return bytes + '\x03' + repeat;
+    };
+    Put(dir, "fuzz_repeat_schedule", "every10",
+        schedule(3655, 3600, 3600, "0000" + std::string(38, ' ') + "0010ED"));
+    Put(dir, "fuzz_repeat_schedule", "counted",
+        schedule(86400 * 3 + 60, 0, 28800,
+                 "0003" + std::string(14, ' ') + "X" + std::string(16, ' ') + " XXXXX 0200WDH"));
     return 0;
 }

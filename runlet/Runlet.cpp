@@ -238,7 +238,10 @@ bool Runlet::AllInState(bool stopped) const {
     for (const ProcessInfo& p : processes_) {
         const char state = p.stat.state;
         if (IsGone(state)) continue;
-        const bool isStopped = state == 'T' || state == 't';
+        // A process in uninterruptible sleep runs no code of its own until it wakes, and then
+        // the stop it holds takes it at once. A shell in vfork waits so for a child that was
+        // stopped before its exec, and would never reach 'T' while that child stays stopped.
+        const bool isStopped = state == 'T' || state == 't' || (stopped && state == 'D');
         if (isStopped != stopped) return false;
     }
     return true;

@@ -11,6 +11,8 @@ namespace vqctl {
 void AddConfigCommands(CLI::App& app, int& exitCode);
 // new-task: writes a task file.
 void AddNewTaskCommand(CLI::App& app, int& exitCode);
+// next-runs, next-run-time: the schedule calculation of the server, run here.
+void AddScheduleCommands(CLI::App& app, int& exitCode);
 // submit, exists, hold, resume, cancel, info, validate, requests, mkdir, version, type,
 // location: calls of the running server over the session bus.
 void AddServerCommands(CLI::App& app, int& exitCode);

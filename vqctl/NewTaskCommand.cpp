@@ -13,6 +13,8 @@
 
 #include "calendar/Common.h"
 #include "calendar/DateTime.h"
+#include "calendar/MUrnik.h"
+#include "platform/Error.h"
 #include "platform/Clock.h"
 #include "storage/Enkripcija.h"
 #include "storage/TaskFile.h"
@@ -44,9 +46,59 @@ std::string FileBaseName(const std::string& path) {
     return name;
 }
 
-bool ValidRepeat(const std::string& repeat) {
-    if (repeat.size() < 47) return false;
-    return IsDigits(repeat.substr(0, 4)) && IsDigits(repeat.substr(42, 4));
+// "2h", "10m", "1h30m" or "1:30": hours and minutes, each 0 to 99.
+bool ParseInterval(const std::string& text, int& hours, int& minutes) {
+    hours = minutes = 0;
+    const size_t colon = text.find(':');
+    std::string h, m;
+    if (colon != std::string::npos) {
+        h = text.substr(0, colon);
+        m = text.substr(colon + 1);
+    } else {
+        const size_t hAt = text.find('h');
+        if (hAt != std::string::npos) h = text.substr(0, hAt);
+        const std::string rest = hAt == std::string::npos ? text : text.substr(hAt + 1);
+        if (!rest.empty()) {
+            if (rest.back() != 'm') return false;
+            m = rest.substr(0, rest.size() - 1);
+        }
+        if (h.empty() && m.empty()) return false;
+    }
+    for (const std::string* part : {&h, &m})
+        if (!part->empty() && (!IsDigits(*part) || part->size() > 2)) return false;
+    hours = h.empty() ? 0 : std::stoi(h);
+    minutes = m.empty() ? 0 : std::stoi(m);
+    return hours + minutes > 0;
+}
+
+// A list such as "1,15,20-25" of numbers `low` to `high` (or of names, through `number`)
+// marked with "X" in `mask`, whose position 0 stands for `low`.
+bool MarkList(const std::string& text, int low, int high,
+              const std::function<int(const std::string&)>& number, std::string& mask) {
+    size_t from = 0;
+    while (from <= text.size()) {
+        size_t end = text.find(',', from);
+        if (end == std::string::npos) end = text.size();
+        const std::string item = text.substr(from, end - from);
+        from = end + 1;
+        const size_t dash = item.find('-');
+        const int first = number(item.substr(0, dash));
+        const int last = dash == std::string::npos ? first : number(item.substr(dash + 1));
+        if (first < low || last > high || first > last) return false;
+        for (int i = first; i <= last; ++i) mask[static_cast<size_t>(i - low)] = 'X';
+    }
+    return true;
+}
+
+int DayNumber(const std::string& text) {
+    return IsDigits(text) && text.size() <= 2 ? std::stoi(text) : -1;
+}
+
+int WeekdayNumber(const std::string& text) {
+    static const char* const kNames[] = {"SUN", "MON", "TUE", "WED", "THU", "FRI", "SAT"};
+    for (int i = 0; i < 7; ++i)
+        if (vq::ToUpper(text) == kNames[i]) return i;
+    return -1;
 }
 
 // The defaults of a new task on this computer, scheduled now; names come from the options.
@@ -71,6 +123,9 @@ struct NewTask {
     std::optional<std::string> name, report, file;
     std::string password;
     bool encrypted = false;
+    // The schedule options build the repeat string in place of --repeat.
+    vq::RepeatRule schedule;
+    bool scheduleGiven = false, repeatGiven = false;
 
     vq::TaskGeneral& General() { return task.general; }
     vq::TaskStep& Step() { return task.steps.back(); }
@@ -143,9 +198,61 @@ const std::vector<OptionDef>& OptionDefs() {
          "2 of minutes, then ED, WD, WDH, SS or SSH (default: a single run)",
          Kind::Task,
          [](NewTask& t, const std::string& v) {
-             if (!ValidRepeat(v))
-                 return std::string("--repeat takes a repeat string of at least 47 characters");
+             try {
+                 vq::ParseRepeat(v);
+             } catch (const vq::VqError& e) {
+                 return std::string("--repeat: ") + e.what();
+             }
+             t.repeatGiven = true;
              return Keep(t.General().TaskRepeat, v);
+         }},
+        {"--every", "INTERVAL",
+         "repeat within the day every INTERVAL: 2h, 10m, 1h30m or 1:30 (hours and minutes up to "
+         "99 each)",
+         Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             t.scheduleGiven = true;
+             if (!ParseInterval(v, t.schedule.EveryHours, t.schedule.EveryMinutes))
+                 return "--every takes 2h, 10m, 1h30m or 1:30: '" + v + "'";
+             return std::string();
+         }},
+        {"--times", "N",
+         "with --every: runs a day, 0 for no limit; without: runs on that many qualifying days "
+         "(default 0: a single run)",
+         Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             t.scheduleGiven = true;
+             if (!IsDigits(v) || v.size() > 4) return std::string("--times takes a number 0 to 9999");
+             t.schedule.Times = std::stoi(v);
+             return std::string();
+         }},
+        {"--days", "LIST", "days of the month the task may run on, such as 1,15,28-31",
+         Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             t.scheduleGiven = true;
+             if (!MarkList(v, 1, 31, DayNumber, t.schedule.MonthDays))
+                 return "--days takes days 1 to 31 such as 1,15,28-31: '" + v + "'";
+             return std::string();
+         }},
+        {"--weekdays", "LIST", "days of the week the task may run on, such as mon-fri or sat,sun",
+         Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             t.scheduleGiven = true;
+             if (!MarkList(v, 0, 6, WeekdayNumber, t.schedule.WeekDays))
+                 return "--weekdays takes sun, mon, tue, wed, thu, fri, sat such as mon-fri: '" +
+                        v + "'";
+             return std::string();
+         }},
+        {"--mode", "MODE",
+         "kind of day: ED every day, WD working day, WDH working day but holidays, SS Saturday "
+         "and Sunday, SSH Saturday, Sunday and holidays (default ED)",
+         Kind::Task,
+         [](NewTask& t, const std::string& v) {
+             t.scheduleGiven = true;
+             const std::string mode = vq::ToUpper(v);
+             if (mode != "ED" && vq::ModeNumber(mode) == 0)
+                 return "--mode takes ED, WD, WDH, SS or SSH: '" + v + "'";
+             return Keep(t.schedule.Mode, mode);
          }},
         {"--max-rc", "N",
          "highest task return code that counts as success (default 1: the last step exited 0)",
@@ -162,7 +269,8 @@ const std::vector<OptionDef>& OptionDefs() {
                  return std::string("--max-time takes a number of seconds");
              return Keep(t.General().MaxTime, v);
          }},
-        {"--depends", "TASK", "start only after the task named TASK has ended", Kind::Task,
+        {"--after,--depends", "TASK",
+         "start only after the task named TASK has ended successfully", Kind::Task,
          [](NewTask& t, const std::string& v) { return Keep(t.General().Dependent, v); }},
         {"--report", "NAME", "name of the task report file, without .txt (default: the task name)",
          Kind::Task,
@@ -230,6 +338,9 @@ std::string Complete(NewTask& t, const std::vector<std::string>& files) {
     if (t.task.steps.empty()) return "a task needs at least one --step";
     if (t.password.size() > vq::kBlockSize - 1) return "--password takes at most 39 characters";
     vq::TaskGeneral& g = t.General();
+    if (t.scheduleGiven && t.repeatGiven)
+        return "--repeat can't be given with --every, --times, --days, --weekdays or --mode";
+    if (t.scheduleGiven) g.TaskRepeat = vq::FormatRepeat(t.schedule);
     g.TaskName = t.name.value_or(FileBaseName(*t.file));
     g.TaskReportFile = t.report.value_or(g.TaskName);
     g.Password = vq::HexEncode(vq::ScrambleBlock("E", t.password));

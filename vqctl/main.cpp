@@ -41,6 +41,7 @@ int main(int argc, char** argv) {
     int exitCode = 0;
     vqctl::AddConfigCommands(app, exitCode);
     vqctl::AddNewTaskCommand(app, exitCode);
+    vqctl::AddScheduleCommands(app, exitCode);
     vqctl::AddServerCommands(app, exitCode);
     try {
         app.parse(argc, argv);

@@ -1,20 +1,13 @@
 // The server's door as a client meets it: vqserv on a bus of the test's own, driven by vqctl.
+#include <memory>
+
 #include "platform/Files.h"
 #include "tests/app/ServerProcess.h"
 
 namespace vq::test {
 namespace {
 
-class DoorProcessTest : public BusProcessTest {
-protected:
-    std::string NewTask(const std::string& name, std::vector<std::string> options = {}) {
-        const std::string path = dir.Path() + name + ".vqf";
-        options.insert(options.begin(), {"new-task", "--name", name, "--step", "true"});
-        options.push_back(path);
-        EXPECT_EQ(Vqctl(options).exitCode, 0);
-        return path;
-    }
-};
+class DoorProcessTest : public BusServerProcessTest {};
 
 TEST_F(DoorProcessTest, WithoutAServerVqctlSaysWhatToDo) {
     const ProcessResult noServer = Vqctl({"exists", "000001-Task"});

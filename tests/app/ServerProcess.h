@@ -39,10 +39,10 @@ protected:
     std::string busAddress;
 };
 
-// The same with a session bus of the test's own, so that vqctl reaches the server.
-class BusProcessTest : public ServerProcessTest {
+// A server test on a session bus of the test's own, with the server answering on it.
+class BusServerProcessTest : public ServerProcessTest {
 protected:
-    BusProcessTest()
+    BusServerProcessTest()
         : bus_({"/usr/bin/dbus-daemon", "--session", "--nofork", "--address=unix:path=" + dir.Path() + "bus"}, {}) {
         busAddress = "unix:path=" + dir.Path() + "bus";
         EXPECT_TRUE(WaitUntil([&] { return PathExists(dir.Path() + "bus"); }, 5000, 10)) << bus_.ErrorText();
@@ -52,6 +52,15 @@ protected:
         auto server = std::make_unique<ChildProcess>(Vqserv(), Env());
         EXPECT_TRUE(WaitUntil([&] { return Vqctl({"location"}).exitCode == 0; }, 5000, 50)) << server->ErrorText();
         return server;
+    }
+    // Writes a task file of one step "true" and the given options of vqctl new-task.
+    std::string NewTask(const std::string& name, std::vector<std::string> options = {}) {
+        const std::string path = dir.Path() + name + ".vqf";
+        options.insert(options.begin(), {"new-task", "--name", name, "--step", "true"});
+        options.push_back(path);
+        const ProcessResult made = Vqctl(options);
+        EXPECT_EQ(made.exitCode, 0) << made.err;
+        return path;
     }
 
 private:
