@@ -117,6 +117,22 @@ TEST_F(TaskReportGolden, CancelledWithACleanupStep) {
     ExpectGolden(Info(key), "cancelled-with-cleanup.zki");
 }
 
+// The class allows 2 seconds of CPU; the fake runner reports one more second at each command, so
+// that the monitor's check cancels the task and its cleanup step still runs.
+TEST_F(TaskReportGolden, StoppedByItsClassCpuLimit) {
+    ASSERT_TRUE(locale.Active());
+    t->classes.ClassTable[0].MaxCpu = 2;
+    const std::string key = Task(3);
+    SetStepCell(t, key, 1, "Environ", "FAKE_POLLS=1000");
+    Range(key, 3, "99", "99");
+    ASSERT_TRUE(RunNextStep(*t, true, key, 1));
+    ASSERT_TRUE(TickUntilComplete(t, key));
+    EXPECT_EQ(TaskCellOf(t, key, "Status"), "Complete - Cancelled");
+    ExpectGolden(Report(key), "cpu-limit.txt");
+    ExpectGolden(Info(key), "cpu-limit.zki");
+    EXPECT_EQ(t.LogText(), "");
+}
+
 // Info.zki of a running, a complete and an abended task: sums of the finished steps, and
 // while the task runs its current step counted in.
 TEST_F(TaskReportGolden, InfoFilesOfEachPhase) {
