@@ -139,7 +139,6 @@ TEST_F(SubmissionTest, NumbersWrapAfter999999NamesKeepTheirBlanksAndTheDomainMay
         t.general.Domain = "";
     }, &key));
     EXPECT_EQ(key, "000001-Nightly Backup Run");
-    EXPECT_EQ(Task(key, "ID"), "000001");
     EXPECT_TRUE(PathExists(ts->ServerPath + "$LOCALUSER$/Nightly Backup Run/000001/ACTIVE.ACT"));
 }
 
