@@ -74,7 +74,6 @@ TEST_F(SubmissionTest, EveryCellOfTheTaskRowAndTheFolder) {
     EXPECT_EQ(ReadFileText(folder + "/ACTIVE.ACT"), "Active Task\r\n");
     EXPECT_NE(ReadFileText(folder + "/Original Task File.vqf").find("echo two"), std::string::npos);
     EXPECT_EQ(ReadFileText(folder + "/VqSubmitUser$.$$$"), "host/$LOCALS$/me\r\n");
-    EXPECT_EQ(ReadFileText(ts->DataPath + "TaskNO.dat"), "42\r\n");
     EXPECT_EQ(ts.LogText(), "");
 }
 
