@@ -11,6 +11,7 @@
 #include <deque>
 #include <optional>
 #include <random>
+#include <sstream>
 #include <thread>
 
 #include "platform/Files.h"
@@ -67,31 +68,28 @@ TEST_F(QueueDatabaseTest, BlocksHoldEveryColumnUnderItsTagAndLoadBackCellForCell
     task.cells[5] = "0102030405060708090A";  // Password
     step.cells[11] = "echo a\r\necho <b>";   // Command
     step.cells[14] = "A=1\r\nB=2";           // Environ
-    const char* taskTags[] = {"ID",      "STATUS",   "CLASS",     "USERNAME",   "EPASS",
-                              "DOMAIN",  "SERVER",   "JOBREPORT", "DEPENDENCY", "QUEUE PRIORITY",
-                              "CPU",     "SCHTIME",  "REPEAT",    "ALLR",       "CURREPEAT",
-                              "SUBTIME", "JOBINDEX", "CURSTEP",   "ALLSTEPS",   "JOBRC",
-                              "MAXRC",   "NIZV",     "REPCNT",    "RF",         "MAXRUNTIME",
-                              "PEAKMEM", "IO",       "TCPU",      "UNITS",      "REPCANCEL",
-                              "START",   "END"};
-    const char* stepTags[] = {"STEPSTATUS", "EXECUTE", "STEPRC",  "SPEAKMEM", "SSMEM",
-                              "SIO",        "STCPU",   "SUNITS",  "MINRC",    "MAXRC",
-                              "COMMAND",    "FILERC",  "WORKDIR", "EENV",     "BUFFHEIGHT",
-                              "BUFFWIDTH",  "PARENT"};
+    // The tags of the columns in their file order.
+    std::istringstream taskTags(
+        "ID,STATUS,CLASS,USERNAME,EPASS,DOMAIN,SERVER,JOBREPORT,DEPENDENCY,QUEUE PRIORITY,CPU,"
+        "SCHTIME,REPEAT,ALLR,CURREPEAT,SUBTIME,JOBINDEX,CURSTEP,ALLSTEPS,JOBRC,MAXRC,NIZV,REPCNT,"
+        "RF,MAXRUNTIME,PEAKMEM,IO,TCPU,UNITS,REPCANCEL,START,END");
+    std::istringstream stepTags(
+        "STEPSTATUS,EXECUTE,STEPRC,SPEAKMEM,SSMEM,SIO,STCPU,SUNITS,MINRC,MAXRC,COMMAND,FILERC,"
+        "WORKDIR,EENV,BUFFHEIGHT,BUFFWIDTH,PARENT");
     std::string jobs =
         "<TASK>\r\n\t<KEY>000001-Nightly</KEY>\r\n\t<TASKNAME>Nightly</TASKNAME>\r\n";
-    for (int i = 0; i < 32; ++i) {
-        const std::string value = i == 4 ? "*" : "v" + std::to_string(i + 1);
-        jobs += "\t<" + std::string(taskTags[i]) + ">" + value + "</" + taskTags[i] + ">\r\n";
-    }
     std::string steps =
         "<STEP>\r\n\t<KEY>000001-Nightly-Step1</KEY>\r\n\t<STEPNAME>Step 0001</STEPNAME>\r\n";
-    for (int i = 0; i < 17; ++i) {
-        const std::string value = i == 10   ? "echo a\x01"
-                                              "echo <b>"
-                                  : i == 13 ? "*"
-                                            : "s" + std::to_string(i + 1);
-        steps += "\t<" + std::string(stepTags[i]) + ">" + value + "</" + stepTags[i] + ">\r\n";
+    const auto line = [](const std::string& tag, const std::string& value) {
+        return "\t<" + tag + ">" + value + "</" + tag + ">\r\n";
+    };
+    int column = 1;
+    for (std::string tag; std::getline(taskTags, tag, ','); ++column)
+        jobs += line(tag, tag == "EPASS" ? "*" : "v" + std::to_string(column));
+    column = 1;
+    for (std::string tag; std::getline(stepTags, tag, ','); ++column) {
+        const std::string value = "s" + std::to_string(column);
+        steps += line(tag, tag == "EENV" ? "*" : tag == "COMMAND" ? "echo a\001echo <b>" : value);
     }
     std::string jobsText = TasksText(t->tables), stepsText = StepsText(t->tables);
     const std::string block = TakeScrambled(jobsText, "EPASS");
