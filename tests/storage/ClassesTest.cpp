@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <tuple>
 
 #include "platform/Files.h"
 #include "storage/Classes.h"
@@ -39,21 +40,15 @@ TEST(ClassTable, DefaultsAndLettersWhateverTheLocale) {
 TEST(ClassTable, UnitsRoundHalfToEvenAndGiveZeroWhenTheyDontFit) {
     ClassData data;
     ClassEntry& c = data.ClassTable[3];
-    const struct {
-        int cpu, memory;
-        int64_t io;
-        std::array<double, 7> ponders;
-        int units;
-    } cases[] = {{1, 0, 0, {2.5}, 2},
-                 {1, 0, 0, {3.5}, 4},
-                 {10, INT32_MAX, 0, {1, 2, 0.25}, 0}};
-    for (const auto& k : cases) {
-        c.MaxCpu = k.cpu;
-        c.MaxMemory = k.memory;
-        c.MaxIo = k.io;
-        data.Ponders = k.ponders;
+    // CPU, memory, the ponders of the two and the units.
+    const std::tuple<int, int, double, double, int> cases[] = {
+        {1, 0, 2.5, 0, 2}, {1, 0, 3.5, 0, 4}, {10, INT32_MAX, 1, 2, 0}};
+    for (const auto& [cpu, memory, cpuPonder, memoryPonder, units] : cases) {
+        c.MaxCpu = cpu;
+        c.MaxMemory = memory;
+        data.Ponders = {cpuPonder, memoryPonder};
         ComputeClassUnits(data);
-        EXPECT_EQ(c.MaxUnits, k.units) << k.cpu << " " << k.memory;
+        EXPECT_EQ(c.MaxUnits, units) << cpu << " " << memory;
     }
 }
 
