@@ -13,6 +13,7 @@
 #include <random>
 #include <sstream>
 #include <thread>
+#include <tuple>
 
 #include "platform/Files.h"
 #include "storage/EncStr.h"
@@ -183,32 +184,28 @@ TEST_F(QueueDatabaseTest, ALoadFailsWithItsDescriptionAndLeavesTheTablesEmpty) {
     }
 }
 
-struct RecoveryCase {
-    int damagedPairs;
-    std::deque<bool> answers;
-    size_t questions;
-    bool tasksBack;
-    bool noBackupMessage;
-};
+// Pairs damaged, the answers given, the questions asked, whether the task came back, whether
+// the last message says there are no backups.
+using RecoveryCase = std::tuple<int, std::deque<bool>, size_t, bool, bool>;
 class Recovery : public QueueDatabaseTest, public testing::WithParamInterface<RecoveryCase> {};
 
 // Two saves fill both pairs; then Jobs.dat and any number of pairs are damaged.
 TEST_P(Recovery, OffersEachBackupPairOnceAndStopsTheQueue) {
-    const RecoveryCase& c = GetParam();
+    const auto& [damagedPairs, answers, questions, tasksBack, noBackupMessage] = GetParam();
     Task(1, "A");
     ASSERT_TRUE(SaveQueueDatabase(*t));
     ASSERT_TRUE(SaveQueueDatabase(*t));
     Put("Jobs.dat", "damaged");
-    if (c.damagedPairs >= 1) Put("Jobs.bk2", "damaged");
-    if (c.damagedPairs >= 2) Put("Jobs.bk1", "damaged");
-    t.op.answers = c.answers;
+    if (damagedPairs >= 1) Put("Jobs.bk2", "damaged");
+    if (damagedPairs >= 2) Put("Jobs.bk1", "damaged");
+    t.op.answers = answers;
     EXPECT_FALSE(RecoverQueueDatabase(*t));
-    EXPECT_EQ(t.op.questions.size(), c.questions);
-    EXPECT_EQ(TaskCount(), c.tasksBack ? 1u : 0u);
+    EXPECT_EQ(t.op.questions.size(), questions);
+    EXPECT_EQ(TaskCount(), tasksBack ? 1u : 0u);
     EXPECT_EQ(Get("Jobs.dat.bd1"), "damaged");
     ASSERT_FALSE(t.op.messages.empty());
     EXPECT_EQ(t.op.messages.back().text.rfind("There are no backup files", 0) == 0,
-              c.noBackupMessage);
+              noBackupMessage);
 }
 
 INSTANTIATE_TEST_SUITE_P(BackupPairs, Recovery,
