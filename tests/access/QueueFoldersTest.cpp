@@ -186,21 +186,19 @@ TEST_F(QueueFoldersTest, CellsOfALoadedQueueMakeNothingOutsideTheRoot) {
     const std::string outside = WithoutBackslash(Root()) + "-outside";
     std::filesystem::create_directories(outside);
     std::filesystem::create_symlink(outside, Root() + "linked");
-    const struct {
-        const char* column;
-        std::string value;
-    } cases[] = {{"RF", outside + "/000001"},
-                 {"RF", Root() + "../escaped/000001"},
-                 {"RF", Root() + "linked/tester/Nightly/000001"},
-                 {"Domain", ".."},
-                 {"Domain", "linked"}};
+    const std::pair<const char*, std::string> cases[] = {
+        {"RF", outside + "/000001"},
+        {"RF", Root() + "../escaped/000001"},
+        {"RF", Root() + "linked/tester/Nightly/000001"},
+        {"Domain", ".."},
+        {"Domain", "linked"}};
     int number = 0;
-    for (const auto& c : cases) {
+    for (const auto& [column, value] : cases) {
         const auto key = ts.AddTask(++number, "Nightly");
-        SetCell(ts->tables, kTaskTable, key, c.column, c.value);
-        EXPECT_FALSE(EnsureTaskFolders(*ts, key)) << c.value;
-        EXPECT_TRUE(std::filesystem::is_empty(outside)) << c.value;
-        EXPECT_FALSE(PathExists(WithoutBackslash(Root()) + "/../escaped")) << c.value;
+        SetCell(ts->tables, kTaskTable, key, column, value);
+        EXPECT_FALSE(EnsureTaskFolders(*ts, key)) << value;
+        EXPECT_TRUE(std::filesystem::is_empty(outside)) << value;
+        EXPECT_FALSE(PathExists(WithoutBackslash(Root()) + "/../escaped")) << value;
     }
     EXPECT_NE(ts.LogText().find("is not under the queue root"), std::string::npos);
 }

@@ -148,12 +148,9 @@ TEST_F(QueueDatabaseTest, ALoadFailsWithItsDescriptionAndLeavesTheTablesEmpty) {
     noStatus.erase(noStatus.find("\t<STATUS>"),
                    noStatus.find("\t<CLASS>") - noStatus.find("\t<STATUS>"));
     badPass.replace(badPass.find("<EPASS>") + 7, 1, "\x7f");
-    struct Case {
-        const char* name;
-        std::optional<std::string> jobs, steps;  // none: the file is missing
-        std::string description;
-    };
-    const Case cases[] = {
+    // The case, the texts of the two files (none: the file is missing), the description.
+    using Text = std::optional<std::string>;
+    const std::tuple<const char*, Text, Text, std::string> cases[] = {
         {"steps missing", jobs, std::nullopt, "Part of database is missing."},
         {"jobs missing", std::nullopt, steps, "Part of database is missing."},
         {"fewer steps than tasks", jobs, firstStep, "Part of database is missing."},
@@ -167,17 +164,17 @@ TEST_F(QueueDatabaseTest, ALoadFailsWithItsDescriptionAndLeavesTheTablesEmpty) {
          "Data in database or directory structure is not valid (000001-A)."},
     };
     Put("blocker", "a file");
-    for (const Case& c : cases) {
-        for (const auto& [name, text] :
-             {std::pair{"Jobs.dat", c.jobs}, std::pair{"Steps.dat", c.steps}}) {
-            ::unlink(Data(name).c_str());
-            if (text) Put(name, *text);
+    for (const auto& [what, jobsText, stepsText, description] : cases) {
+        for (const auto& [file, text] :
+             {std::pair{"Jobs.dat", jobsText}, std::pair{"Steps.dat", stepsText}}) {
+            ::unlink(Data(file).c_str());
+            if (text) Put(file, *text);
         }
         t.op.messages.clear();
-        EXPECT_FALSE(LoadQueueDatabase(*t)) << c.name;
-        EXPECT_EQ(TaskCount() + StepCount(), 0u) << c.name;
-        ASSERT_EQ(t.op.messages.size(), 1u) << c.name;
-        EXPECT_EQ(t.op.messages[0].text.rfind(kLoadFailed + c.description, 0), 0u)
+        EXPECT_FALSE(LoadQueueDatabase(*t)) << what;
+        EXPECT_EQ(TaskCount() + StepCount(), 0u) << what;
+        ASSERT_EQ(t.op.messages.size(), 1u) << what;
+        EXPECT_EQ(t.op.messages[0].text.rfind(kLoadFailed + description, 0), 0u)
             << t.op.messages[0].text;
         EXPECT_NE(t.LogText().find(t.op.messages[0].text.substr(kLoadFailed.size())),
                   std::string::npos);

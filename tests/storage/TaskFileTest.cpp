@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <tuple>
 #include <vector>
 
 #include "platform/Files.h"
@@ -170,11 +171,8 @@ TEST_F(TaskFileLoad, DamagedFilesFailWithTheirDescriptionAndProgress) {
     const std::string user = "\t<USER>$LOCALUSER$</USER>\r\n";
     const std::string swapped =
         Replace(Replace(kSampleText, user, ""), "\t<DOMAIN>", user + "\t<DOMAIN>");
-    const struct {
-        std::string text;
-        const char* description;
-        int progress;
-    } cases[] = {
+    // The file's text, the description of its failure and the progress number.
+    const std::tuple<std::string, const char*, int> cases[] = {
         {"", "Invalid File Version.", 6},
         {kSampleText + std::string(kMaxTaskFileSize + 1 - kSampleText.size(), 'x'),
          "File too big.", 2},
@@ -190,7 +188,8 @@ TEST_F(TaskFileLoad, DamagedFilesFailWithTheirDescriptionAndProgress) {
         {Replace(kSampleText, "\t<COPY>1</COPY>\r\n", ""), "Invalid Data: COPY", 8},
         {Replace(kSampleText, "<ENVIRON>\r\n", "<ENV>\r\n"), "Invalid File Format.", 9},
         {Replace(kSampleText, "\t<HELP>H</HELP>\r\n", ""), "Invalid Data: HELP", 9}};
-    for (const auto& c : cases) ExpectFailure(c.text, c.description, c.progress);
+    for (const auto& [text, description, progress] : cases)
+        ExpectFailure(text, description, progress);
 }
 
 // A clock whose sleeps let a writer's lock go once `heldMs` have passed.
@@ -261,18 +260,16 @@ TEST_F(TaskFileLoad, EncryptedFileIsReadLikeItsPlainTwinAndFailsAsAnInvalidVersi
 }
 
 TEST(FileSystemNames, FieldsThatBecomeNamesAreChecked) {
-    const struct {
-        std::string TaskGeneral::*field;
-        std::string value, problem;
-    } cases[] = {
+    // The field, its value and a pattern of the problem found.
+    const std::tuple<std::string TaskGeneral::*, std::string, std::string> cases[] = {
         {&TaskGeneral::TaskReportFile, "..", "TASKREPORTFILE"},
         {&TaskGeneral::User, "", "USER \"\" can't be a folder or file name: it must not be empty"},
         {&TaskGeneral::Domain, std::string("a\0b", 3), "DOMAIN"},
         {&TaskGeneral::Domain, ".", "DOMAIN"}};
-    for (const auto& c : cases) {
+    for (const auto& [field, value, problem] : cases) {
         TaskGeneral g = SampleTask().general;
-        g.*c.field = c.value;
-        EXPECT_THAT(FileSystemNameProblem(g), testing::ContainsRegex(c.problem)) << c.value;
+        g.*field = value;
+        EXPECT_THAT(FileSystemNameProblem(g), testing::ContainsRegex(problem)) << value;
     }
 }
 

@@ -33,11 +33,7 @@ TEST_F(Config, GetPrintsTheValueInForceAndSetChangesIt) {
 }
 
 TEST_F(Config, RefusesUnknownNamesAndValuesThatDontFitAndStoresNothing) {
-    struct Case {
-        std::vector<std::string> args;
-        std::string message;
-    };
-    const Case cases[] = {
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"get", "ServerSetings", "StartQ"},
          "no section \"ServerSetings\"; the nearest: ServerSettings,"},
         {{"set", "ServerSettings", "startq", "0"},
@@ -48,10 +44,10 @@ TEST_F(Config, RefusesUnknownNamesAndValuesThatDontFitAndStoresNothing) {
         {{"set", "ServerSettings", "MJP", "P22", "--integer"}, "MJP is a text"},
         {{"get", "ServerSettings"}, "vqctl config get: NAME is required"},
     };
-    for (const Case& c : cases) {
-        const test::ProcessResult run = Run(c.args);
-        EXPECT_EQ(run.exitCode, 2) << c.message;
-        EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+    for (const auto& [args, message] : cases) {
+        const test::ProcessResult run = Run(args);
+        EXPECT_EQ(run.exitCode, 2) << message;
+        EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
     }
     EXPECT_FALSE(PathExists(dir.Path() + "cfg/halvenor/orvantis-server/registry.db"));
 }
