@@ -20,11 +20,7 @@ using test::FakeClock;
 using test::TempDir;
 
 // The general fields in their file order: member, tag and the sample's value.
-const struct {
-    std::string TaskGeneral::*member;
-    const char* tag;
-    std::string value;
-} kGeneralFields[] = {
+const std::tuple<std::string TaskGeneral::*, const char*, std::string> kGeneralFields[] = {
     {&TaskGeneral::TaskName, "TASKNAME", "Nightly build"},
     {&TaskGeneral::User, "USER", "$LOCALUSER$"},
     {&TaskGeneral::Password, "PASSWORD",
@@ -58,7 +54,7 @@ const struct {
 
 TaskFileData SampleTask() {
     TaskFileData t;
-    for (const auto& f : kGeneralFields) t.general.*f.member = f.value;
+    for (const auto& [member, tag, value] : kGeneralFields) t.general.*member = value;
     t.general.EditPpp = "1";
     t.steps.push_back({"Build", "make\r\nmake install", "rc.txt", "/tmp", "A=1\r\nB=2", "80", "300",
                        "1", "2", "1"});
@@ -81,7 +77,7 @@ std::string Section(const std::string& name,
 
 std::string SampleText() {
     std::string text = "Orvantis File Version 1.0\r\n<ORVANTIS>\r\n<GENERAL>\r\n";
-    for (const auto& f : kGeneralFields) text += ValueLine(f.tag, f.value);
+    for (const auto& [member, tag, value] : kGeneralFields) text += ValueLine(tag, value);
     return text + ValueLine("NUMBERSTEPS", "1") + ValueLine("NUMBERTASKFILES", "1") +
            ValueLine("NUMBERENVIRON", "1") + "</GENERAL>\r\n" +
            Section("STEP", {{"STEPNAME", "Build"}, {"COMMAND", "make\x01make install"},
