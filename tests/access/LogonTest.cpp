@@ -36,7 +36,7 @@ TEST(LogonTest, ValidateLogonGrantsOnlyTheCurrentUser) {
     }
 }
 
-TEST(LogonTest, CheckRequestsDeletesRequestFilesOnly) {
+TEST(LogonTest, CheckRequestsDeletesRequestFilesOnlyAndFailsWithItsMessage) {
     TestServer ts;
     const std::string in = ts->InQueuePath;
     for (const char* name : {"a.urf", "B.URF", ".hidden.urf", "task.vqf", "urf"}) AppendToFile(in + name, "x");
@@ -44,10 +44,6 @@ TEST(LogonTest, CheckRequestsDeletesRequestFilesOnly) {
     EXPECT_TRUE(CheckRequests(*ts));
     for (const char* name : {"a.urf", "B.URF"}) EXPECT_FALSE(PathExists(in + name)) << name;
     for (const char* name : {".hidden.urf", "task.vqf", "urf", "folder.urf"}) EXPECT_TRUE(PathExists(in + name)) << name;
-}
-
-TEST(LogonTest, CheckRequestsFailsWithItsMessage) {
-    TestServer ts;
     ts->InQueuePath = ts.dir.Path() + "gone/";
     EXPECT_FALSE(CheckRequests(*ts));
     EXPECT_NE(ts.LogText().find("Error occurred while checking for requests!\n" + ts->InQueuePath + ": "),

