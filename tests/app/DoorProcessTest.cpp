@@ -1,7 +1,10 @@
 // The server's door as a client meets it: vqserv on a bus of the test's own, driven by vqctl.
+#include <filesystem>
 #include <memory>
 
+#include "core/tables/Status.h"
 #include "platform/Files.h"
+#include "storage/QueueDatabase.h"
 #include "tests/app/ServerProcess.h"
 
 namespace vq::test {
@@ -95,6 +98,61 @@ TEST_F(DoorProcessTest, EveryAnsweredSubmissionSurvivesAKillOnce) {
         EXPECT_EQ(jobs.find(keyEnd), jobs.rfind(keyEnd)) << key;
     }
     EXPECT_EQ(ReadFileText(Root() + "$Data/SrvLog.txt").find("Error occurred while loading"), std::string::npos);
+}
+
+// How often a task's key stands in the saved task rows: once, or the task was lost or doubled.
+size_t SavedCount(const std::string& jobs, const std::string& key) {
+    size_t count = 0;
+    for (size_t at = jobs.find(">" + key + "<"); at != std::string::npos; at = jobs.find(">" + key + "<", at + 1)) ++count;
+    return count;
+}
+
+TEST_F(DoorProcessTest, AHandedInTaskRunsByTheReturnCodesAndOutlivesAKill) {
+    auto server = StartServer();
+    const std::string folder = Root() + "$LOCALS$/$LOCALUSER$/Rules/000001/";
+    // Step 1 ends with 3 (exit 2), so step 2 (for 1 only) is skipped and step 3 (for 3) runs.
+    const std::string rules = dir.Path() + "Rules.vqf";
+    ASSERT_EQ(Vqctl({"new-task", "--name", "Rules", "--max-rc", "3", "--step", "exit 2", "--step", "touch skipped",
+                     "--rc", "1-1", "--step", "touch \"$ORVANTIS_TASK_FOLDER/third\"", "--rc", "3-3", rules})
+                  .exitCode,
+              0);
+    ASSERT_EQ(Vqctl({"submit", rules}).out, "000001-Rules\n");
+    ASSERT_EQ(Vqctl({"submit", NewTask("Long", {"--step", "sleep 10"})}).out, "000002-Long\n");
+
+    TestServer rows;  // only its tables, to read the saved rows into
+    auto savedStatus = [&](const std::string& key) {
+        rows->tables.TaskTable.ClearRows();
+        ReadTasksText(rows->tables, ReadFileText(Root() + "$Data/Jobs.dat"));
+        return rows->tables.TaskTable.FindRow(key) ? GetCell(rows->tables, kTaskTable, key, "Status") : "";
+    };
+    // Killed once the end of Rules is saved, while Long runs.
+    ASSERT_TRUE(WaitUntil([&] { return savedStatus("000001-Rules") == kComplete && savedStatus("000002-Long") == kRunning; },
+                          10000, 50));
+    EXPECT_TRUE(PathExists(folder + "third"));
+    EXPECT_FALSE(PathExists(folder + "skipped"));
+    const std::string report = ReadFileText(folder + "Rules.txt");
+    for (const char* line : {"Step Return Code:....................... 03", "Step 2 Status:.......................... Skipped",
+                             "Task Status:............................ Complete", "Max RC:................................. 03"})
+        EXPECT_NE(report.find(line), std::string::npos) << line << "\n" << report;
+    const ProcessResult info = Vqctl({"info", "000001-Rules"});
+    EXPECT_NE(info.out.find("Task Status.........: Complete (1)"), std::string::npos) << info.out << info.err;
+    EXPECT_NE(info.out.find("Progress............: Step 3 Of 3"), std::string::npos) << info.out;
+    server->Signal(SIGKILL);
+    server->Wait(5000);
+
+    server = StartServer();
+    EXPECT_EQ(Vqctl({"exists", "000002-Long"}).exitCode, 0);
+    EXPECT_EQ(Vqctl({"submit", NewTask("After")}).out, "000003-After\n");
+    Stop(*server);
+    const std::string jobs = ReadFileText(Root() + "$Data/Jobs.dat");
+    for (const char* key : {"000001-Rules", "000002-Long", "000003-After"}) EXPECT_EQ(SavedCount(jobs, key), 1u) << key;
+    EXPECT_EQ(savedStatus("000001-Rules"), kComplete);
+    // The load after the kill needed no recovery.
+    for (const auto& entry : std::filesystem::directory_iterator(Root() + "$Data"))
+        EXPECT_EQ(entry.path().extension().string().rfind(".bd", 0), std::string::npos) << entry.path();
+    const std::string log = ReadFileText(Root() + "$Data/SrvLog.txt");
+    EXPECT_EQ(log.find("Error occurred while loading"), std::string::npos) << log;
+    EXPECT_EQ(log.find("There are no backup files"), std::string::npos) << log;
 }
 
 }  // namespace
