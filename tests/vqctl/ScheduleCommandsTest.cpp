@@ -63,69 +63,50 @@ TEST_F(ScheduleCommands, NewTaskRefusesABadSchedule) {
     EXPECT_FALSE(PathExists(path));
 }
 
-TEST_F(ScheduleCommands, NextRunTimePrintsThePlanOfOneCheck) {
+// The holiday Wednesday from the file is the weekend-and-holidays task's next run.
+TEST_F(ScheduleCommands, NextRunTimePrintsThePlanOfOneCheckOrRefusesWhatItCantRead) {
     ASSERT_TRUE(WriteFileAtomic(dir.Path() + "NonWork.dat", "\"2027-03-17\"\r\n"));
-    const std::string every10 = "0000" + kBlanks38 + "0010ED";
-    const std::string weekendAndHolidays = "0000" + kBlanks38 + "0000SSH";
-    const struct {
-        std::vector<std::string> args;
-        const char* out;
-    } cases[] = {
-        {{"--now", "2027-03-12 08:10:55", "--current", "2027-03-12 08:10:00", "--scheduled",
-          "2027-03-12 08:10:00", "--repeat", every10},
-         "NextSchedule=2027-03-12 08:20:00\nNextRun=2027-03-12 08:20:00\nRunCount=1\n"
-         "RunNow=true\nMore=true\n"},
-        {{"--now", "2027-03-14 10:00:00", "--current", "0", "--scheduled", "2027-03-15 09:00:00",
-          "--repeat", weekendAndHolidays, "--nonwork", dir.Path() + "NonWork.dat"},
-         "NextSchedule=2027-03-17 09:00:00\nNextRun=2027-03-17 09:00:00\nRunCount=0\n"
-         "RunNow=false\nMore=true\n"},
-    };
-    for (const auto& c : cases) {
-        std::vector<std::string> args = {"next-run-time"};
-        args.insert(args.end(), c.args.begin(), c.args.end());
-        const test::ProcessResult run = Vqctl(args);
-        EXPECT_EQ(run.exitCode, 0) << run.err;
-        EXPECT_EQ(run.out, c.out);
-    }
-}
-
-TEST_F(ScheduleCommands, NextRunTimeRefusesWhatItCantRead) {
     ASSERT_TRUE(WriteFileAtomic(dir.Path() + "bad.dat", "\"2027-03-17\"\r\n\"soon\"\r\n"));
     const std::string ok = "0000" + kBlanks38 + "0000ED";
     const struct {
         std::vector<std::string> args;
         int exitCode;
-        const char* message;
+        const char* out;
+        const char* err;
     } cases[] = {
-        {{"--scheduled", "2027-03-12", "--repeat", "0000ED"}, 2, "shorter than 46"},
-        {{"--scheduled", "2027-03-12", "--now", "x", "--repeat", ok}, 2, "--now takes"},
-        {{"--scheduled", "2027-03-12", "--repeat", ok, "--nonwork", dir.Path() + "bad.dat"}, 1,
+        {{"--now", "2027-03-14 10:00:00", "--current", "0", "--scheduled", "2027-03-15 09:00:00",
+          "--repeat", "0000" + kBlanks38 + "0000SSH", "--nonwork", dir.Path() + "NonWork.dat"},
+         0,
+         "NextSchedule=2027-03-17 09:00:00\nNextRun=2027-03-17 09:00:00\nRunCount=0\n"
+         "RunNow=false\nMore=true\n",
+         ""},
+        {{"--scheduled", "2027-03-12", "--repeat", "0000ED"}, 2, "", "shorter than 46"},
+        {{"--scheduled", "2027-03-12", "--now", "x", "--repeat", ok}, 2, "", "--now takes"},
+        {{"--scheduled", "2027-03-12", "--repeat", ok, "--nonwork", dir.Path() + "bad.dat"}, 1, "",
          "line 2: not a date: 'soon'"},
-        {{"--scheduled", "2027-03-12", "--repeat", ok, "--nonwork", dir.Path() + "none.dat"}, 1,
+        {{"--scheduled", "2027-03-12", "--repeat", ok, "--nonwork", dir.Path() + "none.dat"}, 1, "",
          "cannot read"},
     };
     for (const auto& c : cases) {
         std::vector<std::string> args = {"next-run-time"};
         args.insert(args.end(), c.args.begin(), c.args.end());
         const test::ProcessResult run = Vqctl(args);
-        EXPECT_EQ(run.exitCode, c.exitCode) << c.message;
-        EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
-        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.exitCode, c.exitCode) << c.err;
+        EXPECT_EQ(run.out, c.out);
+        EXPECT_NE(run.err.find(c.err), std::string::npos) << run.err;
     }
 }
 
 // 2099-03-13 is a Friday: three runs, then Monday.
 TEST_F(ScheduleCommands, NextRunsListsTheRunsOfATaskFile) {
-    ASSERT_EQ(Repeat({"--at", "2099-03-13 08:00", "--every", "2h", "--times", "3", "--mode", "WD"}),
-              "0003" + kBlanks38 + "0200WD|");
+    Repeat({"--at", "2099-03-13 08:00", "--every", "2h", "--times", "3", "--mode", "WD"});
     const test::ProcessResult run = Vqctl({"next-runs", path, "--count", "5"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(run.out,
               "2099-03-13 08:00:00\n2099-03-13 10:00:00\n2099-03-13 12:00:00\n"
               "2099-03-16 08:00:00\n2099-03-16 10:00:00\n");
     // Runs on two working days, then the series ends.
-    ASSERT_EQ(Repeat({"--at", "2099-03-13 08:00", "--times", "2", "--mode", "WD"}),
-              "0002" + kBlanks38 + "0000WD|");
+    Repeat({"--at", "2099-03-13 08:00", "--times", "2", "--mode", "WD"});
     const test::ProcessResult days = Vqctl({"next-runs", path, "--count", "5"});
     EXPECT_EQ(days.out, "2099-03-13 08:00:00\n2099-03-16 08:00:00\n");
 }
