@@ -117,6 +117,8 @@ TEST_F(DoorProcessTest, AHandedInTaskRunsByTheReturnCodesAndOutlivesAKill) {
                   .exitCode,
               0);
     ASSERT_EQ(Vqctl({"submit", rules}).out, "000001-Rules\n");
+    // Long goes in once Rules has run, so that it can't take the one slot first.
+    ASSERT_TRUE(WaitUntil([&] { return PathExists(folder + "third"); }, 10000, 50));
     ASSERT_EQ(Vqctl({"submit", NewTask("Long", {"--step", "sleep 10"})}).out, "000002-Long\n");
 
     TestServer rows;  // only its tables, to read the saved rows into
