@@ -17,8 +17,12 @@ namespace vq::bench {
 
 class StillClock final : public Clock {
 public:
-    VqDate Now() override { return 46000.5; }
+    explicit StillClock(VqDate now = 46000.5) : now_(now) {}
+    VqDate Now() override { return now_; }
     void Sleep(int) override {}
+
+private:
+    VqDate now_;
 };
 
 class SilentOperator final : public Operator {

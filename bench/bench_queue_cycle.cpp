@@ -10,6 +10,7 @@
 #include <memory>
 #include <random>
 
+#include "bench/ServerOnDisk.h"
 #include "calendar/Common.h"
 #include "core/Monitor.h"
 #include "core/QueueCycle.h"
@@ -25,30 +26,12 @@ using namespace vq;
 constexpr int kStepsPerTask = 3;
 const VqDate kNow = MakeDate({2026, 11, 22, 12, 0, 0, 0});
 
-class StillClock final : public Clock {
-public:
-    VqDate Now() override { return kNow; }
-    void Sleep(int) override {}
-};
-
-class SilentOperator final : public Operator {
-public:
-    void Message(const std::string&, MessageIcon, const std::string&) override {}
-    bool AskYesNo(const std::string&, const std::string&, int) override { return true; }
-    void Beep() override {}
-};
-
-std::string MakeTempFolder() {
-    char pattern[] = "/tmp/vqbench.XXXXXX";
-    return std::string(::mkdtemp(pattern)) + "/";
-}
-
 // A server whose queue holds `count` tasks: a fifth finished two hours ago (beyond the stay of
 // one hour, so that they all leave in the next monitor tick), the others Waiting, Ready or
 // held, in a random order of priorities.
 struct Fixture {
     explicit Fixture(int count)
-        : folder(MakeTempFolder()),
+        : folder(bench::ServerOnDisk::MakeFolder()),
           registry(folder + "registry.db", folder + "autostart"),
           server(clock, op, registry, screen) {
         BuildColumns(server.tables, registry);
@@ -130,8 +113,8 @@ struct Fixture {
     }
 
     std::string folder;
-    StillClock clock;
-    SilentOperator op;
+    bench::StillClock clock{kNow};
+    bench::SilentOperator op;
     Screen screen;
     Registry registry;
     Server server;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "access/QueueFolders.h"
+#include "bench/ServerOnDisk.h"
 #include "calendar/Common.h"
 #include "core/Server.h"
 #include "core/tables/Status.h"
@@ -23,32 +24,13 @@ namespace {
 
 using namespace vq;
 
-class StillClock final : public Clock {
-  public:
-    VqDate Now() override { return 46000.5; }
-    void Sleep(int) override {}
-};
-
-class SilentOperator final : public Operator {
-  public:
-    void Message(const std::string&, MessageIcon, const std::string&) override {}
-    bool AskYesNo(const std::string&, const std::string&, int) override { return true; }
-    void Beep() override {}
-};
-
-std::string MakeTempFolder() {
-    std::string pattern = std::filesystem::temp_directory_path().string() + "/vqbench.XXXXXX";
-    if (!mkdtemp(pattern.data())) std::abort();
-    return pattern + "/";
-}
-
 // A server with its own queue root and settings store, holding `count` tasks of 3 steps with
 // every cell filled as a submission fills it. The tasks share 100 task folders, so that the
 // first load makes 100 folders rather than `count`: later loads only check them, as a restart
 // does.
 struct Fixture {
     explicit Fixture(int count)
-        : root(MakeTempFolder()),
+        : root(bench::ServerOnDisk::MakeFolder()),
           registry(root + "registry.db", root + "autostart"),
           server(clock, op, registry, screen) {
         BuildColumns(server.tables, registry);
@@ -132,8 +114,8 @@ struct Fixture {
     }
 
     std::string root;
-    StillClock clock;
-    SilentOperator op;
+    bench::StillClock clock;
+    bench::SilentOperator op;
     Screen screen;
     Registry registry;
     Server server;
