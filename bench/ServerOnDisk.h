@@ -33,9 +33,10 @@ public:
 };
 
 struct ServerOnDisk {
-    explicit ServerOnDisk(const std::string& computerName)
+    explicit ServerOnDisk(const std::string& computerName, VqDate now = 46000.5)
         : folder(MakeFolder()),
           root(folder + "queue/"),
+          clock(now),
           registry(folder + "registry.db", folder + "autostart"),
           server(clock, op, registry, screen) {
         BuildColumns(server.tables, registry);

@@ -29,15 +29,9 @@ const VqDate kNow = MakeDate({2026, 11, 22, 12, 0, 0, 0});
 // A server whose queue holds `count` tasks: a fifth finished two hours ago (beyond the stay of
 // one hour, so that they all leave in the next monitor tick), the others Waiting, Ready or
 // held, in a random order of priorities.
-struct Fixture {
-    explicit Fixture(int count)
-        : folder(bench::ServerOnDisk::MakeFolder()),
-          registry(folder + "registry.db", folder + "autostart"),
-          server(clock, op, registry, screen) {
-        BuildColumns(server.tables, registry);
-        server.ServerPath = folder + "queue/";
+struct Fixture : bench::ServerOnDisk {
+    explicit Fixture(int count) : ServerOnDisk("HOST", kNow) {
         server.RunnerPath = folder + "no-runner";
-        std::filesystem::create_directories(server.ServerPath);
         std::mt19937 random(42);
         static const std::string phases[] = {kWaiting, kReady, kWaitingHold, kReadyHold};
         for (int i = 1; i <= count; ++i) {
@@ -45,10 +39,6 @@ struct Fixture {
             keys.push_back(AddTask(i, finished ? kComplete : phases[random() % 4],
                                    ZeroPad(random() % 900 + 100, 6), finished));
         }
-    }
-    ~Fixture() {
-        std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
     }
 
     std::string AddTask(int number, const std::string& status, const std::string& priority,
@@ -112,12 +102,6 @@ struct Fixture {
             SetCell(server.tables, kTaskTable, key, column, value);
     }
 
-    std::string folder;
-    bench::StillClock clock{kNow};
-    bench::SilentOperator op;
-    Screen screen;
-    Registry registry;
-    Server server;
     std::vector<std::string> keys;
 };
 

@@ -25,26 +25,12 @@ namespace {
 using namespace vq;
 
 // A server with its own queue root and settings store, holding `count` tasks of 3 steps with
-// every cell filled as a submission fills it. The tasks share 100 task folders, so that the
-// first load makes 100 folders rather than `count`: later loads only check them, as a restart
-// does.
-struct Fixture {
-    explicit Fixture(int count)
-        : root(bench::ServerOnDisk::MakeFolder()),
-          registry(root + "registry.db", root + "autostart"),
-          server(clock, op, registry, screen) {
-        BuildColumns(server.tables, registry);
-        server.ServerPath = root + "queue/";
-        server.DataPath = server.ServerPath + "$Data/";
-        server.InQueuePath = server.ServerPath + "$InQ/";
-        MakeFolders(server.ServerPath);
-        SaveRegSetting(registry, "ServerSettings", "ServPath", server.ServerPath);
-        if (!CheckQueueFolders(server, server.ServerPath)) std::abort();
+// every cell filled as a submission fills it. Each task has its folder, as in a real queue: the
+// first load makes them (outside the timing), later loads find them and their files as a
+// restart does.
+struct Fixture : bench::ServerOnDisk {
+    explicit Fixture(int count) : ServerOnDisk("HOST") {
         for (int i = 1; i <= count; ++i) AddTask(i);
-    }
-    ~Fixture() {
-        std::error_code ignored;
-        std::filesystem::remove_all(root, ignored);
     }
 
     void AddTask(int number) {
@@ -75,7 +61,7 @@ struct Fixture {
             {"MaxRC", "08"},
             {"NIzv", "0"},
             {"RepCnt", "0"},
-            {"RF", server.ServerPath + "LOCAL/builder/" + name + "/" + ZeroPad(number % 100, 6)},
+            {"RF", server.ServerPath + "LOCAL/builder/" + name + "/" + ZeroPad(number, 6)},
             {"MaxRunTime", "000003600"},
             {"PeakMem", "000000000"},
             {"IO", "00000000000000"},
@@ -113,12 +99,6 @@ struct Fixture {
         return ::stat((server.DataPath + name).c_str(), &st) == 0 ? st.st_size : 0;
     }
 
-    std::string root;
-    bench::StillClock clock;
-    bench::SilentOperator op;
-    Screen screen;
-    Registry registry;
-    Server server;
 };
 
 void Label(benchmark::State& state, Fixture& f) {

@@ -105,6 +105,9 @@ bool WriteTaskInfo(Server& server, const std::string& taskKey) {
         const std::string text = TaskInfoText(server, taskKey);
         const std::string path =
             WithBackslash(GetCell(server.tables, kTaskTable, taskKey, "RF")) + kTaskInfoFile;
+        // A load of the queue and the polls of a step ask for the info file of every task
+        // again; a file that already says the same needs no flushed rewrite.
+        if (std::string current; ReadWholeFile(path, current) && current == text) return true;
         std::string error;
         if (!WriteFileAtomic(path, text, &error)) throw VqError(error);
         return true;

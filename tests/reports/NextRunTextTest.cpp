@@ -1,5 +1,6 @@
 // The next run of the info file: the schedule, the repeat, or never.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "reports/TaskInfo.h"
 #include "tests/support/TestSupport.h"
@@ -43,6 +44,25 @@ TEST(WriteTaskInfo, FailuresAreLoggedAndLeaveTheOldFile) {
     for (const std::string& k : {key, std::string("000001-Gone")})
         EXPECT_NE(t.LogText().find("Error occurred while writing task info file! (" + k + ")\n"),
                   std::string::npos) << t.LogText();
+}
+
+// An info file that already says what the task says is left as it is; a change is written.
+TEST(WriteTaskInfo, RewritesOnlyWhatChanged) {
+    TestServer t;
+    const std::string key = AddRunnableTask(t, 42, "Nightly", 1, "Complete");
+    const std::string path = TaskCellOf(t, key, "RF") + "/" + kTaskInfoFile;
+    auto inode = [&] {
+        struct stat st {};
+        return ::stat(path.c_str(), &st) == 0 ? st.st_ino : 0;
+    };
+    ASSERT_TRUE(WriteTaskInfo(*t, key));
+    const auto written = inode();
+    ASSERT_TRUE(WriteTaskInfo(*t, key));
+    EXPECT_EQ(inode(), written);
+    SetCell(t->tables, kTaskTable, key, "Status", "Complete - Cancelled");
+    ASSERT_TRUE(WriteTaskInfo(*t, key));
+    EXPECT_NE(inode(), written);
+    EXPECT_NE(ReadFileText(path).find("Complete - Cancelled"), std::string::npos);
 }
 
 }  // namespace
