@@ -9,6 +9,7 @@
 #include <exception>
 #include <filesystem>
 #include <memory>
+#include <vector>
 
 #include "calendar/Common.h"
 #include "core/Server.h"
@@ -138,23 +139,35 @@ std::string ParentOf(const std::string& path) {
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-bool IsInsideFolder(const std::string& root, const std::string& path) {
+namespace {
+
+// `path` is the folder `root` (with its closing "/") or lies below it, with no ".." on the way.
+bool LiesLexicallyUnder(const std::string& root, const std::string& path) {
     if (root.empty() || path.find('\0') != std::string::npos) return false;
-    const std::string bareRoot = WithoutBackslash(root);
-    if (path != bareRoot && path.compare(0, root.size(), root) != 0) return false;
+    if (path != WithoutBackslash(root) && path.compare(0, root.size(), root) != 0) return false;
     const std::string rest = path.size() > root.size() ? path.substr(root.size()) : std::string();
     for (size_t begin = 0; begin <= rest.size();) {
         const size_t end = std::min(rest.find('/', begin), rest.size());
         if (rest.compare(begin, end - begin, "..") == 0 && end - begin == 2) return false;
         begin = end + 1;
     }
-    // The longest part of the path that exists must resolve into the root.
-    const std::string realRoot = RealPath(bareRoot);
+    return true;
+}
+
+// The longest part of `path` that exists resolves into `realRoot`, so no link leads out.
+bool ResolvesInto(const std::string& realRoot, const std::string& root, const std::string& path) {
     if (realRoot.empty()) return false;
+    const std::string bareRoot = WithoutBackslash(root);
     std::string probe = WithoutBackslash(path);
     while (probe.size() > bareRoot.size() && !NameExists(probe)) probe = ParentOf(probe);
     const std::string real = RealPath(probe);
     return real == realRoot || real.compare(0, realRoot.size() + 1, realRoot + "/") == 0;
+}
+
+}  // namespace
+
+bool IsInsideFolder(const std::string& root, const std::string& path) {
+    return LiesLexicallyUnder(root, path) && ResolvesInto(RealPath(WithoutBackslash(root)), root, path);
 }
 
 bool EnsureTaskFolders(Server& server, const std::string& taskKey) {
@@ -170,7 +183,15 @@ bool EnsureTaskFolders(Server& server, const std::string& taskKey) {
         // The cells may come from a damaged or hostile queue database: nothing is made
         // outside the queue root.
         for (const auto& [folder, level] : folders)
-            if (!IsInsideFolder(server.ServerPath, folder))
+            if (!LiesLexicallyUnder(server.ServerPath, folder))
+                throw VqError("The folder " + folder + " is not under the queue root.");
+        // The domain and user folders lie in the project folder's path, and normally the
+        // project folder in RF's: resolving the deepest of them finds a link on any.
+        const std::string realRoot = RealPath(WithoutBackslash(server.ServerPath));
+        std::vector<std::string> deepest = {rf};
+        if (rf.compare(0, projectFolder.size() + 1, projectFolder + "/") != 0) deepest.push_back(projectFolder);
+        for (const std::string& folder : deepest)
+            if (!ResolvesInto(realRoot, server.ServerPath, folder))
                 throw VqError("The folder " + folder + " is not under the queue root.");
         for (const auto& [folder, level] : folders)
             if (!MakeQueueFolder(server, user, domain, folder, level))
