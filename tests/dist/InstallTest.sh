@@ -123,12 +123,14 @@ wait_for() {
 wait_for "$prefix/bin/vqctl" location > /dev/null 2>&1 || fail "the installed server does not answer: $(cat "$work/server.err")"
 expect "$(cat "$XDG_CONFIG_HOME/autostart/orvantis-server.desktop")" \
   "Exec=\"$prefix/bin/vqserv\" LOGON" "the autostart entry"
-"$prefix/bin/vqctl" new-task --name Hello --step 'echo hello from the installed runner' "$work/Hello.vqf" > /dev/null ||
-  fail "vqctl new-task"
+# The step's shell names the program that started it: the runner.
+"$prefix/bin/vqctl" new-task --name Hello --step 'echo "runner: $(readlink /proc/$PPID/exe)"' \
+  "$work/Hello.vqf" > /dev/null || fail "vqctl new-task"
 key=$("$prefix/bin/vqctl" submit "$work/Hello.vqf") || fail "vqctl submit"
 output="$work/queue/\$LOCALS\$/\$LOCALUSER\$/Hello/${key%%-*}/Step1.txt"
-wait_for grep -q "hello from the installed runner" "$output" 2> /dev/null ||
+wait_for grep -q "runner: " "$output" 2> /dev/null ||
   fail "the step did not run: $(cat "$work/queue/\$Data/SrvLog.txt")"
+expect "$(cat "$output")" "runner: $prefix/bin/runlet" "the step's runner"
 kill -TERM "$server"
 wait "$server" || fail "the server did not end cleanly: $(cat "$work/server.err")"
 
