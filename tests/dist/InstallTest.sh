@@ -2,10 +2,11 @@
 # Installs the build into a temporary prefix (with a blank in its name) and checks what lands
 # there: the programs run from there and find each other, the manual pages read, the completion
 # completes, and the unit and the desktop entry are valid and name the installed vqserv.
-# Usage: InstallTest.sh BUILD_DIR VERSION
+# Usage: InstallTest.sh BUILD_DIR VERSION [CMAKE]
 set -uo pipefail
 build=$1
 version=$2
+cmake=${3:-cmake}
 work=$(mktemp -d "${TMPDIR:-/tmp}/vqinstall.XXXXXX")
 prefix="$work/pre fix"
 failures=0
@@ -23,7 +24,7 @@ skip() { echo "SKIPPED: $*"; }
 # expect TEXT PATTERN WHAT: TEXT holds the fixed string PATTERN.
 expect() { grep -qF -- "$2" <<< "$1" || fail "$3: no \"$2\" in: ${1:0:400}"; }
 
-cmake --install "$build" --prefix "$prefix" > "$work/install.log" 2>&1 || { cat "$work/install.log"; exit 1; }
+"$cmake" --install "$build" --prefix "$prefix" > "$work/install.log" 2>&1 || { cat "$work/install.log"; exit 1; }
 
 # What lands where.
 for file in bin/vqserv bin/runlet bin/vqctl share/man/man1/vqserv.1 share/man/man1/vqctl.1 \
@@ -47,7 +48,7 @@ fi
 # The manual pages: readable, without warnings, and the client's lists every command.
 if command -v man > /dev/null; then
   for page in vqserv vqctl; do
-    text=$(MANWIDTH=80 man --warnings -l "$prefix/share/man/man1/$page.1" 2> "$work/man.err")
+    text=$(LC_ALL=C MANWIDTH=80 man --warnings -l "$prefix/share/man/man1/$page.1" 2> "$work/man.err")
     [ -s "$work/man.err" ] && fail "$page.1 has warnings: $(cat "$work/man.err")"
     expect "$text" "$page - " "$page.1's name line"
   done
