@@ -22,10 +22,11 @@ _vqctl_section() {
     inside && /^  [^ ]/ { n = split($1, names, ","); for (i = 1; i <= n; i++) print names[i] }'
 }
 
-# Whether an option takes a value: its help line gives a type after the name.
+# Whether an option takes a value: its help line gives a type one blank after the name, where
+# a flag's line goes on with the padding before its description.
 _vqctl_takes_value() {
   awk -v option="$1" '
-    /^  -/ { n = split($1, names, ","); for (i = 1; i <= n; i++) if (names[i] == option) { print ($2 ~ /^[A-Z]/); exit } }'
+    /^  -/ { n = split($1, names, ","); for (i = 1; i <= n; i++) if (names[i] == option) { print ($0 ~ /^  [^ ]+ [^ ]/); exit } }'
 }
 
 _vqctl() {
