@@ -2,8 +2,10 @@
 # Installs the packages that building, running and testing need, when any is missing.
 set -euo pipefail
 # The fuzz targets also need clang (see fuzz/CMakeLists.txt); building and testing don't.
+# help2man makes the manual pages; man-db, desktop-file-utils and systemd (systemd-analyze) let
+# the install test read the pages and check the desktop entry and the user unit.
 packages=(cmake make g++ qt6-base-dev libsqlite3-dev libcli11-dev libgtest-dev libgmock-dev
-          libbenchmark-dev dbus locales tzdata)
+          libbenchmark-dev dbus locales tzdata help2man man-db desktop-file-utils systemd)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

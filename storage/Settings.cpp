@@ -28,15 +28,28 @@ std::optional<int64_t> WholeNumber(const std::string& text) {
     return std::stoll(trimmed);
 }
 
-// Quotes the program path of a desktop entry's Exec line where it needs quoting.
+// The program path as one argument of a desktop entry's Exec line: quoted when it holds a
+// reserved character, with ", `, $ and \ escaped inside the quotes; then the escapes of the
+// entry's value itself (a backslash doubled, a line break as \n) and % doubled, since a lone %
+// would start a field code.
 std::string QuoteExecArgument(const std::string& path) {
-    if (path.find_first_of(" \t\"'\\$`") == std::string::npos) return path;
-    std::string quoted = "\"";
-    for (char c : path) {
-        if (c == '"' || c == '`' || c == '$' || c == '\\') quoted += '\\';
-        quoted += c;
+    std::string argument = path;
+    if (path.find_first_of(" \t\n\"'\\><~|&;$*?#()`") != std::string::npos) {
+        argument = "\"";
+        for (char c : path) {
+            if (c == '"' || c == '`' || c == '$' || c == '\\') argument += '\\';
+            argument += c;
+        }
+        argument += '"';
     }
-    return quoted + "\"";
+    std::string value;
+    for (char c : argument) {
+        if (c == '\\') value += "\\\\";
+        else if (c == '\n') value += "\\n";
+        else if (c == '%') value += "%%";
+        else value += c;
+    }
+    return value;
 }
 
 }  // namespace

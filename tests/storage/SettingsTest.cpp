@@ -95,19 +95,38 @@ TEST_F(SettingsTest, AnUnusableValueIsReportedOnceAndAgainAfterAFailedReport) {
 
 // Start-up's blanks that empty the values, and its removal of the autostart entry, are seen
 // in its own tests.
-TEST_F(SettingsTest, AutoLogonEmptyArgumentsChangeTheFlagAloneAndRunAtLogonQuotesTheProgram) {
+TEST_F(SettingsTest, AutoLogonEmptyArgumentsChangeTheFlagAlone) {
     SetAutoLogon(reg, 1, "ann", "HOME", "secret");
     EXPECT_EQ(SetAutoLogon(reg, 0, "", "", ""), 0);
     EXPECT_EQ(Stored(Hive::LocalMachine, kWinlogonKey, "AutoAdminLogon"), "0");
     EXPECT_EQ(Stored(Hive::LocalMachine, kWinlogonKey, "DefaultUserName"), "ann");
     EXPECT_EQ(Stored(Hive::LocalMachine, kWinlogonKey, "DefaultPassword"), "secret");
+}
+
+// The entry's Exec line follows the desktop entry rules: an argument with a reserved character
+// is quoted, and the value's own escapes and the doubled % come on top.
+TEST_F(SettingsTest, RunAtLogonWritesTheProgramAsOneExecArgument) {
+    const struct {
+        const char* folder;
+        const char* exec;
+    } cases[] = {
+        {"/usr/local/bin", "/usr/local/bin/vqserv LOGON"},
+        {"/usr/local/bin/", "/usr/local/bin/vqserv LOGON"},
+        {"/opt/my apps/bin", "\"/opt/my apps/bin/vqserv\" LOGON"},
+        {"/opt/R&D", "\"/opt/R&D/vqserv\" LOGON"},
+        {"/opt/a$b", "\"/opt/a\\\\$b/vqserv\" LOGON"},
+        {"/opt/x\\y", "\"/opt/x\\\\\\\\y/vqserv\" LOGON"},
+        {"/opt/100%", "/opt/100%%/vqserv LOGON"},
+        {"/opt/a\nb", "\"/opt/a\\nb/vqserv\" LOGON"},
+    };
     const std::string entry = dir.Path() + "autostart/orvantis-server.desktop";
-    EXPECT_EQ(SetRunAtLogon(reg, 1, "/opt/my apps/bin"), 0);
-    const std::string text = ReadFileText(entry);
-    EXPECT_NE(text.find("[Desktop Entry]\n"), std::string::npos);
-    EXPECT_NE(text.find("\nExec=\"/opt/my apps/bin/vqserv\" LOGON\n"), std::string::npos);
-    EXPECT_EQ(Stored(Hive::CurrentUser, kRunKey, kRunValueName),
-              "\"/opt/my apps/bin/vqserv\" LOGON");
+    for (const auto& c : cases) {
+        EXPECT_EQ(SetRunAtLogon(reg, 1, c.folder), 0);
+        const std::string text = ReadFileText(entry);
+        EXPECT_NE(text.find("[Desktop Entry]\n"), std::string::npos);
+        EXPECT_NE(text.find("\nExec=" + std::string(c.exec) + "\n"), std::string::npos) << text;
+        EXPECT_EQ(Stored(Hive::CurrentUser, kRunKey, kRunValueName), c.exec);
+    }
 }
 
 TEST(ColumnWidths, DefaultFromTheCaptionOncePerKey) {
