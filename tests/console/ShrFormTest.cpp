@@ -1,0 +1,139 @@
+// The queue folder dialog: what it offers, what OK makes and stores, and AddDirs.
+#include "console/ShrForm.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include <QCheckBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+
+#include "calendar/Common.h"
+#include "platform/Files.h"
+#include "storage/Settings.h"
+#include "tests/support/TestSupport.h"
+
+namespace vq {
+namespace {
+
+template <typename T>
+T* Child(QWidget& form, const char* name) {
+    T* child = form.findChild<T*>(QString::fromLatin1(name));
+    EXPECT_NE(child, nullptr) << name;
+    return child;
+}
+
+std::string StoredRoot(test::TestServer& ts) {
+    return GetSettingText(*ts.registry, "ServerSettings", "ServPath");
+}
+
+unsigned ModeOf(const std::string& path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 ? st.st_mode & 0777 : 0;
+}
+
+class ShrFormTest : public ::testing::Test {
+protected:
+    ShrFormTest() { SaveRegSetting(*ts.registry, "ServerSettings", "ServPath", ""); }
+    test::TestServer ts;
+};
+
+TEST_F(ShrFormTest, TheShareIsOfferedButCantBeTakenAndThePathIsTheStoredOneElseTheProposal) {
+    const std::string home = ts.dir.Path() + "home";
+    const char* before = std::getenv("HOME");
+    const std::string oldHome = before ? before : "";
+    ::setenv("HOME", home.c_str(), 1);
+    ShrForm fresh(*ts);
+    ::setenv("HOME", oldHome.c_str(), 1);
+    EXPECT_EQ(Child<QLineEdit>(fresh, "Text1")->text().toStdString(), home + "/$JQ");
+    EXPECT_EQ(fresh.windowTitle(), QStringLiteral("Orvantis Server Queue Folder"));
+    EXPECT_FALSE(Child<QCheckBox>(fresh, "Check1")->isChecked());
+    EXPECT_FALSE(Child<QCheckBox>(fresh, "Check1")->isEnabled());
+    EXPECT_FALSE(Child<QLabel>(fresh, "Label4")->isEnabled());
+    EXPECT_FALSE(Child<QLabel>(fresh, "Label5")->isEnabled());
+    EXPECT_EQ(Child<QLabel>(fresh, "Label3")->text(),
+              QStringLiteral("- Orvantis Server Datebase\n- Reports\n- Task Files\n- Additional Files"));
+
+    SaveRegSetting(*ts.registry, "ServerSettings", "ServPath", "/srv/queue/");
+    ShrForm stored(*ts);
+    EXPECT_EQ(Child<QLineEdit>(stored, "Text1")->text(), QStringLiteral("/srv/queue"));
+}
+
+// OK makes the folder; only one that can then be listed is stored, and the dialog closes.
+TEST_F(ShrFormTest, OkStoresAFolderThatCanBeListedAndOtherwiseSaysSoAndStays) {
+    const std::string d = ts.dir.Path();
+    MakeFolders(d + "empty");
+    ASSERT_TRUE(AppendToFile(d + "plainfile", "x"));
+    struct Case {
+        std::string typed, stored;  // stored: "" when the dialog must stay
+    };
+    const Case cases[] = {
+        {d + "empty", d + "empty/"},
+        {d + "new/deeper/queue", d + "new/deeper/queue/"},
+        {"  " + d + "a/./b/../q  ", d + "a/q/"},
+        {d + "plainfile", ""},
+        {d + "plainfile/queue", ""},
+        {"relative/queue", ""},
+        {"", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.typed);
+        SaveRegSetting(*ts.registry, "ServerSettings", "ServPath", "");
+        ts.op.messages.clear();
+        ShrForm form(*ts);
+        form.show();
+        Child<QLineEdit>(form, "Text1")->setText(QString::fromStdString(c.typed));
+        Child<QPushButton>(form, "Command2")->click();
+        EXPECT_EQ(StoredRoot(ts), c.stored);
+        EXPECT_EQ(form.isVisible(), c.stored.empty());
+        if (c.stored.empty()) {
+            ASSERT_EQ(ts.op.messages.size(), 1u);
+            EXPECT_EQ(ts.op.messages[0].text, "Cannot change queue folder.\n\nPlease choose another path.");
+            EXPECT_EQ(ts.op.messages[0].icon, MessageIcon::Exclamation);
+            continue;
+        }
+        EXPECT_EQ(form.result(), QDialog::Accepted);
+        EXPECT_EQ(ts->ServerPath, c.stored);
+        EXPECT_EQ(Child<QLineEdit>(form, "Text1")->text().toStdString(), c.stored);
+        EXPECT_TRUE(ts.op.messages.empty());
+    }
+    EXPECT_FALSE(PathExists("relative"));
+    EXPECT_EQ(ModeOf(d + "new/deeper/queue"), 0700u);
+}
+
+TEST_F(ShrFormTest, CancelStoresNothing) {
+    ShrForm form(*ts);
+    form.show();
+    Child<QLineEdit>(form, "Text1")->setText(QString::fromStdString(ts.dir.Path() + "q"));
+    Child<QPushButton>(form, "Command3")->click();
+    EXPECT_EQ(form.result(), QDialog::Rejected);
+    EXPECT_FALSE(form.isVisible());
+    EXPECT_EQ(StoredRoot(ts), "");
+    EXPECT_FALSE(PathExists(ts.dir.Path() + "q"));
+}
+
+TEST(AddDirs, MakesAtMostTwentyOneFoldersTheLastOfThemPrivate) {
+    test::TempDir dir;
+    std::string path = WithoutBackslash(dir.Path());
+    const int below = 23;
+    std::vector<std::string> levels;
+    for (int i = 1; i <= below; ++i) levels.push_back(path += "/" + std::to_string(i));
+    AddDirs(levels.back());
+    const int above = static_cast<int>(std::count(dir.Path().begin(), dir.Path().end(), '/')) - 1;
+    const int made = 21 - above;  // the folders above the temporary one count as well
+    ASSERT_GT(made, 0);
+    EXPECT_TRUE(IsFolder(levels[made - 1]));
+    EXPECT_FALSE(PathExists(levels[made]));
+
+    AddDirs(dir.Path() + "x/queue");
+    EXPECT_EQ(ModeOf(dir.Path() + "x/queue"), 0700u);
+    const mode_t umaskNow = ::umask(0);
+    ::umask(umaskNow);
+    EXPECT_EQ(ModeOf(dir.Path() + "x"), 0777u & ~umaskNow);
+}
+
+}  // namespace
+}  // namespace vq
