@@ -67,6 +67,13 @@ void frmLog::LoadLog() {
     if (!ReadWholeFile(LogPath(), bytes)) bytes.clear();
     const QString text = LogTextForTheBox(bytes);
     RichTextBox1->setPlainText(text.isEmpty() ? QString::fromLatin1(kNoErrorsInLog) : text);
+    // The newest entries are at the end, and they are what the operator comes to read.
+    RichTextBox1->moveCursor(QTextCursor::End);
+}
+
+void frmLog::showEvent(QShowEvent* event) {
+    QDialog::showEvent(event);
+    RichTextBox1->ensureCursorVisible();
 }
 
 void frmLog::ClearLog() {

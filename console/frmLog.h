@@ -22,6 +22,9 @@ public:
     // Puts the one line "LOG CLEARED AT: " and the date in the box and saves it over the log.
     void ClearLog();
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
     std::string LogPath() const;
 

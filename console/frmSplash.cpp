@@ -50,8 +50,13 @@ frmSplash::frmSplash(QWidget* parent)
     setWindowTitle(QString::fromStdString(kAppTitle));
 
     auto* frame = new QFrame;
-    frame->setFrameShape(QFrame::Box);
     frame->setObjectName(QStringLiteral("Frame1"));
+    frame->setFrameShape(QFrame::Box);
+    QPalette white = frame->palette();
+    white.setColor(QPalette::Window, Qt::white);
+    white.setColor(QPalette::WindowText, QColor(0x1f, 0x4e, 0x79));
+    frame->setPalette(white);
+    frame->setAutoFillBackground(true);
 
     imgLogo = NewLabel(QString(), "imgLogo");
     imgLogo->setPixmap(Emblem(96));
@@ -68,6 +73,11 @@ frmSplash::frmSplash(QWidget* parent)
     lblCopyright = NewLabel(QStringLiteral("Copyright \u00a9 Halvenor. All rights reserved."),
                             "lblCopyright");
     LabStat = NewLabel(QStringLiteral("Loading Application..."), "LabStat");
+    for (QLabel* label : {title, lblVersion, lblCopyright, LabStat}) {
+        QPalette text = label->palette();
+        text.setColor(QPalette::WindowText, label == title ? QColor(0x1f, 0x4e, 0x79) : Qt::black);
+        label->setPalette(text);
+    }
 
     auto* words = new QVBoxLayout;
     words->addWidget(title);
