@@ -159,8 +159,8 @@ bool ShowQueueFolderDialog(QWidget* parent, Server& server) {
     return form.exec() == QDialog::Accepted;
 }
 
-std::function<void()> QueueFolderChooser(Server& server) {
-    return [&server] { ShowQueueFolderDialog(nullptr, server); };
+std::function<void()> QueueFolderChooser(Server& server, QWidget* parent) {
+    return [&server, parent] { ShowQueueFolderDialog(parent, server); };
 }
 
 }  // namespace vq

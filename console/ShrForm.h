@@ -46,7 +46,8 @@ private:
 
 // "Set Queue Folder": shows the dialog modally over `parent`; true when a folder was stored.
 bool ShowQueueFolderDialog(QWidget* parent, Server& server);
-// The chooser that start-up asks when no queue root counts (StartRequest::chooseQueueFolder).
-std::function<void()> QueueFolderChooser(Server& server);
+// The chooser that start-up asks when no queue root counts (StartRequest::chooseQueueFolder);
+// the dialog stands over `parent`, the splash, so that the splash can't hide it.
+std::function<void()> QueueFolderChooser(Server& server, QWidget* parent);
 
 }  // namespace vq

@@ -45,7 +45,7 @@ QLabel* NewLabel(const QString& text, const char* name) {
 }  // namespace
 
 frmSplash::frmSplash(QWidget* parent)
-    : QWidget(parent, Qt::SplashScreen | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint) {
+    : QWidget(parent, Qt::SplashScreen | Qt::FramelessWindowHint) {
     setObjectName(QStringLiteral("frmSplash"));
     setWindowTitle(QString::fromStdString(kAppTitle));
 
@@ -110,7 +110,10 @@ void frmSplash::SetStatus(const std::string& word) {
 }
 
 std::function<void(const std::string&)> SplashStatus(frmSplash& splash) {
-    return [&splash](const std::string& word) { splash.SetStatus(word); };
+    return [&splash](const std::string& word) {
+        if (!splash.isVisible()) splash.show();
+        splash.SetStatus(word);
+    };
 }
 
 }  // namespace vq

@@ -24,7 +24,9 @@ private:
     QLabel* LabStat;
 };
 
-// The status words of start-up on this splash (StartRequest::showStatus).
+// The status words of start-up on this splash (StartRequest::showStatus). The first word
+// shows the splash: a start that ends before the loading (a second server, a LOGON start
+// without StartServ) shows none.
 std::function<void(const std::string&)> SplashStatus(frmSplash& splash);
 
 }  // namespace vq

@@ -15,13 +15,12 @@ struct NoOtherServer final : InstanceGuard {
     bool AnotherServerRuns() override { return false; }
 };
 
-TEST(frmSplash, ShowsItsVersionAndEndsTheStartUpOnItsLastStatusWord) {
+TEST(frmSplash, ComesWithTheFirstStatusWordAndEndsTheStartUpOnTheLast) {
     frmSplash splash;
     auto* status = splash.findChild<QLabel*>(QStringLiteral("LabStat"));
     EXPECT_EQ(status->text(), QStringLiteral("Loading Application..."));
     EXPECT_EQ(splash.findChild<QLabel*>(QStringLiteral("lblVersion"))->text(),
               QStringLiteral("Personal Server Version 2.1.487"));
-    splash.show();
 
     test::TestServer ts;
     StartRequest request;
@@ -33,7 +32,12 @@ TEST(frmSplash, ShowsItsVersionAndEndsTheStartUpOnItsLastStatusWord) {
         seen.push_back(status->text());
     };
     NoOtherServer guard;
+    request.commandLine = "/REGISTERCOM";
+    ASSERT_EQ(ProcessStart(*ts, request, guard), StartResult::EndQuietly);
+    EXPECT_FALSE(splash.isVisible());
+    request.commandLine = "";
     ASSERT_EQ(ProcessStart(*ts, request, guard), StartResult::Serve);
+    EXPECT_TRUE(splash.isVisible());
     EXPECT_EQ(seen.front(), QStringLiteral("Creating Objects..."));
     EXPECT_EQ(status->text(), QStringLiteral("Loading Info..."));
     EXPECT_EQ(seen.size(), 5u);
