@@ -6,12 +6,15 @@
 
 #include <algorithm>
 
+#include <QApplication>
 #include <QCheckBox>
+#include <QTimer>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 
 #include "calendar/Common.h"
+#include "core/Startup.h"
 #include "platform/Files.h"
 #include "storage/Settings.h"
 #include "tests/support/TestSupport.h"
@@ -113,6 +116,30 @@ TEST_F(ShrFormTest, CancelStoresNothing) {
     EXPECT_FALSE(form.isVisible());
     EXPECT_EQ(StoredRoot(ts), "");
     EXPECT_FALSE(PathExists(ts.dir.Path() + "q"));
+}
+
+// A first start with a window: the chooser is the real dialog, answered while it waits.
+TEST_F(ShrFormTest, AtAFirstStartOkGivesTheRootItsTreeAndCancelEndsTheStart) {
+    struct NoOtherServer final : InstanceGuard {
+        bool AnotherServerRuns() override { return false; }
+    } guard;
+    for (const bool ok : {false, true}) {
+        SCOPED_TRACE(ok ? "OK" : "Cancel");
+        Server server(ts.clock, ts.op, *ts.registry, ts.screen);
+        StartRequest request;
+        request.chooseQueueFolder = QueueFolderChooser(server, nullptr);
+        const std::string root = ts.dir.Path() + "first/queue";
+        QTimer::singleShot(0, [&] {
+            QWidget* dialog = QApplication::activeModalWidget();
+            ASSERT_NE(dialog, nullptr);
+            Child<QLineEdit>(*dialog, "Text1")->setText(QString::fromStdString(root));
+            Child<QPushButton>(*dialog, ok ? "Command2" : "Command3")->click();
+        });
+        const StartResult result = ProcessStart(server, request, guard);
+        EXPECT_EQ(result, ok ? StartResult::Serve : StartResult::EndFailed);
+        EXPECT_EQ(StoredRoot(ts), ok ? root + "/" : "");
+        EXPECT_EQ(IsFolder(root + "/$Data"), ok);
+    }
 }
 
 TEST(AddDirs, MakesAtMostTwentyOneFoldersTheLastOfThemPrivate) {
