@@ -46,20 +46,9 @@ TEST_F(frmLogTest, AMissingOrEmptyLogShowsTheNoErrorsTextAndALogShowsItsLines) {
         frmLog form(*ts);
         EXPECT_EQ(Shown(form), QString::fromLatin1(c.shown));
         EXPECT_EQ(PathExists(LogPath()), c.file != nullptr);
+        const QFontInfo font(form.findChild<QPlainTextEdit*>(QStringLiteral("RichTextBox1"))->font());
+        EXPECT_TRUE(font.fixedPitch()) << font.family().toStdString();
     }
-}
-
-TEST_F(frmLogTest, TheWindowHasItsCaptionButtonsAndAFixedPitchFont) {
-    frmLog form(*ts);
-    EXPECT_EQ(form.windowTitle(), QStringLiteral("Orvantis Server Log"));
-    EXPECT_TRUE(form.isModal());
-    const std::pair<const char*, const char*> captions[] = {
-        {"Command2", "&Reload Log"}, {"Command1", "Clear &Log"}, {"OKButton", "&Close"}};
-    for (const auto& [name, caption] : captions)
-        EXPECT_EQ(form.findChild<QPushButton*>(QString::fromLatin1(name))->text(),
-                  QString::fromLatin1(caption));
-    const QFontInfo font(form.findChild<QPlainTextEdit*>(QStringLiteral("RichTextBox1"))->font());
-    EXPECT_TRUE(font.fixedPitch()) << font.family().toStdString();
 }
 
 // The clearing leaves one line in the file; new entries follow it, and Reload shows them.
