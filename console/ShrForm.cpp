@@ -32,7 +32,14 @@ QLabel* NewLabel(const char* text, const char* name) {
 
 QString FromPath(const std::string& path) { return QFile::decodeName(QByteArray::fromStdString(path)); }
 
-std::string ToPath(const QString& text) { return QFile::encodeName(text.trimmed()).toStdString(); }
+// The typed path as the file system names it; "~" at its start is the home folder, as a shell
+// would read it.
+std::string ToPath(const QString& text) {
+    QString path = text.trimmed();
+    if (path == QLatin1String("~") || path.startsWith(QLatin1String("~/")))
+        path.replace(0, 1, QDir::homePath());
+    return QFile::encodeName(path).toStdString();
+}
 
 // The stored root, else the proposal, as the path field shows it: without a closing "/".
 std::string ProposedPath(Server& server) {

@@ -58,6 +58,9 @@ TEST_F(ShrFormTest, ThePathIsTheStoredOneElseTheProposalAndTheShareCantBeTaken) 
 // OK makes the folder; only one that can then be listed is stored, and the dialog closes.
 TEST_F(ShrFormTest, OkStoresAFolderThatCanBeListedAndOtherwiseSaysSoAndStays) {
     const std::string d = ts.dir.Path();
+    // "~" is the home folder, here the temporary one.
+    const QByteArray oldHome = qgetenv("HOME");
+    qputenv("HOME", QByteArray::fromStdString(WithoutBackslash(d)));
     MakeFolders(d + "empty");
     ASSERT_TRUE(AppendToFile(d + "plainfile", "x"));
     struct Case {
@@ -70,6 +73,7 @@ TEST_F(ShrFormTest, OkStoresAFolderThatCanBeListedAndOtherwiseSaysSoAndStays) {
         {d + "plainfile", ""},
         {d + "plainfile/queue", ""},
         {"relative/queue", ""},
+        {"~/tilde", d + "tilde/"},
         {"", ""},
     };
     for (const Case& c : cases) {
@@ -93,6 +97,7 @@ TEST_F(ShrFormTest, OkStoresAFolderThatCanBeListedAndOtherwiseSaysSoAndStays) {
         EXPECT_EQ(Child<QLineEdit>(form, "Text1")->text().toStdString(), c.stored);
         EXPECT_TRUE(ts.op.messages.empty());
     }
+    qputenv("HOME", oldHome);
     EXPECT_FALSE(PathExists("relative"));
     EXPECT_EQ(ModeOf(d + "new/deeper/queue"), 0700u);
 }
