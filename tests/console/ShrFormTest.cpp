@@ -8,6 +8,7 @@
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QFileDialog>
 #include <QTimer>
 #include <QLineEdit>
 #include <QPushButton>
@@ -53,6 +54,21 @@ TEST_F(ShrFormTest, ThePathIsTheStoredOneElseTheProposalAndTheShareCantBeTaken) 
     SaveRegSetting(*ts.registry, "ServerSettings", "ServPath", "/srv/queue/");
     ShrForm stored(*ts);
     EXPECT_EQ(Child<QLineEdit>(stored, "Text1")->text(), QStringLiteral("/srv/queue"));
+}
+
+// Browse puts the folder picked in the chooser into the path field.
+TEST_F(ShrFormTest, BrowseTakesThePickedFolder) {
+    const QString picked = QString::fromStdString(WithoutBackslash(ts.dir.Path()));
+    ShrForm form(*ts);
+    QTimer::singleShot(0, [&] {
+        auto* chooser = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+        ASSERT_NE(chooser, nullptr);
+        EXPECT_EQ(chooser->windowTitle(), QStringLiteral("Please select a folder."));
+        chooser->setDirectory(picked);
+        static_cast<QDialog*>(chooser)->accept();  // the chooser's own accept, as its button
+    });
+    Child<QPushButton>(form, "Command1")->click();
+    EXPECT_EQ(Child<QLineEdit>(form, "Text1")->text(), picked);
 }
 
 // OK makes the folder; only one that can then be listed is stored, and the dialog closes.
