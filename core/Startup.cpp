@@ -38,10 +38,22 @@ bool EndWith(Server& server, const std::string& text) {
     return false;
 }
 
-// The queue root: the command line's, else the stored one, else at a first start (nothing
-// stored) the proposal. A root is stored only after its tree was made; a stored root that
+// A status word on the splash, left long enough to be read.
+void ShowStatus(Server& server, const StartRequest& request, const std::string& word) {
+    if (!request.showStatus) return;
+    request.showStatus(word);
+    server.clock.Sleep(200);
+}
+
+// The queue root: the command line's, else a stored one that counts, else the chooser's when
+// there is a window, else at a first start (nothing stored) the proposal. A root is stored only after its tree was made; a stored root that
 // fails leaves the setting as it is, since nobody can be asked for another one.
 bool SettleQueueRoot(Server& server, const StartRequest& request) {
+    // Nothing chosen (Cancel, or a folder that can't be found): the process ends.
+    if (request.queueRoot.empty() && request.chooseQueueFolder && !ReadServerPath(server)) {
+        request.chooseQueueFolder();
+        return ReadServerPath(server);
+    }
     std::string reason;
     const std::string stored = GetSettingText(server.registry, kSection, "ServPath");
     if (request.queueRoot.empty() && !stored.empty()) {
@@ -123,21 +135,26 @@ StartResult ProcessStart(Server& server, const StartRequest& request, InstanceGu
 }
 
 bool MainWindowLoad(Server& server, const StartRequest& request) {
+    ShowStatus(server, request, kStatusCreatingObjects);
     BuildColumns(server.tables, server.registry);
     if (!SettleQueueRoot(server, request)) return false;
+    ShowStatus(server, request, kStatusLoadingSettings);
     // The log lives in $Data: set the paths first, so that the folder check can report.
     SetDerivedPaths(server);
     if (!CheckQueueFolders(server, server.ServerPath)) return false;
     server.MaxRunningTasks = 1;
     server.NextTaskNumber = JobNumberStore(server, false);
 
+    ShowStatus(server, request, kStatusLoadingDatabase);
     LoadClasses(server);
     const bool queueMayStart = RecoverQueueDatabase(server);
     FinishTasksFoundRunning(server);
+    ShowStatus(server, request, kStatusLoadingTree);
     server.screen.LoadTree();
 
     std::fill(server.SlotUsed.begin(), server.SlotUsed.end(), false);
     server.RunningTaskCount = 0;
+    ShowStatus(server, request, kStatusLoadingInfo);
     QSS(server, ServerSetting(server, "StartQ") == 1 && queueMayStart);
     return true;
 }

@@ -1,6 +1,8 @@
 #pragma once
 // Start-up and shutdown of the server: whether this process should serve at all, the loading
 // of the queue, and the closing path.
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -24,7 +26,22 @@ struct StartRequest {
     std::string proposedRoot;
     // What the platform query answers: platform 2, major 6 on Linux.
     int osPlatform = 2, osMajor = 6, osMinor = 0;
+    // With a window: shows a status word of the loading on the splash and repaints it; the
+    // loading then sleeps 200 ms so that the word can be read. Empty when headless: no words
+    // and no sleeps.
+    std::function<void(const std::string& word)> showStatus;
+    // With a window: shows the queue folder chooser and returns once it is closed; the chooser
+    // stores the folder it takes as ServPath. Asked when no --queue-root was given and the
+    // stored root doesn't count. Empty when headless: the proposal is taken at a first start.
+    std::function<void()> chooseQueueFolder;
 };
+
+// The status words of the loading, in their order.
+inline const std::string kStatusCreatingObjects = "Creating Objects...";
+inline const std::string kStatusLoadingSettings = "Loading Settings...";
+inline const std::string kStatusLoadingDatabase = "Loading Database...";
+inline const std::string kStatusLoadingTree = "Loading Tree...";
+inline const std::string kStatusLoadingInfo = "Loading Info...";
 
 enum class StartResult {
     Serve,        // loaded: turn the timers on

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "access/QueueFolders.h"
 #include "calendar/Common.h"
 #include "core/Startup.h"
 #include "core/tables/Status.h"
@@ -153,6 +154,69 @@ TEST_F(StartupTest, TheQueueRootIsTheGivenOneElseTheStoredOneElseAtAFirstStartTh
         EXPECT_EQ(GetSettingText(registry, "ServerSettings", "ServPath"), c.stored);
         EXPECT_FALSE(PathExists(d + "home"));
     }
+}
+
+// With a window, a root that doesn't count goes to the chooser; what it leaves stored decides.
+TEST_F(StartupTest, TheChooserIsAskedOnlyWhenNoRootCountsAndItsAnswerIsServed) {
+    const std::string d = dir.Path();
+    MakeFolders(d + "stored");
+    struct Case {
+        std::string given, stored, chosen;  // chosen: what the chooser stores, "" for Cancel
+        int asked;
+        std::string served;  // "" when the process ends
+    };
+    const Case cases[] = {
+        {"", "", "", 1, ""},
+        {"", d + "gone/", "", 1, ""},
+        {"", "", d + "chosen/", 1, d + "chosen/"},
+        {"", d + "gone/", d + "chosen/", 1, d + "chosen/"},
+        {"", "", d + "missing/", 1, ""},
+        {"", d + "stored/", d + "chosen/", 0, d + "stored/"},
+        {d + "given", "", d + "chosen/", 0, d + "given/"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.given + " with " + c.stored + " stored, " + c.chosen + " chosen");
+        Server s(clock, op, registry, screen);
+        SaveRegSetting(registry, "ServerSettings", "ServPath", c.stored);
+        if (c.chosen != d + "missing/") MakeFolders(c.chosen);
+        int asked = 0;
+        request.queueRoot = c.given;
+        request.proposedRoot = d + "home/$JQ";
+        request.chooseQueueFolder = [&] {
+            ++asked;
+            if (!c.chosen.empty()) SaveRegSetting(registry, "ServerSettings", "ServPath", c.chosen);
+        };
+        const StartResult result = ProcessStart(s, request, noOther);
+        EXPECT_EQ(asked, c.asked);
+        EXPECT_EQ(result, c.served.empty() ? StartResult::EndFailed : StartResult::Serve);
+        if (!c.served.empty()) {
+            EXPECT_EQ(s.ServerPath, c.served);
+            EXPECT_TRUE(PathExists(c.served + "$Data/" + kCreationTimeFile));
+        }
+        EXPECT_FALSE(PathExists(d + "home"));
+    }
+    EXPECT_TRUE(op.messages.empty());
+}
+
+// The splash follows the loading: each word is shown before its stage and left for 200 ms.
+TEST_F(StartupTest, TheStatusWordsComeInTheirOrderEachWithItsPause) {
+    std::vector<std::string> words;
+    std::vector<int> treeLoadsSeen;
+    request.showStatus = [&](const std::string& word) {
+        words.push_back(word);
+        treeLoadsSeen.push_back(screen.treeLoads);
+    };
+    ASSERT_EQ(ProcessStart(server, request, noOther), StartResult::Serve);
+    EXPECT_EQ(words, (std::vector<std::string>{"Creating Objects...", "Loading Settings...",
+                                               "Loading Database...", "Loading Tree...",
+                                               "Loading Info..."}));
+    EXPECT_EQ(treeLoadsSeen, (std::vector<int>{0, 0, 0, 0, 1}));
+    EXPECT_EQ(clock.slept, 1000);
+}
+
+TEST_F(StartupTest, AStartWithoutAWindowShowsNoWordsAndDoesNotSleep) {
+    ASSERT_EQ(ProcessStart(server, request, noOther), StartResult::Serve);
+    EXPECT_EQ(clock.slept, 0);
 }
 
 TEST(TasksFoundRunning, BecomeCompleteUnfinishedWithTheirEndSet) {

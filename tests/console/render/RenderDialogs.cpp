@@ -1,0 +1,69 @@
+// Renders the log viewer, the queue folder dialog and the splash to PNG files, offscreen, so
+// that a person can look at them: render-dialogs FOLDER.
+#include <QApplication>
+#include <QDir>
+#include <QLabel>
+#include <QWidget>
+#include <cstdio>
+
+#include "console/ShrForm.h"
+#include "console/frmLog.h"
+#include "console/frmSplash.h"
+#include "reports/ServerLog.h"
+#include "tests/support/TestSupport.h"
+
+namespace {
+
+bool Save(QWidget& widget, const QString& folder, const char* name) {
+    widget.show();
+    QApplication::processEvents();
+    const QString path = folder + QLatin1Char('/') + QString::fromLatin1(name);
+    const bool saved = widget.grab().save(path);
+    std::printf("%s %s\n", saved ? "wrote" : "could not write", path.toLocal8Bit().constData());
+    return saved;
+}
+
+// A log as a day of a server leaves it.
+void WriteSampleLog(vq::Server& server) {
+    const char* entries[] = {
+        "Error occurred while starting step (000012-Nightly Backup)!\nStep runner ended "
+        "unexpectedly.",
+        "Error occurred while creating folder!\n\nPath: /home/op/$JQ/Sales/op/Report\n\n"
+        "Permission denied",
+        "Some running tasks were Cancelled because Orvantis Server was shut down:\n\n"
+        "000031-Month End\n\n",
+    };
+    for (int day = 0; day < 4; ++day)
+        for (const char* text : entries) vq::WriteServerLog(server, text);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    const QString folder = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral(".");
+    QDir().mkpath(folder);
+
+    vq::test::TestServer ts;
+    bool saved = true;
+    {
+        vq::frmLog empty(*ts);
+        saved &= Save(empty, folder, "frmLog-empty.png");
+    }
+    WriteSampleLog(*ts);
+    {
+        vq::frmLog log(*ts);
+        saved &= Save(log, folder, "frmLog.png");
+    }
+    {
+        vq::ShrForm form(*ts);
+        saved &= Save(form, folder, "ShrForm.png");
+    }
+    {
+        vq::frmSplash splash;
+        splash.SetStatus("Loading Database...");
+        saved &= Save(splash, folder, "frmSplash.png");
+    }
+    return saved ? 0 : 1;
+}
