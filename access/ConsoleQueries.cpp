@@ -72,8 +72,9 @@ std::string DisplayedCellText(const std::string& columnKey, const std::string& c
     if (columnKey == "PeakMem" || columnKey == "SPeakMem") return FormatThousands(Val(cell)) + " KB";
     if (columnKey == "Units" || columnKey == "SUnits") return FormatThousands(Val(cell));
     if (columnKey == "IO" || columnKey == "SIO") return FormatThousandsIo(Val(cell) * kIoScale);
+    // No limit is kept as "000000000", so the test is on the number.
     if (columnKey == "MaxRunTime")
-        return cell == "0" ? "Unlimited" : FormatTimeSpan(SecondsToTimeSpan(Val(cell)));
+        return Val(cell) == 0 ? "Unlimited" : FormatTimeSpan(SecondsToTimeSpan(Val(cell)));
     if (columnKey == "SchTime" || columnKey == "SubTime") return LocaleDateText(cell);
     return cell;
 }

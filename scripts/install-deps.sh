@@ -3,7 +3,7 @@
 set -euo pipefail
 # The fuzz targets also need clang (see fuzz/CMakeLists.txt); building and testing don't.
 packages=(cmake make g++ qt6-base-dev libsqlite3-dev libcli11-dev libgtest-dev libgmock-dev
-          libbenchmark-dev dbus locales tzdata)
+          libbenchmark-dev nlohmann-json3-dev dbus locales tzdata)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
