@@ -258,24 +258,27 @@ std::string NameOfCommand(const std::string& command) {
     return name.empty() || name == "." || name == ".." ? "task" : name;
 }
 
+// The task file is written and checked first, so that a bad option is told without a server.
 int Add(AddOptions options) {
-    ServerConnection server("add");
     std::string command;
     for (const std::string& word : options.words) command += (command.empty() ? "" : " ") + word;
     const bool named = std::any_of(options.taskOptions.begin(), options.taskOptions.end(),
                                    [](const auto& option) { return option.first == "--name"; });
     if (!named) options.taskOptions.emplace_back("--name", NameOfCommand(command));
-    const std::string name = std::find_if(options.taskOptions.begin(), options.taskOptions.end(),
-                                          [](const auto& option) { return option.first == "--name"; })->second;
 
     char folder[] = "/tmp/vqctl-add-XXXXXX";
     if (!::mkdtemp(folder)) Fail("add", 1, std::string("cannot make a temporary folder: ") + vq::ErrnoText(errno));
-    const std::string path = std::string(folder) + "/" + (name.find('/') == std::string::npos ? name : "task") + ".vqf";
+    // The file's name becomes part of the name in $InQ; the task's name is in the file.
+    const std::string path = std::string(folder) + "/add.vqf";
     const std::string problem = WriteOneStepTask(options.taskOptions, command, path);
-    const int exitCode = problem.empty() ? Guarded([&] { return SubmitFile(server, path); }) : 2;
+    const int exitCode = problem.empty() ? Guarded([&] {
+        ServerConnection server("add");
+        return SubmitFile(server, path);
+    })
+                                         : 2;
     ::unlink(path.c_str());
     ::rmdir(folder);
-    if (!problem.empty()) Fail("add", 2, problem);
+    if (!problem.empty()) Fail("add", 2, problem + "\n(see vqctl add --help)");
     return exitCode;
 }
 
