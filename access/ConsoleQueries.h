@@ -33,6 +33,7 @@ private:
 
 inline const std::string kNoSuchTask = "NoSuchTask";
 inline const std::string kNoSuchPhase = "NoSuchPhase";
+inline const std::string kNoSuchCell = "NoSuchCell";
 inline const std::string kNotFinished = "NotFinished";
 inline const std::string kNoReport = "NoReport";
 inline const std::string kRemovalFailed = "RemovalFailed";
@@ -40,8 +41,10 @@ inline const std::string kRemovalFailed = "RemovalFailed";
 // The task rows in the order of the task list: the whole queue in table order; for a phase
 // ("Running", "Ready", "Waiting" or "Complete") the tasks of that group from the last row to
 // the first, as a freshly chosen group shows them. Each row has RowKey, the task list's
-// columns (shown or hidden by the operator) and Elapsed. Another phase: kNoSuchPhase.
-std::vector<ConsoleRow> TaskRows(Server& server, const std::string& phase);
+// columns (shown or hidden by the operator) and Elapsed; with `cellNames`, only those cells, in
+// that order. Another phase: kNoSuchPhase; a name of no cell: kNoSuchCell.
+std::vector<ConsoleRow> TaskRows(Server& server, const std::string& phase,
+                                 const std::vector<std::string>& cellNames = {});
 // One task's row as above; kNoSuchTask when it is not in the queue.
 ConsoleRow TaskRow(Server& server, const std::string& taskKey);
 // The task's steps in order: RowKey, the step list's columns, Command and OutputFile.

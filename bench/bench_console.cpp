@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "access/ConsoleQueries.h"
 #include "bench/ServerOnDisk.h"
 #include "calendar/Common.h"
 #include "core/tables/Status.h"
@@ -145,8 +146,17 @@ void RunStatus(benchmark::State& state, const std::vector<std::string>& args) {
 
 void BM_VqctlStatus(benchmark::State& state) { RunStatus(state, {"status"}); }
 void BM_VqctlStatusJson(benchmark::State& state) { RunStatus(state, {"status", "--json"}); }
+// The bus and the client's reading of the rows, without a table or JSON to make.
+void BM_VqctlStatusKeys(benchmark::State& state) { RunStatus(state, {"status", "--keys"}); }
 // The floor: a small question (whether the queue runs) with the process start it needs.
 void BM_VqctlQueueQuestion(benchmark::State& state) { RunStatus(state, {"queue"}); }
+
+// The engine's part of a status: the rows of the whole queue, without the bus.
+void BM_TaskRowsInTheEngine(benchmark::State& state) {
+    ConsoleBench& b = Shared();
+    for (auto _ : state) benchmark::DoNotOptimize(TaskRows(b.server, ""));
+    state.SetLabel(std::to_string(kTasks) + " tasks");
+}
 
 // A status --json is started, and small questions follow each other until it has ended;
 // the longest of them, less an idle one, is how long the server's thread was not free.
@@ -168,7 +178,9 @@ void BM_ServerBusyWhileAnswering(benchmark::State& state) {
 
 BENCHMARK(BM_VqctlStatus)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_VqctlStatusJson)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_VqctlStatusKeys)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_VqctlQueueQuestion)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TaskRowsInTheEngine)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ServerBusyWhileAnswering)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
 
 }  // namespace

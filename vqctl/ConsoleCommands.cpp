@@ -118,16 +118,26 @@ struct StatusOptions {
 
 int Status(const StatusOptions& options) {
     ServerConnection server("status");
-    const vq::BusRows rows = CallRows(server, "TaskRows", PhaseWord(options.phase));
+    const std::string phase = PhaseWord(options.phase);
     if (options.json) {
-        PrintJson(ToJson(rows));
-    } else if (options.keys) {
-        for (const vq::BusRow& row : rows) std::printf("%s\n", CellOf(row, vq::kRowKeyCell).c_str());
-    } else {
-        PrintTable({"Key", "Task Name", "Task Status", "Queue Priority", "Task RC", "Scheduled Time", "Elapsed"},
-                   CellsOf(rows, {vq::kRowKeyCell, "JobName", "Status", "Queue Priority", "JobRC", "SchTime", vq::kElapsedCell}),
-                   2);
+        const std::string json = server.Call(kExtrasInterface, "TaskRowsJson", {ToQString(phase)}).toString().toStdString();
+        std::printf("%s\n", json.c_str());
+        return 0;
     }
+    // The table and the keys ask for their cells only.
+    const std::vector<std::string> cells =
+        options.keys ? std::vector<std::string>{vq::kRowKeyCell}
+                     : std::vector<std::string>{vq::kRowKeyCell, "JobName", "Status", "Queue Priority", "JobRC", "SchTime", vq::kElapsedCell};
+    QStringList names;
+    for (const std::string& cell : cells) names.append(ToQString(cell));
+    server.Call(kExtrasInterface, "TaskRowCells", {ToQString(phase), names});
+    const vq::BusRows rows = qdbus_cast<vq::BusRows>(server.Answer().front());
+    if (options.keys) {
+        for (const vq::BusRow& row : rows) std::printf("%s\n", CellOf(row, vq::kRowKeyCell).c_str());
+        return 0;
+    }
+    PrintTable({"Key", "Task Name", "Task Status", "Queue Priority", "Task RC", "Scheduled Time", "Elapsed"},
+               CellsOf(rows, cells), 2);
     return 0;
 }
 

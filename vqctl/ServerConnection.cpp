@@ -28,7 +28,7 @@ int RefusalExitCode(const QString& errorName) {
     const QString prefix = QString::fromLatin1(vq::kErrorPrefix);
     if (!errorName.startsWith(prefix)) return 0;
     const std::string kind = errorName.mid(prefix.size()).toStdString();
-    return kind == vq::kNoSuchTask || kind == vq::kNoSuchPhase ? 2 : 1;
+    return kind == vq::kNoSuchTask || kind == vq::kNoSuchPhase || kind == vq::kNoSuchCell ? 2 : 1;
 }
 
 // Copies `source` into $InQ under a name of its own; the name.

@@ -10,18 +10,30 @@ QString BusRow::Cell(const QString& name) const {
     return {};
 }
 
-BusRow ToBusRow(const ConsoleRow& row) {
+namespace {
+
+// Rows name their cells alike, so the names of the first row are converted once and shared.
+BusRow ConvertRow(const ConsoleRow& row, const ConsoleRow* first, const BusRow* firstConverted) {
     BusRow busRow;
     busRow.cells.reserve(static_cast<qsizetype>(row.size()));
-    for (const auto& [name, text] : row)
-        busRow.cells.append({QString::fromStdString(name), QString::fromStdString(text)});
+    for (size_t i = 0; i < row.size(); ++i) {
+        const auto& [name, text] = row[i];
+        const bool same = first && i < first->size() && (*first)[i].first == name;
+        busRow.cells.append({same ? firstConverted->cells[static_cast<qsizetype>(i)].first : QString::fromStdString(name),
+                             QString::fromStdString(text)});
+    }
     return busRow;
 }
+
+}  // namespace
+
+BusRow ToBusRow(const ConsoleRow& row) { return ConvertRow(row, nullptr, nullptr); }
 
 BusRows ToBusRows(const std::vector<ConsoleRow>& rows) {
     BusRows busRows;
     busRows.reserve(static_cast<qsizetype>(rows.size()));
-    for (const ConsoleRow& row : rows) busRows.append(ToBusRow(row));
+    for (const ConsoleRow& row : rows)
+        busRows.append(busRows.isEmpty() ? ToBusRow(row) : ConvertRow(row, &rows.front(), &busRows.front()));
     return busRows;
 }
 

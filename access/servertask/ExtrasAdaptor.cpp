@@ -2,6 +2,7 @@
 
 #include <QDBusConnection>
 #include <exception>
+#include <nlohmann/json.hpp>
 #include <type_traits>
 #include <utility>
 
@@ -51,6 +52,27 @@ bool ExtrasAdaptor::SubmitTaskAndKey(const QString& InputQFile, QString& TaskKey
 
 BusRows ExtrasAdaptor::TaskRows(const QString& Phase, const QDBusMessage& message) {
     return Answer(message, [&] { return ToBusRows(vq::TaskRows(server_, Phase.toStdString())); });
+}
+
+BusRows ExtrasAdaptor::TaskRowCells(const QString& Phase, const QStringList& Cells, const QDBusMessage& message) {
+    return Answer(message, [&] {
+        std::vector<std::string> names;
+        for (const QString& name : Cells) names.push_back(name.toStdString());
+        return ToBusRows(vq::TaskRows(server_, Phase.toStdString(), names));
+    });
+}
+
+QString ExtrasAdaptor::TaskRowsJson(const QString& Phase, const QDBusMessage& message) {
+    return Answer(message, [&] {
+        nlohmann::ordered_json rows = nlohmann::ordered_json::array();
+        for (const ConsoleRow& row : vq::TaskRows(server_, Phase.toStdString())) {
+            nlohmann::ordered_json object = nlohmann::ordered_json::object();
+            for (const auto& [name, text] : row) object.emplace(name, text);
+            rows.push_back(std::move(object));
+        }
+        // Cells are 8-bit text as the tables hold them; what is no UTF-8 is replaced.
+        return QString::fromStdString(rows.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+    });
 }
 
 BusRow ExtrasAdaptor::TaskRow(const QString& TaskKey, const QDBusMessage& message) {

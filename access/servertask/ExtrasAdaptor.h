@@ -7,6 +7,7 @@
 #include <QDBusAbstractAdaptor>
 #include <QDBusMessage>
 #include <QString>
+#include <QStringList>
 #include <functional>
 
 #include "access/ServerTaskCalls.h"
@@ -32,6 +33,11 @@ public Q_SLOTS:
     // The task list; an empty Phase for the whole queue, else Running, Ready, Waiting or
     // Complete.
     vq::BusRows TaskRows(const QString& Phase, const QDBusMessage& message);
+    // As TaskRows with only the named cells, in that order: less to send for a short table.
+    vq::BusRows TaskRowCells(const QString& Phase, const QStringList& Cells, const QDBusMessage& message);
+    // TaskRows as one JSON array of objects, cell names as keys: one text is much quicker to
+    // send than a dictionary for every row.
+    QString TaskRowsJson(const QString& Phase, const QDBusMessage& message);
     vq::BusRow TaskRow(const QString& TaskKey, const QDBusMessage& message);
     vq::BusRows StepRows(const QString& TaskKey, const QDBusMessage& message);
     QString TaskReport(const QString& TaskKey, const QDBusMessage& message);

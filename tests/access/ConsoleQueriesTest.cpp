@@ -54,6 +54,11 @@ TEST_F(ConsoleQueriesTest, TheWholeQueueInTableOrderAndAPhaseFromTheLastRowToThe
     EXPECT_EQ(Keys(TaskRows(*ts, kRunning)), (std::vector<std::string>{b}));
     EXPECT_EQ(Keys(TaskRows(*ts, kComplete)), (std::vector<std::string>{d}));
     EXPECT_TRUE(TaskRows(*ts, kReady).empty());
+    // Chosen cells come in the order asked for.
+    const std::vector<ConsoleRow> chosen = TaskRows(*ts, kRunning, {"Elapsed", "Status", "RowKey"});
+    ASSERT_EQ(chosen.size(), 1u);
+    EXPECT_EQ(chosen[0], (ConsoleRow{{"Elapsed", ""}, {"Status", kRunningHold}, {"RowKey", b}}));
+    EXPECT_EQ(RefusalOf([&] { TaskRows(*ts, "", {"Status", "Password"}); }, "'Password'"), kNoSuchCell);
     for (const std::string phase : {"running", "Removed", "Waiting - Hold"})
         EXPECT_EQ(RefusalOf([&] { TaskRows(*ts, phase); }, "'" + phase + "'"), kNoSuchPhase);
 }

@@ -33,7 +33,7 @@ protected:
 TEST_F(ConsoleProcessTest, StatusShowsWhatTheBusReturnsAsJsonAndAsAPlainTable) {
     auto server = StartServer();
     const std::string done = Add({"--name", "Done", "--", "true"});
-    const std::string later = Add({"--name", "Later", "--class", "C", "--at", "2099-01-01 00:00:00", "--after", "Done", "--", "echo", "later"});
+    const std::string later = Add({"--name", "Later", "--class", "C", "--at", "2099-01-01 00:00:00", "--after", "Nightly", "--", "echo", "later"});
     const std::string held = Add({"--at", "2099-01-01", "--", "sleep 1"});
     const std::string cancelled = Add({"--name", "Gone", "--at", "2099-01-01", "--", "true"});
     EXPECT_EQ(done, "000001-Done");
@@ -60,7 +60,7 @@ TEST_F(ConsoleProcessTest, StatusShowsWhatTheBusReturnsAsJsonAndAsAPlainTable) {
     const nlohmann::json& laterRow = rows[later];
     EXPECT_EQ(laterRow["Status"], "Waiting");
     EXPECT_EQ(laterRow["Class"], "C");
-    EXPECT_EQ(laterRow["Dependency"], "Done");
+    EXPECT_EQ(laterRow["Dependency"], "Nightly");
     EXPECT_EQ(laterRow["SchTime"], "01/01/99 00:00:00");
     EXPECT_EQ(laterRow["MaxRunTime"], "Unlimited");
     // The cells keep the order of the columns.
