@@ -54,7 +54,8 @@ std::vector<CellSource> ListCells(const VqTable& table) {
     for (size_t i = 0; i < table.Columns().size(); ++i) {
         const std::string& key = table.Columns()[i].key;
         if (!table.Columns()[i].viewFlag.empty())
-            cells.push_back({key == "CurRepeat" ? CellSource::NextRun : CellSource::Column, key, i});
+            cells.push_back(
+                {key == "CurRepeat" ? CellSource::NextRun : CellSource::Column, key, i});
     }
     return cells;
 }
@@ -67,12 +68,15 @@ std::vector<CellSource> TaskCells(const VqTable& table) {
 }
 
 // The cells of `all` that `names` names, in the order of `names`; all of them for none.
-std::vector<CellSource> ChosenCells(std::vector<CellSource> all, const std::vector<std::string>& names) {
+std::vector<CellSource> ChosenCells(std::vector<CellSource> all,
+                                    const std::vector<std::string>& names) {
     if (names.empty()) return all;
     std::vector<CellSource> chosen;
     for (const std::string& name : names) {
-        const auto found = std::find_if(all.begin(), all.end(), [&](const CellSource& c) { return c.name == name; });
-        if (found == all.end()) throw ConsoleRefusal(kNoSuchCell, "no cell '" + name + "' in a task's row");
+        const auto found = std::find_if(all.begin(), all.end(),
+                                        [&](const CellSource& c) { return c.name == name; });
+        if (found == all.end())
+            throw ConsoleRefusal(kNoSuchCell, "no cell '" + name + "' in a task's row");
         chosen.push_back(*found);
     }
     return chosen;
@@ -85,7 +89,8 @@ ConsoleRow MakeTaskRow(Server& server, const std::vector<CellSource>& cells, con
     for (const CellSource& cell : cells) {
         switch (cell.kind) {
             case CellSource::Column:
-                result.emplace_back(cell.name, DisplayedCellText(cell.name, row.cells[cell.column]));
+                result.emplace_back(cell.name,
+                                    DisplayedCellText(cell.name, row.cells[cell.column]));
                 break;
             case CellSource::Key:
                 result.emplace_back(cell.name, row.key);
@@ -110,7 +115,8 @@ bool IsPhase(const std::string& phase) {
 std::string DisplayedCellText(const std::string& columnKey, const std::string& cell) {
     if (columnKey == "CPU") return PriorityName(static_cast<uint8_t>(Val(cell)));
     if (columnKey == "Queue Priority") return std::to_string(Val(cell));
-    if (columnKey == "PeakMem" || columnKey == "SPeakMem") return FormatThousands(Val(cell)) + " KB";
+    if (columnKey == "PeakMem" || columnKey == "SPeakMem")
+        return FormatThousands(Val(cell)) + " KB";
     if (columnKey == "Units" || columnKey == "SUnits") return FormatThousands(Val(cell));
     if (columnKey == "IO" || columnKey == "SIO") return FormatThousandsIo(Val(cell) * kIoScale);
     // No limit is kept as "000000000", so the test is on the number.
@@ -120,7 +126,8 @@ std::string DisplayedCellText(const std::string& columnKey, const std::string& c
     return cell;
 }
 
-std::vector<ConsoleRow> TaskRows(Server& server, const std::string& phase, const std::vector<std::string>& cellNames) {
+std::vector<ConsoleRow> TaskRows(Server& server, const std::string& phase,
+                                 const std::vector<std::string>& cellNames) {
     if (!phase.empty() && !IsPhase(phase))
         throw ConsoleRefusal(kNoSuchPhase, "no status phase '" + phase +
                                                "': it is one of Running, Ready, Waiting, Complete");
@@ -143,7 +150,8 @@ ConsoleRow TaskRow(Server& server, const std::string& taskKey) {
 }
 
 std::vector<ConsoleRow> StepRows(Server& server, const std::string& taskKey) {
-    const std::string folder = WithBackslash(TaskRowOf(server, taskKey).cells[server.tables.TaskTable.ColumnIndex("RF")]);
+    const std::string folder =
+        WithBackslash(TaskRowOf(server, taskKey).cells[server.tables.TaskTable.ColumnIndex("RF")]);
     const VqTable& table = server.tables.StepTable;
     const std::vector<CellSource> columns = ListCells(table);
     const size_t command = static_cast<size_t>(table.ColumnIndex("Command"));
@@ -153,7 +161,8 @@ std::vector<ConsoleRow> StepRows(Server& server, const std::string& taskKey) {
         const VqRow* row = table.FindRow(MakeStepKey(taskKey, step));
         if (!row) break;
         ConsoleRow cells{{kRowKeyCell, row->key}};
-        for (const CellSource& c : columns) cells.emplace_back(c.name, DisplayedCellText(c.name, row->cells[c.column]));
+        for (const CellSource& c : columns)
+            cells.emplace_back(c.name, DisplayedCellText(c.name, row->cells[c.column]));
         cells.emplace_back("Command", row->cells[command]);
         // Where the step runner appends what the step prints.
         cells.emplace_back(kOutputFileCell, folder + "Step" + std::to_string(step) + ".txt");
@@ -167,7 +176,8 @@ std::string TaskReportText(Server& server, const std::string& taskKey) {
     const std::string path = ReportPath(server, taskKey);
     std::string text;
     if (!ReadWholeFile(path, text))
-        throw ConsoleRefusal(kNoReport, "the report of " + taskKey + " can't be read: " + path + ": " + ErrnoText(errno));
+        throw ConsoleRefusal(kNoReport, "the report of " + taskKey + " can't be read: " + path +
+                                            ": " + ErrnoText(errno));
     return text;
 }
 
@@ -175,10 +185,12 @@ void RemoveFinishedTask(Server& server, const std::string& taskKey) {
     const VqRow& row = TaskRowOf(server, taskKey);
     const std::string status = row.cells[server.tables.TaskTable.ColumnIndex("Status")];
     if (BaseStatus(status) != kComplete)
-        throw ConsoleRefusal(kNotFinished, "the task " + taskKey + " is " + status +
-                                               ": only a finished task can be removed (cancel it first)");
+        throw ConsoleRefusal(kNotFinished,
+                             "the task " + taskKey + " is " + status +
+                                 ": only a finished task can be removed (cancel it first)");
     if (!RemoveTask(server, taskKey, true))
-        throw ConsoleRefusal(kRemovalFailed, "the task " + taskKey + " could not be removed; the server log says why");
+        throw ConsoleRefusal(kRemovalFailed, "the task " + taskKey +
+                                                 " could not be removed; the server log says why");
     SaveQueueDatabase(server);
     server.screen.LoadTree();
 }

@@ -21,13 +21,13 @@ inline const std::string kElapsedCell = "Elapsed";
 inline const std::string kOutputFileCell = "OutputFile";
 
 class ConsoleRefusal : public std::runtime_error {
-public:
+  public:
     // `kind` is one of the names below; the message is for people.
     ConsoleRefusal(std::string kind, const std::string& message)
         : std::runtime_error(message), kind_(std::move(kind)) {}
     const std::string& Kind() const { return kind_; }
 
-private:
+  private:
     std::string kind_;
 };
 

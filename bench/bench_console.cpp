@@ -43,7 +43,8 @@ std::string BinFolder() {
 
 // Starts a program with the environment of this process and `extra`; standard output to
 // /dev/null unless `quiet` is false.
-pid_t Spawn(const std::vector<std::string>& argv, const std::vector<std::string>& extra, bool quiet = true) {
+pid_t Spawn(const std::vector<std::string>& argv, const std::vector<std::string>& extra,
+            bool quiet = true) {
     std::vector<std::string> env(extra);
     for (char** at = environ; *at; ++at) env.emplace_back(*at);
     std::vector<char*> args, envp;
@@ -78,8 +79,11 @@ struct ConsoleBench : bench::ServerOnDisk {
         if (!SaveQueueDatabase(server)) std::abort();
         env = {"XDG_CONFIG_HOME=" + folder + "cfg", "HOME=" + folder, "LC_ALL=C",
                "DBUS_SESSION_BUS_ADDRESS=unix:path=" + folder + "bus"};
-        bus = Spawn({"/usr/bin/dbus-daemon", "--session", "--nofork", "--address=unix:path=" + folder + "bus"}, {});
-        while (!PathExists(folder + "bus")) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        bus = Spawn({"/usr/bin/dbus-daemon", "--session", "--nofork",
+                     "--address=unix:path=" + folder + "bus"},
+                    {});
+        while (!PathExists(folder + "bus"))
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
         vqserv = Spawn({BinFolder() + "vqserv", "--headless", "--queue-root", root}, env);
         while (Vqctl({"queue"}) != 0) std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
@@ -97,21 +101,44 @@ struct ConsoleBench : bench::ServerOnDisk {
         VqTable& tasks = server.tables.TaskTable;
         VqRow& row = tasks.AddRow(key, name);
         const std::pair<const char*, std::string> cells[] = {
-            {"ID", ZeroPad(number, 6)}, {"Status", done ? kComplete : kWaiting}, {"Class", "A"},
-            {"UserName", "$LOCALUSER$"}, {"Domain", "$LOCALS$"}, {"Server", "HOST"}, {"JobReport", name},
-            {"Queue Priority", "000120"}, {"CPU", "22"}, {"SchTime", "2099-01-01 00:00:00"},
-            {"SubTime", "2026-01-01 00:00:00"}, {"AllR", "0001"}, {"CurRepeat", "0"}, {"CurStep", "0000"},
-            {"AllSteps", "0001"}, {"JobRC", "01"}, {"MaxRC", "08"}, {"MaxRunTime", "000000000"},
-            {"PeakMem", "000001234"}, {"IO", "00000000005678"}, {"TCPU", "0:00:00:01:234"},
-            {"Units", "000000042"}, {"RF", root + "$LOCALS$/$LOCALUSER$/" + name + "/" + ZeroPad(number, 6)},
+            {"ID", ZeroPad(number, 6)},
+            {"Status", done ? kComplete : kWaiting},
+            {"Class", "A"},
+            {"UserName", "$LOCALUSER$"},
+            {"Domain", "$LOCALS$"},
+            {"Server", "HOST"},
+            {"JobReport", name},
+            {"Queue Priority", "000120"},
+            {"CPU", "22"},
+            {"SchTime", "2099-01-01 00:00:00"},
+            {"SubTime", "2026-01-01 00:00:00"},
+            {"AllR", "0001"},
+            {"CurRepeat", "0"},
+            {"CurStep", "0000"},
+            {"AllSteps", "0001"},
+            {"JobRC", "01"},
+            {"MaxRC", "08"},
+            {"MaxRunTime", "000000000"},
+            {"PeakMem", "000001234"},
+            {"IO", "00000000005678"},
+            {"TCPU", "0:00:00:01:234"},
+            {"Units", "000000042"},
+            {"RF", root + "$LOCALS$/$LOCALUSER$/" + name + "/" + ZeroPad(number, 6)},
             // A finished task stays until long after the benchmark.
-            {"Start", done ? "2026-01-01 00:00:00" : ""}, {"End", done ? "2099-01-01 00:00:00" : ""}};
+            {"Start", done ? "2026-01-01 00:00:00" : ""},
+            {"End", done ? "2099-01-01 00:00:00" : ""}};
         for (const auto& [column, value] : cells) row.cells[tasks.ColumnIndex(column)] = value;
         VqTable& steps = server.tables.StepTable;
         VqRow& step = steps.AddRow(MakeStepKey(key, 1), StepRowText(1));
         const std::pair<const char*, std::string> stepCells[] = {
-            {"StepStatus", done ? "Complete" : "Pending"}, {"Execute", "Yes"}, {"StepRC", "01"}, {"MinRC", "1"},
-            {"MaxRC", "1"}, {"Command", "make -C src all"}, {"WorkDir", "%VQS%"}, {"Parent", key}};
+            {"StepStatus", done ? "Complete" : "Pending"},
+            {"Execute", "Yes"},
+            {"StepRC", "01"},
+            {"MinRC", "1"},
+            {"MaxRC", "1"},
+            {"Command", "make -C src all"},
+            {"WorkDir", "%VQS%"},
+            {"Parent", key}};
         for (const auto& [column, value] : stepCells) step.cells[steps.ColumnIndex(column)] = value;
     }
 
@@ -168,7 +195,8 @@ void BM_ServerBusyWhileAnswering(benchmark::State& state) {
         const pid_t status = Spawn({BinFolder() + "vqctl", "status", "--json"}, b.env);
         double longest = 0;
         int finished = 0;
-        while (::waitpid(status, &finished, WNOHANG) == 0) longest = std::max(longest, b.TimedVqctlMs({"queue"}));
+        while (::waitpid(status, &finished, WNOHANG) == 0)
+            longest = std::max(longest, b.TimedVqctlMs({"queue"}));
         busiest = std::max(busiest, longest - idle);
         state.SetIterationTime(longest / 1000);
     }
@@ -181,7 +209,10 @@ BENCHMARK(BM_VqctlStatusJson)->UseManualTime()->Iterations(10)->Unit(benchmark::
 BENCHMARK(BM_VqctlStatusKeys)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_VqctlQueueQuestion)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_TaskRowsInTheEngine)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ServerBusyWhileAnswering)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ServerBusyWhileAnswering)
+    ->UseManualTime()
+    ->Iterations(5)
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

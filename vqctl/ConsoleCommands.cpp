@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <QThread>
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -74,8 +75,8 @@ bool ColoursWanted() { return ::isatty(STDOUT_FILENO) == 1 && !std::getenv("NO_C
 
 // Columns padded to their widest cell, two blanks apart; the cells of `statusColumn` (when
 // not -1) coloured by their status family.
-void PrintTable(const std::vector<std::string>& headers, const std::vector<std::vector<std::string>>& rows,
-                int statusColumn) {
+void PrintTable(const std::vector<std::string>& headers,
+                const std::vector<std::vector<std::string>>& rows, int statusColumn) {
     std::vector<size_t> widths(headers.size());
     for (size_t c = 0; c < headers.size(); ++c) {
         widths[c] = headers[c].size();
@@ -85,7 +86,9 @@ void PrintTable(const std::vector<std::string>& headers, const std::vector<std::
     auto printRow = [&](const std::vector<std::string>& cells, bool isHeader) {
         std::string line;
         for (size_t c = 0; c < cells.size(); ++c) {
-            const char* colour = !isHeader && colours && static_cast<int>(c) == statusColumn ? FamilyColour(cells[c]) : nullptr;
+            const char* colour = !isHeader && colours && static_cast<int>(c) == statusColumn
+                                     ? FamilyColour(cells[c])
+                                     : nullptr;
             line += colour ? colour + cells[c] + "\033[0m" : cells[c];
             if (c + 1 < cells.size()) line += std::string(widths[c] - cells[c].size() + 2, ' ');
         }
@@ -95,7 +98,8 @@ void PrintTable(const std::vector<std::string>& headers, const std::vector<std::
     for (const auto& row : rows) printRow(row, false);
 }
 
-std::vector<std::vector<std::string>> CellsOf(const vq::BusRows& rows, const std::vector<std::string>& names) {
+std::vector<std::vector<std::string>> CellsOf(const vq::BusRows& rows,
+                                              const std::vector<std::string>& names) {
     std::vector<std::vector<std::string>> table;
     for (const vq::BusRow& row : rows) {
         std::vector<std::string> cells;
@@ -105,9 +109,12 @@ std::vector<std::vector<std::string>> CellsOf(const vq::BusRows& rows, const std
     return table;
 }
 
-// "running" or "RUNNING" as the server spells the phase.
+// "running" or "RUNNING" as the server spells the phase: "Running".
 std::string PhaseWord(std::string text) {
-    for (size_t i = 0; i < text.size(); ++i) text[i] = i == 0 ? static_cast<char>(std::toupper(static_cast<unsigned char>(text[i]))) : static_cast<char>(std::tolower(static_cast<unsigned char>(text[i])));
+    for (size_t i = 0; i < text.size(); ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        text[i] = static_cast<char>(i == 0 ? std::toupper(c) : std::tolower(c));
+    }
     return text;
 }
 
@@ -120,23 +127,29 @@ int Status(const StatusOptions& options) {
     ServerConnection server("status");
     const std::string phase = PhaseWord(options.phase);
     if (options.json) {
-        const std::string json = server.Call(kExtrasInterface, "TaskRowsJson", {ToQString(phase)}).toString().toStdString();
+        const std::string json = server.Call(kExtrasInterface, "TaskRowsJson", {ToQString(phase)})
+                                     .toString()
+                                     .toStdString();
         std::printf("%s\n", json.c_str());
         return 0;
     }
     // The table and the keys ask for their cells only.
     const std::vector<std::string> cells =
         options.keys ? std::vector<std::string>{vq::kRowKeyCell}
-                     : std::vector<std::string>{vq::kRowKeyCell, "JobName", "Status", "Queue Priority", "JobRC", "SchTime", vq::kElapsedCell};
+                     : std::vector<std::string>{vq::kRowKeyCell,  "JobName", "Status",
+                                                "Queue Priority", "JobRC",   "SchTime",
+                                                vq::kElapsedCell};
     QStringList names;
     for (const std::string& cell : cells) names.append(ToQString(cell));
     server.Call(kExtrasInterface, "TaskRowCells", {ToQString(phase), names});
     const vq::BusRows rows = qdbus_cast<vq::BusRows>(server.Answer().front());
     if (options.keys) {
-        for (const vq::BusRow& row : rows) std::printf("%s\n", CellOf(row, vq::kRowKeyCell).c_str());
+        for (const vq::BusRow& row : rows)
+            std::printf("%s\n", CellOf(row, vq::kRowKeyCell).c_str());
         return 0;
     }
-    PrintTable({"Key", "Task Name", "Task Status", "Queue Priority", "Task RC", "Scheduled Time", "Elapsed"},
+    PrintTable({"Key", "Task Name", "Task Status", "Queue Priority", "Task RC", "Scheduled Time",
+                "Elapsed"},
                CellsOf(rows, cells), 2);
     return 0;
 }
@@ -150,22 +163,29 @@ int Show(const std::string& key, bool json) {
         return 0;
     }
     size_t width = 0;
-    for (const auto& cell : task.cells) width = std::max(width, static_cast<size_t>(cell.first.size()));
+    for (const auto& cell : task.cells)
+        width = std::max(width, static_cast<size_t>(cell.first.size()));
     for (const auto& [name, text] : task.cells)
-        std::printf("%-*s  %s\n", static_cast<int>(width), name.toStdString().c_str(), text.toStdString().c_str());
+        std::printf("%-*s  %s\n", static_cast<int>(width), name.toStdString().c_str(),
+                    text.toStdString().c_str());
     std::printf("\n");
     std::vector<std::string> names;
     if (!steps.isEmpty())
         for (const auto& cell : steps.front().cells)
-            if (cell.first.toStdString() != vq::kRowKeyCell && cell.first.toStdString() != vq::kOutputFileCell) names.push_back(cell.first.toStdString());
-    if (steps.isEmpty()) std::printf("(no steps)\n");
-    else PrintTable(names, CellsOf(steps, names), 1);
+            if (cell.first.toStdString() != vq::kRowKeyCell &&
+                cell.first.toStdString() != vq::kOutputFileCell)
+                names.push_back(cell.first.toStdString());
+    if (steps.isEmpty())
+        std::printf("(no steps)\n");
+    else
+        PrintTable(names, CellsOf(steps, names), 1);
     return 0;
 }
 
 int Report(const std::string& key) {
     ServerConnection server("report");
-    const std::string text = server.Call(kExtrasInterface, "TaskReport", {ToQString(key)}).toString().toStdString();
+    const std::string text =
+        server.Call(kExtrasInterface, "TaskReport", {ToQString(key)}).toString().toStdString();
     std::fwrite(text.data(), 1, text.size(), stdout);
     return 0;
 }
@@ -186,7 +206,9 @@ void CopyNewBytes(const std::string& path, off_t& offset) {
     std::fflush(stdout);
 }
 
-bool HasEnded(const vq::BusRow& task) { return vq::BaseStatus(CellOf(task, "Status")) == vq::kComplete; }
+bool HasEnded(const vq::BusRow& task) {
+    return vq::BaseStatus(CellOf(task, "Status")) == vq::kComplete;
+}
 
 // The output of each step in turn, a running one as it grows, until the task has ended.
 int Follow(const std::string& key) {
@@ -199,7 +221,8 @@ int Follow(const std::string& key) {
         const vq::BusRows steps = CallRows(server, "StepRows", key);
         while (step < static_cast<size_t>(steps.size())) {
             const std::string status = CellOf(steps[step], "StepStatus");
-            const bool neverRuns = status == vq::kStepSkipped || (status == vq::kStepPending && ended);
+            const bool neverRuns =
+                status == vq::kStepSkipped || (status == vq::kStepPending && ended);
             if (status == vq::kStepPending && !ended) break;
             if (!neverRuns) CopyNewBytes(CellOf(steps[step], vq::kOutputFileCell), offset);
             if (status == vq::kStepRunning) break;
@@ -246,10 +269,11 @@ int Wait(const std::string& key) {
     for (;;) {
         const vq::BusRow task = CallRow(server, "TaskRow", key);
         if (HasEnded(task)) {
-            const std::string status = CellOf(task, "Status"), rc = CellOf(task, "JobRC"), maxRc = CellOf(task, "MaxRC");
+            const std::string status = CellOf(task, "Status"), rc = CellOf(task, "JobRC"),
+                              maxRc = CellOf(task, "MaxRC");
             if (status == vq::kComplete && vq::Val(rc) <= vq::Val(maxRc)) return 0;
-            std::fprintf(stderr, "vqctl wait: %s ended \"%s\" with Task RC %s (Max RC %s)\n", key.c_str(), status.c_str(),
-                         rc.c_str(), maxRc.c_str());
+            std::fprintf(stderr, "vqctl wait: %s ended \"%s\" with Task RC %s (Max RC %s)\n",
+                         key.c_str(), status.c_str(), rc.c_str(), maxRc.c_str());
             return 1;
         }
         QThread::msleep(kPollMs);
@@ -277,7 +301,8 @@ int Add(AddOptions options) {
     if (!named) options.taskOptions.emplace_back("--name", NameOfCommand(command));
 
     char folder[] = "/tmp/vqctl-add-XXXXXX";
-    if (!::mkdtemp(folder)) Fail("add", 1, std::string("cannot make a temporary folder: ") + vq::ErrnoText(errno));
+    if (!::mkdtemp(folder))
+        Fail("add", 1, std::string("cannot make a temporary folder: ") + vq::ErrnoText(errno));
     // The file's name becomes part of the name in $InQ; the task's name is in the file.
     const std::string path = std::string(folder) + "/add.vqf";
     const std::string problem = WriteOneStepTask(options.taskOptions, command, path);
@@ -304,24 +329,32 @@ void AddConsoleCommands(CLI::App& app, int& exitCode) {
     auto key = std::make_shared<std::string>();
 
     auto status = std::make_shared<StatusOptions>();
-    CLI::App* statusCommand = app.add_subcommand("status", "Show the queue as the main window's task list does");
-    statusCommand->add_option("--status", status->phase, "only the tasks of one status phase: running, ready, waiting or complete");
-    statusCommand->add_flag("--json", status->json, "one JSON array of the task rows, cell names as keys");
+    CLI::App* statusCommand =
+        app.add_subcommand("status", "Show the queue as the main window's task list does");
+    statusCommand->add_option(
+        "--status", status->phase,
+        "only the tasks of one status phase: running, ready, waiting or complete");
+    statusCommand->add_flag("--json", status->json,
+                            "one JSON array of the task rows, cell names as keys");
     statusCommand->add_flag("--keys", status->keys, "only the task keys, one a line");
-    statusCommand->footer("The whole queue is listed in the task list's order; a phase lists its tasks from the\n"
-                          "last to the first, as the window shows a freshly chosen group. Colours by status\n"
-                          "family only when standard output is a terminal (and NO_COLOR is not set).");
-    statusCommand->callback([status, &exitCode] { exitCode = Guarded([&] { return Status(*status); }); });
+    statusCommand->footer(
+        "The whole queue is listed in the task list's order; a phase lists its tasks from the\n"
+        "last to the first, as the window shows a freshly chosen group. Colours by status\n"
+        "family only when standard output is a terminal (and NO_COLOR is not set).");
+    statusCommand->callback(
+        [status, &exitCode] { exitCode = Guarded([&] { return Status(*status); }); });
 
     auto json = std::make_shared<bool>(false);
     CLI::App* show = KeyCommand(app, "show", "Show a task's cells and its steps", *key);
     show->add_flag("--json", *json, "one JSON object: {\"task\": {...}, \"steps\": [...]}");
-    show->callback([key, json, &exitCode] { exitCode = Guarded([&] { return Show(*key, *json); }); });
+    show->callback(
+        [key, json, &exitCode] { exitCode = Guarded([&] { return Show(*key, *json); }); });
 
     KeyCommand(app, "report", "Print a task's report", *key)->callback([key, &exitCode] {
         exitCode = Guarded([&] { return Report(*key); });
     });
-    KeyCommand(app, "follow", "Print what the task's steps print, as they print it, until the task ends", *key)
+    KeyCommand(app, "follow",
+               "Print what the task's steps print, as they print it, until the task ends", *key)
         ->callback([key, &exitCode] { exitCode = Guarded([&] { return Follow(*key); }); });
 
     auto follow = std::make_shared<bool>(false);
@@ -330,7 +363,9 @@ void AddConsoleCommands(CLI::App& app, int& exitCode) {
     log->callback([follow, &exitCode] { exitCode = Guarded([&] { return Log(*follow); }); });
 
     auto action = std::make_shared<std::string>();
-    CLI::App* queue = app.add_subcommand("queue", "Start or stop the queue (as Start Queue and Stop Queue), or tell whether it runs");
+    CLI::App* queue = app.add_subcommand(
+        "queue",
+        "Start or stop the queue (as Start Queue and Stop Queue), or tell whether it runs");
     queue->add_option("ACTION", *action, "start or stop; none to tell whether the queue runs")
         ->check(CLI::IsMember({"start", "stop"}));
     queue->callback([action, &exitCode] { exitCode = Guarded([&] { return Queue(*action); }); });
@@ -339,7 +374,8 @@ void AddConsoleCommands(CLI::App& app, int& exitCode) {
         ->callback([key, &exitCode] { exitCode = Guarded([&] { return Remove(*key); }); });
 
     auto add = std::make_shared<AddOptions>();
-    CLI::App* addCommand = app.add_subcommand("add", "Hand in a task of one step that runs COMMAND; prints its key");
+    CLI::App* addCommand =
+        app.add_subcommand("add", "Hand in a task of one step that runs COMMAND; prints its key");
     const std::pair<const char*, const char*> taskOptions[] = {
         {"--name", "task name (default: the program's file name)"},
         {"--class", "task class, A to Z (default A)"},
@@ -348,16 +384,25 @@ void AddConsoleCommands(CLI::App& app, int& exitCode) {
     for (const auto& [option, description] : taskOptions) {
         const std::string name = option;
         addCommand->add_option_function<std::string>(
-            option, [add, name](const std::string& value) { add->taskOptions.emplace_back(name, value); }, description);
+            option,
+            [add, name](const std::string& value) { add->taskOptions.emplace_back(name, value); },
+            description);
     }
-    addCommand->add_option("COMMAND", add->words, "the command line, run with /bin/sh -c; its words are joined by blanks")->required();
-    addCommand->footer("The task has the defaults of new-task: class A, queue priority 3, scheduled now, a single\n"
-                       "run. Example:\n  vqctl add --name backup -- rsync -a ~/docs /mnt/backup");
+    addCommand
+        ->add_option("COMMAND", add->words,
+                     "the command line, run with /bin/sh -c; its words are joined by blanks")
+        ->required();
+    addCommand->footer(
+        "The task has the defaults of new-task: class A, queue priority 3, scheduled now, a "
+        "single\n"
+        "run. Example:\n  vqctl add --name backup -- rsync -a ~/docs /mnt/backup");
     addCommand->callback([add, &exitCode] { exitCode = Guarded([&] { return Add(*add); }); });
 
     KeyCommand(app, "wait", "Wait until the task ends", *key)
-        ->footer("Exit status 0 when the task ended \"Complete\" with its Task RC within its Max RC, 1 when\n"
-                 "it ended otherwise, 2 for an unknown key or when no server answers.")
+        ->footer(
+            "Exit status 0 when the task ended \"Complete\" with its Task RC within its Max RC, 1 "
+            "when\n"
+            "it ended otherwise, 2 for an unknown key or when no server answers.")
         ->callback([key, &exitCode] { exitCode = Guarded([&] { return Wait(*key); }); });
 }
 

@@ -32,15 +32,18 @@ int RefusalExitCode(const QString& errorName) {
 }
 
 // Copies `source` into $InQ under a name of its own; the name.
-std::string CopyIntoInputFolder(const std::string& command, const std::string& inQueue, const std::string& source) {
+std::string CopyIntoInputFolder(const std::string& command, const std::string& inQueue,
+                                const std::string& source) {
     std::string content;
     if (!vq::ReadWholeFile(source, content)) Fail(command, 1, source + ": " + vq::ErrnoText(errno));
     std::string stem = source.substr(source.find_last_of('/') + 1);
-    if (stem.size() > 4 && stem.compare(stem.size() - 4, 4, ".vqf") == 0) stem.resize(stem.size() - 4);
+    if (stem.size() > 4 && stem.compare(stem.size() - 4, 4, ".vqf") == 0)
+        stem.resize(stem.size() - 4);
     std::string path = inQueue + stem + "-XXXXXX.vqf";
     const int fd = ::mkstemps(path.data(), 4);
     if (fd < 0) Fail(command, 1, "cannot write into " + inQueue + ": " + vq::ErrnoText(errno));
-    const bool written = ::write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size());
+    const bool written =
+        ::write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size());
     ::close(fd);
     if (!written) {
         ::unlink(path.c_str());
@@ -70,12 +73,14 @@ ServerConnection::ServerConnection(std::string command) : command_(std::move(com
     if (!QCoreApplication::instance()) app_ = std::make_unique<QCoreApplication>(argc_, argv_);
     vq::RegisterBusRowTypes();
     QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected()) Fail(command_, 2, std::string(kNoServer) + " (no session bus was found)");
+    if (!bus.isConnected())
+        Fail(command_, 2, std::string(kNoServer) + " (no session bus was found)");
     if (!bus.interface()->isServiceRegistered(ToQString(vq::servertask::kBusName)).value())
         Fail(command_, 2, kNoServer);
 }
 
-QVariant ServerConnection::Call(const char* interface, const char* member, const QVariantList& args) {
+QVariant ServerConnection::Call(const char* interface, const char* member,
+                                const QVariantList& args) {
     QDBusMessage call = QDBusMessage::createMethodCall(ToQString(vq::servertask::kBusName),
                                                        ToQString(vq::servertask::kObjectPath),
                                                        ToQString(interface), ToQString(member));
@@ -102,7 +107,9 @@ QVariant ServerConnection::Property(const char* interface, const char* name) {
         .variant();
 }
 
-QVariant ServerConnection::Property(const char* name) { return Property(vq::servertask::kInterface, name); }
+QVariant ServerConnection::Property(const char* name) {
+    return Property(vq::servertask::kInterface, name);
+}
 
 std::string ServerConnection::QueueRoot() {
     return vq::WithBackslash(Property("QueueLocation").toString().toStdString());
@@ -112,11 +119,14 @@ int SubmitFile(ServerConnection& server, const std::string& file) {
     const std::string& command = server.Command();
     const std::string root = server.QueueRoot();
     const std::string name = CopyIntoInputFolder(command, root + "$InQ/", file);
-    const bool accepted = server.Call(kExtrasInterface, "SubmitTaskAndKey", {ToQString(name)}).toBool();
-    const std::string key = server.Answer().size() > 1 ? server.Answer()[1].toString().toStdString() : "";
+    const bool accepted =
+        server.Call(kExtrasInterface, "SubmitTaskAndKey", {ToQString(name)}).toBool();
+    const std::string key =
+        server.Answer().size() > 1 ? server.Answer()[1].toString().toStdString() : "";
     const std::string log = root + "$Data/SrvLog.txt";
     if (!accepted) Fail(command, 1, "the server refused the task; its log says why: " + log);
-    if (key.empty()) Fail(command, 1, "the server took no task from " + file + "; its log says why: " + log);
+    if (key.empty())
+        Fail(command, 1, "the server took no task from " + file + "; its log says why: " + log);
     std::printf("%s\n", key.c_str());
     return 0;
 }

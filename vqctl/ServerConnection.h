@@ -28,7 +28,7 @@ int Guarded(const std::function<int()>& body);
 // error of the server's refusals ends it with its text, exit code 2 for an unknown key or
 // phase and 1 for the others.
 class ServerConnection {
-public:
+  public:
     explicit ServerConnection(std::string command);
 
     // The first value of the answer; an empty variant for a member without one.
@@ -42,7 +42,7 @@ public:
     std::string QueueRoot();
     const std::string& Command() const { return command_; }
 
-private:
+  private:
     std::string command_;
     int argc_ = 1;
     char name_[6] = "vqctl";

@@ -19,7 +19,8 @@ BusRow ConvertRow(const ConsoleRow& row, const ConsoleRow* first, const BusRow* 
     for (size_t i = 0; i < row.size(); ++i) {
         const auto& [name, text] = row[i];
         const bool same = first && i < first->size() && (*first)[i].first == name;
-        busRow.cells.append({same ? firstConverted->cells[static_cast<qsizetype>(i)].first : QString::fromStdString(name),
+        busRow.cells.append({same ? firstConverted->cells[static_cast<qsizetype>(i)].first
+                                  : QString::fromStdString(name),
                              QString::fromStdString(text)});
     }
     return busRow;
@@ -33,7 +34,8 @@ BusRows ToBusRows(const std::vector<ConsoleRow>& rows) {
     BusRows busRows;
     busRows.reserve(static_cast<qsizetype>(rows.size()));
     for (const ConsoleRow& row : rows)
-        busRows.append(busRows.isEmpty() ? ToBusRow(row) : ConvertRow(row, &rows.front(), &busRows.front()));
+        busRows.append(busRows.isEmpty() ? ToBusRow(row)
+                                         : ConvertRow(row, &rows.front(), &busRows.front()));
     return busRows;
 }
 

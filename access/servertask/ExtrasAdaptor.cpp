@@ -35,7 +35,10 @@ auto Answer(const QDBusMessage& message, Body body) -> decltype(body()) {
 }  // namespace
 
 ExtrasAdaptor::ExtrasAdaptor(QObject* parent, Server& server, std::function<bool()> showWindow)
-    : QDBusAbstractAdaptor(parent), calls_(server), server_(server), showWindow_(std::move(showWindow)) {
+    : QDBusAbstractAdaptor(parent),
+      calls_(server),
+      server_(server),
+      showWindow_(std::move(showWindow)) {
     RegisterBusRowTypes();
 }
 
@@ -54,7 +57,8 @@ BusRows ExtrasAdaptor::TaskRows(const QString& Phase, const QDBusMessage& messag
     return Answer(message, [&] { return ToBusRows(vq::TaskRows(server_, Phase.toStdString())); });
 }
 
-BusRows ExtrasAdaptor::TaskRowCells(const QString& Phase, const QStringList& Cells, const QDBusMessage& message) {
+BusRows ExtrasAdaptor::TaskRowCells(const QString& Phase, const QStringList& Cells,
+                                    const QDBusMessage& message) {
     return Answer(message, [&] {
         std::vector<std::string> names;
         for (const QString& name : Cells) names.push_back(name.toStdString());
@@ -71,7 +75,8 @@ QString ExtrasAdaptor::TaskRowsJson(const QString& Phase, const QDBusMessage& me
             rows.push_back(std::move(object));
         }
         // Cells are 8-bit text as the tables hold them; what is no UTF-8 is replaced.
-        return QString::fromStdString(rows.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+        return QString::fromStdString(
+            rows.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
     });
 }
 

@@ -19,13 +19,13 @@ class ExtrasAdaptor : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "com.halvenor.OrvantisServer.Extras")
     Q_PROPERTY(bool QueueRuns READ QueueRuns)
-public:
+  public:
     ExtrasAdaptor(QObject* parent, Server& server, std::function<bool()> showWindow);
 
     // The queue cycle is on.
     bool QueueRuns() const;
 
-public Q_SLOTS:
+  public Q_SLOTS:
     bool ShowWindow();
     // As ServerTask.SubmitTask; TaskKey is the new task's key, empty when no task was added
     // (the file had gone or could not be read).
@@ -34,7 +34,8 @@ public Q_SLOTS:
     // Complete.
     vq::BusRows TaskRows(const QString& Phase, const QDBusMessage& message);
     // As TaskRows with only the named cells, in that order: less to send for a short table.
-    vq::BusRows TaskRowCells(const QString& Phase, const QStringList& Cells, const QDBusMessage& message);
+    vq::BusRows TaskRowCells(const QString& Phase, const QStringList& Cells,
+                             const QDBusMessage& message);
     // TaskRows as one JSON array of objects, cell names as keys: one text is much quicker to
     // send than a dictionary for every row.
     QString TaskRowsJson(const QString& Phase, const QDBusMessage& message);
@@ -47,7 +48,7 @@ public Q_SLOTS:
     // Only a finished task; any other is refused with NotFinished.
     void RemoveTask(const QString& TaskKey, const QDBusMessage& message);
 
-private:
+  private:
     ServerTaskCalls calls_;
     Server& server_;
     std::function<bool()> showWindow_;

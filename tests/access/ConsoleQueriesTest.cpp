@@ -17,7 +17,7 @@ namespace {
 using test::TestServer;
 
 class ConsoleQueriesTest : public ::testing::Test {
-protected:
+  protected:
     // The names of the rows' RowKey cells, in the order given.
     static std::vector<std::string> Keys(const std::vector<ConsoleRow>& rows) {
         std::vector<std::string> keys;
@@ -36,7 +36,8 @@ protected:
         try {
             call();
         } catch (const ConsoleRefusal& refusal) {
-            EXPECT_NE(std::string(refusal.what()).find(mention), std::string::npos) << refusal.what();
+            EXPECT_NE(std::string(refusal.what()).find(mention), std::string::npos)
+                << refusal.what();
             return refusal.Kind();
         }
         return "no refusal";
@@ -47,8 +48,8 @@ protected:
 
 TEST_F(ConsoleQueriesTest, TheWholeQueueInTableOrderAndAPhaseFromTheLastRowToTheFirst) {
     const std::string a = ts.AddTask(1, "A", kWaiting), b = ts.AddTask(2, "B", kRunningHold),
-                      c = ts.AddTask(3, "C", kWaitingHold), d = ts.AddTask(4, "D", kCompleteCancelled),
-                      e = ts.AddTask(5, "E", kWaiting);
+                      c = ts.AddTask(3, "C", kWaitingHold),
+                      d = ts.AddTask(4, "D", kCompleteCancelled), e = ts.AddTask(5, "E", kWaiting);
     EXPECT_EQ(Keys(TaskRows(*ts, "")), (std::vector<std::string>{a, b, c, d, e}));
     EXPECT_EQ(Keys(TaskRows(*ts, kWaiting)), (std::vector<std::string>{e, c, a}));
     EXPECT_EQ(Keys(TaskRows(*ts, kRunning)), (std::vector<std::string>{b}));
@@ -58,7 +59,12 @@ TEST_F(ConsoleQueriesTest, TheWholeQueueInTableOrderAndAPhaseFromTheLastRowToThe
     const std::vector<ConsoleRow> chosen = TaskRows(*ts, kRunning, {"Elapsed", "Status", "RowKey"});
     ASSERT_EQ(chosen.size(), 1u);
     EXPECT_EQ(chosen[0], (ConsoleRow{{"Elapsed", ""}, {"Status", kRunningHold}, {"RowKey", b}}));
-    EXPECT_EQ(RefusalOf([&] { TaskRows(*ts, "", {"Status", "Password"}); }, "'Password'"), kNoSuchCell);
+    EXPECT_EQ(RefusalOf(
+                  [&] {
+                      TaskRows(*ts, "", {"Status", "Password"});
+                  },
+                  "'Password'"),
+              kNoSuchCell);
     for (const std::string phase : {"running", "Removed", "Waiting - Hold"})
         EXPECT_EQ(RefusalOf([&] { TaskRows(*ts, phase); }, "'" + phase + "'"), kNoSuchPhase);
 }
@@ -70,9 +76,11 @@ TEST_F(ConsoleQueriesTest, ARowHasTheKeyTheListsColumnsAndTheElapsedTime) {
     std::vector<std::string> names;
     for (const auto& cell : row) names.push_back(cell.first);
     const std::vector<std::string> expected = {
-        "RowKey", "JobName", "ID", "Status", "Class", "UserName", "Domain", "Server", "Dependency",
-        "Queue Priority", "CPU", "SchTime", "AllR", "CurRepeat", "SubTime", "CurStep", "AllSteps",
-        "JobRC", "MaxRC", "MaxRunTime", "PeakMem", "IO", "TCPU", "Units", "Elapsed"};
+        "RowKey",   "JobName",  "ID",     "Status",     "Class",
+        "UserName", "Domain",   "Server", "Dependency", "Queue Priority",
+        "CPU",      "SchTime",  "AllR",   "CurRepeat",  "SubTime",
+        "CurStep",  "AllSteps", "JobRC",  "MaxRC",      "MaxRunTime",
+        "PeakMem",  "IO",       "TCPU",   "Units",      "Elapsed"};
     EXPECT_EQ(names, expected);
     EXPECT_EQ(Cell(row, "RowKey"), "000007-Nightly");
     EXPECT_EQ(Cell(row, "JobName"), "Nightly");
@@ -115,7 +123,8 @@ TEST_F(ConsoleQueriesTest, CellsAreShownAsTheWindowShowsThem) {
         {"JobRC", "01", "01"},
         {"STCPU", "0:00:01:02:003", "0:00:01:02:003"},
     };
-    for (const Case& c : cases) EXPECT_EQ(DisplayedCellText(c.column, c.cell), c.shown) << c.column << " " << c.cell;
+    for (const Case& c : cases)
+        EXPECT_EQ(DisplayedCellText(c.column, c.cell), c.shown) << c.column << " " << c.cell;
 }
 
 TEST_F(ConsoleQueriesTest, StepsInOrderWithTheirCommandAndOutputFile) {
@@ -128,7 +137,8 @@ TEST_F(ConsoleQueriesTest, StepsInOrderWithTheirCommandAndOutputFile) {
     EXPECT_EQ(steps[1][1], (std::pair<std::string, std::string>{"Steps", "Step 0002"}));
     EXPECT_EQ(Cell(steps[1], "Command"), "make check");
     EXPECT_EQ(Cell(steps[1], "OutputFile"), ts->ServerPath + "LOCAL/tester/Build/000003/Step2.txt");
-    EXPECT_EQ(steps[0].size(), 13u);  // RowKey, the ten columns of the step list, Command, OutputFile
+    EXPECT_EQ(steps[0].size(),
+              13u);  // RowKey, the ten columns of the step list, Command, OutputFile
 
     EXPECT_TRUE(StepRows(*ts, ts.AddTask(4, "Empty")).empty());
     EXPECT_EQ(RefusalOf([&] { StepRows(*ts, "000005-Build"); }, "000005-Build"), kNoSuchTask);
@@ -140,18 +150,21 @@ TEST_F(ConsoleQueriesTest, TheReportIsTheFileInTheTasksFolder) {
     EXPECT_EQ(RefusalOf([&] { TaskReportText(*ts, key); }, ReportPath(*ts, key)), kNoReport);
     ASSERT_TRUE(AppendToFile(ReportPath(*ts, key), "\r\n    Task Report - 000002\r\n"));
     EXPECT_EQ(TaskReportText(*ts, key), "\r\n    Task Report - 000002\r\n");
-    EXPECT_EQ(RefusalOf([&] { TaskReportText(*ts, "000003-Report"); }, "000003-Report"), kNoSuchTask);
+    EXPECT_EQ(RefusalOf([&] { TaskReportText(*ts, "000003-Report"); }, "000003-Report"),
+              kNoSuchTask);
 }
 
 TEST_F(ConsoleQueriesTest, OnlyAFinishedTaskIsRemovedWithItsSteps) {
     for (const std::string& status : {kWaiting, kReadyHold, kRunning, kRunningCancelling}) {
         const std::string key = ts.AddTask(1, "Busy", status);
         ts.AddSteps(key, 1);
-        EXPECT_EQ(RefusalOf([&] { RemoveFinishedTask(*ts, key); }, key + " is " + status), kNotFinished);
+        EXPECT_EQ(RefusalOf([&] { RemoveFinishedTask(*ts, key); }, key + " is " + status),
+                  kNotFinished);
         EXPECT_TRUE(test::HasTask(ts, key));
         RemoveTask(*ts, key, false);
     }
-    EXPECT_EQ(RefusalOf([&] { RemoveFinishedTask(*ts, "000001-Busy"); }, "000001-Busy"), kNoSuchTask);
+    EXPECT_EQ(RefusalOf([&] { RemoveFinishedTask(*ts, "000001-Busy"); }, "000001-Busy"),
+              kNoSuchTask);
 
     for (const std::string& status : {kComplete, kCompleteCancelled, kCompleteUnfinished}) {
         const std::string key = test::AddRunnableTask(ts, 2, "Done", 2, status);

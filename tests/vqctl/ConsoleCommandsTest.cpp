@@ -25,7 +25,9 @@ TEST(ConsoleCommands, AnswersWithoutAServer) {
     const Case cases[] = {
         {{"--version"}, 0, "vqctl 2.1.487\n"},
         {{"add", "--class", "7", "--", "true"}, 2, "vqctl add: --class takes a letter A to Z"},
-        {{"add", "--at", "tomorrow", "--", "true"}, 2, "--at takes \"yyyy-mm-dd hh:mm:ss\": 'tomorrow'"},
+        {{"add", "--at", "tomorrow", "--", "true"},
+         2,
+         "--at takes \"yyyy-mm-dd hh:mm:ss\": 'tomorrow'"},
         {{"add", "--name", "a/b", "--", "true"}, 2, "TASKNAME"},
         {{"add", "--", "true"}, 2, "no server is running for this user"},
         {{"add"}, 2, "COMMAND is required"},
