@@ -77,8 +77,10 @@ TEST_F(ConsoleProcessTest, StatusShowsWhatTheBusReturnsAsJsonAndAsAPlainTable) {
     EXPECT_EQ(table.find('\033'), std::string::npos);
     // On a terminal the status is coloured by its family.
     const ProcessResult onTerminal = RunProcess(
-        {"/usr/bin/script", "-qec", BinPath("vqctl") + " status --status waiting", "/dev/null"}, Env());
-    EXPECT_NE(onTerminal.out.find("\033[33mWaiting - Hold\033[0m"), std::string::npos) << onTerminal.out;
+        {"/usr/bin/script", "-qec", BinPath("vqctl") + " status --status waiting", "/dev/null"},
+        Env());
+    EXPECT_NE(onTerminal.out.find("\033[33mWaiting - Hold\033[0m"), std::string::npos)
+        << onTerminal.out;
     const std::string head = table.substr(0, table.find('\n'));
     size_t at = 0;
     for (const char* caption : {"Key", "Task Name", "Task Status", "Queue Priority", "Task RC",
@@ -116,6 +118,25 @@ TEST_F(ConsoleProcessTest, StatusShowsWhatTheBusReturnsAsJsonAndAsAPlainTable) {
 
 TEST_F(ConsoleProcessTest, FollowPrintsEachStepsOutputAsItGrowsUntilTheTaskEnds) {
     auto server = StartServer();
+    // The server log as it stands, then what is added to it while it is followed.
+    const std::string logged = dir.Path() + "log.txt";
+    auto loggedHas = [&](const std::string& name) {
+        return WaitUntil(
+            [&] {
+                return ReadFileText(logged).find("\"" + name + "\" is no request") !=
+                       std::string::npos;
+            },
+            5000, 20);
+    };
+    EXPECT_EQ(Vqctl({"requests", "first.txt"}).exitCode, 1);
+    ChildProcess log(
+        {"/bin/sh", "-c", "exec \"$0\" log --follow > \"$1\"", BinPath("vqctl"), logged}, Env());
+    EXPECT_TRUE(loggedHas("first.txt")) << ReadFileText(logged);
+    EXPECT_EQ(Vqctl({"requests", "second.txt"}).exitCode, 1);
+    EXPECT_TRUE(loggedHas("second.txt")) << ReadFileText(logged);
+    log.Signal(SIGTERM);
+    EXPECT_NE(Ok({"log"}).out.find("LOG ENTRY - TIME: "), std::string::npos);
+
     const std::string file = dir.Path() + "Lines.vqf";
     Ok({"new-task", "--name", "Lines", "--step", "for i in 1 2 3; do echo line $i; sleep 1; done",
         "--step", "echo next step", file});
