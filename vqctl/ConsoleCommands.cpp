@@ -334,9 +334,9 @@ void AddConsoleCommands(CLI::App& app, int& exitCode) {
     statusCommand->add_option(
         "--status", status->phase,
         "only the tasks of one status phase: running, ready, waiting or complete");
-    statusCommand->add_flag("--json", status->json,
-                            "one JSON array of the task rows, cell names as keys");
-    statusCommand->add_flag("--keys", status->keys, "only the task keys, one a line");
+    CLI::Option* asJson = statusCommand->add_flag(
+        "--json", status->json, "one JSON array of the task rows, cell names as keys");
+    statusCommand->add_flag("--keys", status->keys, "only the task keys, one a line")->excludes(asJson);
     statusCommand->footer(
         "The whole queue is listed in the task list's order; a phase lists its tasks from the\n"
         "last to the first, as the window shows a freshly chosen group. Colours by status\n"
