@@ -169,16 +169,17 @@ int Show(const std::string& key, bool json) {
         std::printf("%-*s  %s\n", static_cast<int>(width), name.toStdString().c_str(),
                     text.toStdString().c_str());
     std::printf("\n");
-    std::vector<std::string> names;
-    if (!steps.isEmpty())
-        for (const auto& cell : steps.front().cells)
-            if (cell.first.toStdString() != vq::kRowKeyCell &&
-                cell.first.toStdString() != vq::kOutputFileCell)
-                names.push_back(cell.first.toStdString());
-    if (steps.isEmpty())
+    if (steps.isEmpty()) {
         std::printf("(no steps)\n");
-    else
-        PrintTable(names, CellsOf(steps, names), 1);
+        return 0;
+    }
+    // The steps as the step list shows them, with their command; the output files are in --json.
+    std::vector<std::string> names;
+    for (const auto& cell : steps.front().cells) {
+        const std::string name = cell.first.toStdString();
+        if (name != vq::kRowKeyCell && name != vq::kOutputFileCell) names.push_back(name);
+    }
+    PrintTable(names, CellsOf(steps, names), 1);
     return 0;
 }
 
