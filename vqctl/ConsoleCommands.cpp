@@ -337,7 +337,8 @@ void AddConsoleCommands(CLI::App& app, int& exitCode) {
         "only the tasks of one status phase: running, ready, waiting or complete");
     CLI::Option* asJson = statusCommand->add_flag(
         "--json", status->json, "one JSON array of the task rows, cell names as keys");
-    statusCommand->add_flag("--keys", status->keys, "only the task keys, one a line")->excludes(asJson);
+    statusCommand->add_flag("--keys", status->keys, "only the task keys, one a line")
+        ->excludes(asJson);
     statusCommand->footer(
         "The whole queue is listed in the task list's order; a phase lists its tasks from the\n"
         "last to the first, as the window shows a freshly chosen group. Colours by status\n"
@@ -377,17 +378,24 @@ void AddConsoleCommands(CLI::App& app, int& exitCode) {
     auto add = std::make_shared<AddOptions>();
     CLI::App* addCommand =
         app.add_subcommand("add", "Hand in a task of one step that runs COMMAND; prints its key");
-    const std::pair<const char*, const char*> taskOptions[] = {
-        {"--name", "task name (default: the program's file name)"},
-        {"--class", "task class, A to Z (default A)"},
-        {"--at", "scheduled time, \"yyyy-mm-dd hh:mm:ss\" (default: now)"},
-        {"--after", "start only after the task of that name has ended successfully"}};
-    for (const auto& [option, description] : taskOptions) {
-        const std::string name = option;
-        addCommand->add_option_function<std::string>(
-            option,
-            [add, name](const std::string& value) { add->taskOptions.emplace_back(name, value); },
-            description);
+    struct TaskOption {
+        const char *name, *value, *description;
+    };
+    const TaskOption taskOptions[] = {
+        {"--name", "NAME", "task name (default: the command's first word)"},
+        {"--class", "LETTER", "task class, A to Z (default A)"},
+        {"--at", "DATETIME", "scheduled time, \"yyyy-mm-dd hh:mm:ss\" (default: now)"},
+        {"--after", "NAME", "start only after the task of that name has ended successfully"}};
+    for (const TaskOption& option : taskOptions) {
+        const std::string name = option.name;
+        addCommand
+            ->add_option_function<std::string>(
+                name,
+                [add, name](const std::string& value) {
+                    add->taskOptions.emplace_back(name, value);
+                },
+                option.description)
+            ->type_name(option.value);
     }
     addCommand
         ->add_option("COMMAND", add->words,
