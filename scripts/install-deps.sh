@@ -5,7 +5,8 @@ set -euo pipefail
 # help2man makes the manual pages; man-db, desktop-file-utils and systemd (systemd-analyze) let
 # the install test read the pages and check the desktop entry and the user unit.
 packages=(cmake make g++ qt6-base-dev libsqlite3-dev libcli11-dev libgtest-dev libgmock-dev
-          libbenchmark-dev dbus locales tzdata help2man man-db desktop-file-utils systemd)
+          libbenchmark-dev nlohmann-json3-dev dbus locales tzdata help2man man-db
+          desktop-file-utils systemd)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

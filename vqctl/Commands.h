@@ -1,6 +1,10 @@
 #pragma once
 // The command groups of vqctl. Each adds its subcommands to the application; the callback of the
 // command chosen sets the exit code: 0 done, 1 failed, 2 a usage error.
+#include <string>
+#include <utility>
+#include <vector>
+
 namespace CLI {
 class App;
 }
@@ -16,5 +20,13 @@ void AddScheduleCommands(CLI::App& app, int& exitCode);
 // submit, exists, hold, resume, cancel, info, validate, requests, mkdir, version, type,
 // location: calls of the running server over the session bus.
 void AddServerCommands(CLI::App& app, int& exitCode);
+// status, show, report, follow, log, queue, remove, add, wait: the queue as a console sees it.
+void AddConsoleCommands(CLI::App& app, int& exitCode);
+
+// Writes a task file of one step that runs `command`, with the defaults of new-task and the
+// task options of new-task given in `options` (such as {"--name", "nightly"}). The empty text,
+// or what is wrong.
+std::string WriteOneStepTask(const std::vector<std::pair<std::string, std::string>>& options,
+                             const std::string& command, const std::string& path);
 
 }  // namespace vqctl

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -385,6 +386,24 @@ int Run(const CLI::App& command, const Registered& registered) {
 }
 
 }  // namespace
+
+std::string WriteOneStepTask(const std::vector<std::pair<std::string, std::string>>& options,
+                             const std::string& command, const std::string& path) {
+    NewTask t;
+    t.task.steps.push_back(vq::NewTaskStep(command, 1));
+    for (const auto& [name, value] : options) {
+        const auto& defs = OptionDefs();
+        const auto def = std::find_if(defs.begin(), defs.end(), [&](const OptionDef& d) {
+            return d.kind == Kind::Task && (std::string(d.name) + ",").find(name + ",") == 0;
+        });
+        if (def == defs.end()) return "no task option " + name;
+        if (std::string problem = def->apply(t, value); !problem.empty()) return problem;
+    }
+    if (std::string problem = Complete(t, {path}); !problem.empty()) return problem;
+    std::string error;
+    if (!vq::SaveTaskFile(path, t.task, false, &error)) return "cannot write the task file: " + error;
+    return {};
+}
 
 void AddNewTaskCommand(CLI::App& app, int& exitCode) {
     CLI::App* command = app.add_subcommand("new-task", "Write a task file");

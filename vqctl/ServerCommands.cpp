@@ -1,104 +1,21 @@
 // vqctl's calls of the running server over the session bus: submit, exists, hold, resume,
 // cancel, info, validate, requests, mkdir, version, type, location. Exit code 0 when the server
 // answered true, 1 when it answered false, 2 for a usage error or when no server answers.
-#include <fcntl.h>
 #include <glob.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <QCoreApplication>
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QDBusMessage>
-#include <QDBusVariant>
-#include <QVariant>
-#include <cerrno>
 #include <cstdio>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
-#include "access/servertask/BusNames.h"
-#include "calendar/Common.h"
 #include "platform/Files.h"
 #include "vqctl/Commands.h"
+#include "vqctl/ServerConnection.h"
 
 namespace vqctl {
 namespace {
-
-constexpr const char* kExtrasInterface = "com.halvenor.OrvantisServer.Extras";
-constexpr const char* kNoServer =
-    "no server is running for this user: start it with 'vqserv --headless' "
-    "(or 'bash scripts/start.sh' in the source folder), then try again";
-
-// What a failed call leaves: the exit code and what was said on standard error.
-struct Refusal {
-    int exitCode;
-};
-
-QString ToQString(const std::string& text) { return QString::fromStdString(text); }
-
-[[noreturn]] void Fail(const std::string& command, int exitCode, const std::string& message) {
-    std::fprintf(stderr, "vqctl %s: %s\n", command.c_str(), message.c_str());
-    throw Refusal{exitCode};
-}
-
-// The server's object on the session bus. Every call either answers or ends the command.
-class ServerConnection {
-public:
-    explicit ServerConnection(std::string command) : command_(std::move(command)) {
-        if (!QCoreApplication::instance()) app_ = std::make_unique<QCoreApplication>(argc_, argv_);
-        QDBusConnection bus = QDBusConnection::sessionBus();
-        if (!bus.isConnected())
-            Fail(command_, 2, std::string(kNoServer) + " (no session bus was found)");
-        if (!bus.interface()->isServiceRegistered(ToQString(vq::servertask::kBusName)).value())
-            Fail(command_, 2, kNoServer);
-    }
-
-    QVariant Call(const char* interface, const char* member, const QVariantList& args) {
-        QDBusMessage call = QDBusMessage::createMethodCall(ToQString(vq::servertask::kBusName),
-                                                           ToQString(vq::servertask::kObjectPath),
-                                                           ToQString(interface), ToQString(member));
-        call.setArguments(args);
-        // A submission may wait for the writer of its file; a tick may be running.
-        const QDBusMessage reply = QDBusConnection::sessionBus().call(call, QDBus::Block, 60000);
-        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
-            Fail(command_, 2, "the server did not answer: " + reply.errorMessage().toStdString());
-        answer_ = reply.arguments();
-        return answer_.front();
-    }
-    QVariant Call(const char* member, const QVariantList& args) {
-        return Call(vq::servertask::kInterface, member, args);
-    }
-    const QVariantList& Answer() const { return answer_; }
-
-    QVariant Property(const char* name) {
-        return Call("org.freedesktop.DBus.Properties", "Get",
-                    {ToQString(vq::servertask::kInterface), ToQString(name)})
-            .value<QDBusVariant>()
-            .variant();
-    }
-    std::string QueueRoot() { return vq::WithBackslash(Property("QueueLocation").toString().toStdString()); }
-
-private:
-    std::string command_;
-    int argc_ = 1;
-    char name_[6] = "vqctl";
-    char* argv_[2] = {name_, nullptr};
-    std::unique_ptr<QCoreApplication> app_;
-    QVariantList answer_;
-};
-
-// Runs a command's body; a refusal has said its piece already.
-int Guarded(const std::function<int()>& body) {
-    try {
-        return body();
-    } catch (const Refusal& refusal) {
-        return refusal.exitCode;
-    }
-}
 
 // The exit code of a true/false answer; false is explained on standard error.
 int Answered(bool answer, const std::string& command, const std::string& whyFalse) {
@@ -106,35 +23,9 @@ int Answered(bool answer, const std::string& command, const std::string& whyFals
     return answer ? 0 : 1;
 }
 
-// Copies `source` into $InQ under a name of its own; the name.
-std::string CopyIntoInputFolder(const std::string& inQueue, const std::string& source) {
-    std::string content;
-    if (!vq::ReadWholeFile(source, content)) Fail("submit", 1, source + ": " + vq::ErrnoText(errno));
-    std::string stem = source.substr(source.find_last_of('/') + 1);
-    if (stem.size() > 4 && stem.compare(stem.size() - 4, 4, ".vqf") == 0) stem.resize(stem.size() - 4);
-    std::string path = inQueue + stem + "-XXXXXX.vqf";
-    const int fd = ::mkstemps(path.data(), 4);
-    if (fd < 0) Fail("submit", 1, "cannot write into " + inQueue + ": " + vq::ErrnoText(errno));
-    const bool written = ::write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size());
-    ::close(fd);
-    if (!written) {
-        ::unlink(path.c_str());
-        Fail("submit", 1, "cannot write " + path);
-    }
-    return path.substr(inQueue.size());
-}
-
 int Submit(const std::string& file) {
     ServerConnection server("submit");
-    const std::string root = server.QueueRoot();
-    const std::string name = CopyIntoInputFolder(root + "$InQ/", file);
-    const bool accepted = server.Call(kExtrasInterface, "SubmitTaskAndKey", {ToQString(name)}).toBool();
-    const std::string key = server.Answer().size() > 1 ? server.Answer()[1].toString().toStdString() : "";
-    const std::string log = root + "$Data/SrvLog.txt";
-    if (!accepted) Fail("submit", 1, "the server refused the task; its log says why: " + log);
-    if (key.empty()) Fail("submit", 1, "the server took no task from " + file + "; its log says why: " + log);
-    std::printf("%s\n", key.c_str());
-    return 0;
+    return SubmitFile(server, file);
 }
 
 // A glob pattern that matches `text` as it stands.

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include "access/ServerTaskCalls.h"
 #include "vqctl/Commands.h"
 
 namespace {
@@ -38,11 +39,13 @@ int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
     CLI::App app{"The command-line client of the Orvantis Personal Server.", "vqctl"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", "vqctl " + vq::ServerTaskCalls::ServerVersion());
     int exitCode = 0;
     vqctl::AddConfigCommands(app, exitCode);
     vqctl::AddNewTaskCommand(app, exitCode);
     vqctl::AddScheduleCommands(app, exitCode);
     vqctl::AddServerCommands(app, exitCode);
+    vqctl::AddConsoleCommands(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
