@@ -401,7 +401,6 @@ void Form1::SizeControls(int x) {
     place(taskView_, layout.taskView);
     place(stepView_, layout.stepView);
     place(imgSplitter_, layout.splitter);
-    splitterX_ = layout.splitter.x();
 }
 
 bool Form1::eventFilter(QObject* watched, QEvent* event) {
@@ -425,7 +424,8 @@ bool Form1::eventFilter(QObject* watched, QEvent* event) {
             return true;
         case QEvent::MouseButtonRelease:
             if (splitterMoving_) {
-                SizeControls(Twips(picSplitter_->x()));
+                splitterX_ = Twips(picSplitter_->x());
+                SizeControls(splitterX_);
                 picSplitter_->hide();
                 splitterMoving_ = false;
             }

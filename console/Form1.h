@@ -139,7 +139,8 @@ private:
     std::array<QFrame*, 3> lines_{};
     std::array<QLabel*, 6> panels_{};
     QMenu* controlsMenu_ = nullptr;
-    // The splitter's position in twips, and the flag that it is being dragged.
+    // Where the operator put the splitter, in twips (a narrow window moves it only while it
+    // is narrow), and the flag that it is being dragged.
     int splitterX_ = 2880;
     bool splitterMoving_ = false;
     // Set while the task views change the lists, so that the widgets' own signals of those
