@@ -355,8 +355,13 @@ void Form1::CloseBySystem() {
 
 void Form1::closeEvent(QCloseEvent* event) {
     if (ending_) return event->accept();
+    // A second close while the question is open waits for the answer to the first.
+    if (closing_) return event->ignore();
     const bool bySystem = std::exchange(closeBySystem_, false);
-    if (!CloseServer(server_, bySystem)) return event->ignore();
+    closing_ = true;
+    const bool mayClose = CloseServer(server_, bySystem);
+    closing_ = false;
+    if (!mayClose) return event->ignore();
     SavePlacement();
     event->accept();
 }

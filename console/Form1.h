@@ -147,6 +147,7 @@ private:
     // changes aren't taken for the operator's clicks.
     int syncing_ = 0;
     bool closeBySystem_ = false;
+    bool closing_ = false;
     bool ending_ = false;
     std::string helpFile_;
 };
