@@ -276,51 +276,32 @@ void TaskViews::WriteDisplayedCells(ViewList list, VqTable& view, size_t positio
 }
 
 void TaskViews::RefreshScreenData(bool stepsOnly) {
-    if (!stepsOnly && !RefreshTasks()) return;
-    if (!RefreshSteps()) return;
+    if (!stepsOnly && !RefreshList(ViewList::Tasks)) return;
+    if (!RefreshList(ViewList::Steps)) return;
     MC();
     RefBar();
 }
 
-// Rows whose task is gone leave the list; the others get their displayed texts.
-bool TaskViews::RefreshTasks() {
-    VqTable& view = Tasks();
-    VqTable& tasks = server_.tables.TaskTable;
+// From the last row to the first: a task that is gone leaves the list, a step that is gone
+// empties it; the other rows get their displayed texts.
+bool TaskViews::RefreshList(ViewList list) {
+    const bool tasks = list == ViewList::Tasks;
+    VqTable& view = tasks ? Tasks() : Steps();
+    VqTable& source = tasks ? server_.tables.TaskTable : server_.tables.StepTable;
     std::string rowKey, columnKey;
     try {
-        const std::vector<int> columns = SourceColumns(view, tasks);
+        const std::vector<int> columns = SourceColumns(view, source);
         for (size_t i = view.RowCount(); i-- > 0;) {
             rowKey = view.RowAt(i).key;
-            const VqRow* source = tasks.FindRow(rowKey);
-            if (!source)
-                RemoveTaskRow(i);
-            else
-                WriteDisplayedCells(ViewList::Tasks, view, i, kTaskTable, *source, columns,
+            if (const VqRow* row = source.FindRow(rowKey)) {
+                WriteDisplayedCells(list, view, i, tasks ? kTaskTable : kStepTable, *row, columns,
                                     columnKey);
-        }
-        return true;
-    } catch (const std::exception& e) {
-        LogFailure("Error occurred while refreshing the screen data! (" + columnKey + " from " +
-                       rowKey + ")",
-                   e);
-        return false;
-    }
-}
-
-bool TaskViews::RefreshSteps() {
-    VqTable& view = Steps();
-    VqTable& steps = server_.tables.StepTable;
-    std::string rowKey, columnKey;
-    try {
-        const std::vector<int> columns = SourceColumns(view, steps);
-        for (size_t i = view.RowCount(); i-- > 0;) {
-            rowKey = view.RowAt(i).key;
-            const VqRow* source = steps.FindRow(rowKey);
-            if (!source) {
-                ClearList(ViewList::Steps, view);
+            } else if (tasks) {
+                RemoveTaskRow(i);
+            } else {
+                ClearList(list, view);
                 break;
             }
-            WriteDisplayedCells(ViewList::Steps, view, i, kStepTable, *source, columns, columnKey);
         }
         return true;
     } catch (const std::exception& e) {

@@ -140,8 +140,7 @@ private:
     void WriteDisplayedCells(ViewList list, VqTable& view, size_t position, int16_t table,
                              const VqRow& source, const std::vector<int>& sourceColumns,
                              std::string& columnKey);
-    bool RefreshTasks();
-    bool RefreshSteps();
+    bool RefreshList(ViewList list);
     std::vector<int> SourceColumns(VqTable& view, VqTable& source) const;
     void LogFailure(const std::string& text, const std::exception& error);
 
