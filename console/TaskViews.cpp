@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 #include "calendar/Common.h"
 #include "calendar/DateTime.h"
@@ -434,10 +435,18 @@ int TaskViews::ColumnWidthSetting(const std::string& columnKey) {
 
 void TaskViews::SaveColumnWidths(const std::vector<int>& taskTwips,
                                  const std::vector<int>& stepTwips) {
+    // Every save of the queue database saves the widths too: a width that the store already
+    // holds costs no write.
     auto save = [this](const VqTable& view, const std::vector<int>& widths) {
-        for (size_t i = 0; i < view.Columns().size() && i < widths.size(); ++i)
-            SaveRegSetting(server_.registry, kWidthSection, view.Columns()[i].key,
-                           std::to_string(std::clamp(widths[i], 0, int{INT16_MAX})), kFormInteger);
+        for (size_t i = 0; i < view.Columns().size() && i < widths.size(); ++i) {
+            const std::string& key = view.Columns()[i].key;
+            const int twips = std::clamp(widths[i], 0, int{INT16_MAX});
+            const std::optional<RegValue> stored =
+                server_.registry.Read(Hive::CurrentUser, SectionKey(kWidthSection), key);
+            if (stored && stored->form == kFormInteger && stored->number == twips) continue;
+            SaveRegSetting(server_.registry, kWidthSection, key, std::to_string(twips),
+                           kFormInteger);
+        }
     };
     save(Tasks(), taskTwips);
     save(Steps(), stepTwips);
