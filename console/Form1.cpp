@@ -250,21 +250,16 @@ void Form1::BuildPanes() {
         view->setEditTriggers(QAbstractItemView::NoEditTriggers);
         view->setItemsExpandable(false);
         view->header()->setStretchLastSection(false);
+        view->header()->setTextElideMode(Qt::ElideRight);
         view->header()->setSectionsMovable(false);
         view->setModel(&model);
         return view;
     };
     taskView_ = makeList("TaskView", *taskModel_);
     taskView_->header()->setSectionsClickable(true);
-    taskView_->header()->setSortIndicatorShown(true);
-    taskView_->header()->setSortIndicator(-1, Qt::AscendingOrder);
     taskView_->setContextMenuPolicy(Qt::CustomContextMenu);
-    connect(taskView_->header(), &QHeaderView::sectionClicked, this, [this](int section) {
-        views_->SortOnColumn(section);
-        const bool descending = server_.tables.TaskTable.SortDescending();
-        taskView_->header()->setSortIndicator(section, descending ? Qt::DescendingOrder
-                                                                  : Qt::AscendingOrder);
-    });
+    connect(taskView_->header(), &QHeaderView::sectionClicked, this,
+            [this](int section) { views_->SortOnColumn(section); });
     connect(taskView_, &QTreeView::clicked, this, &Form1::OnTaskRowActivated);
     connect(taskView_->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
             [this](const QModelIndex& current) {
@@ -301,7 +296,9 @@ void Form1::BuildStatusBar() {
         panels_[i]->setObjectName(QStringLiteral("Panel%1").arg(i + 1));
         panels_[i]->setFrameStyle(QFrame::Panel | QFrame::Sunken);
         panels_[i]->setContentsMargins(4, 0, 4, 0);
-        panels_[i]->setMinimumWidth(i < 4 ? 110 : 80);
+        // The counts share what the time and the date leave of a narrow window.
+        if (i < 4) panels_[i]->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+        panels_[i]->setMinimumWidth(i < 4 ? 60 : 0);
         bar->addPermanentWidget(panels_[i], i < 4 ? 1 : 0);
     }
     auto* clock = new QTimer(this);
@@ -524,9 +521,13 @@ void Form1::SelectionChanged(ViewList list) {
 void Form1::ApplyColumnWidths(ViewList list) {
     const VqTable& table = list == ViewList::Tasks ? views_->Tasks() : views_->Steps();
     QHeaderView* header = ViewOf(list)->header();
-    for (size_t i = 0; i < table.Columns().size(); ++i)
-        header->resizeSection(static_cast<int>(i),
-                              Pixels(views_->ColumnWidthSetting(table.Columns()[i].key)));
+    // A width too narrow for its caption (a font wider than the one the defaults were made
+    // for) takes the caption's width, so that no header is cut.
+    for (size_t i = 0; i < table.Columns().size(); ++i) {
+        const int section = static_cast<int>(i);
+        const int pixels = Pixels(views_->ColumnWidthSetting(table.Columns()[i].key));
+        header->resizeSection(section, std::max(pixels, header->sectionSizeHint(section)));
+    }
 }
 
 void Form1::CommandsChanged() {

@@ -188,6 +188,10 @@ TEST_F(Form1Test, AMaximisedWindowClosedKeepsTheLastNormalPlacementAndItsState) 
     EXPECT_EQ(Setting("StartSet", "MainWidth"), "12000");
     EXPECT_EQ(Setting("StartSet", "MainLeft"), "1500");
     EXPECT_EQ(Setting("StartSet", "WinState"), "2");
+    // The next start comes up maximised.
+    Form1 next(*t);
+    next.ShowAtStart();
+    EXPECT_TRUE(next.isMaximized());
 }
 
 TEST_F(Form1Test, ANormalWindowClosedKeepsItsSizeNoSmallerThanTheMinimum) {
