@@ -319,7 +319,7 @@ void Form1::LoadAtStart() {
     views_->BuildTaskColumns();
     views_->BuildStepColumns();
     views_->LoadTree();
-    views_->SelectNode("Jobs");
+    views_->SelectNode("Jobs", false);
     SizeControls(splitterX_);
     views_->LoadListFromTree("Jobs", true);
     views_->QueueSwitched(server_.QueueStarted);

@@ -131,11 +131,11 @@ void TaskViews::mnuViewRefresh_Click() {
     if (!selectedNode_.empty()) LoadListFromTree(selectedNode_, false);
 }
 
-void TaskViews::SelectNode(const std::string& key) {
+void TaskViews::SelectNode(const std::string& key, bool show) {
     if (!FindNode(key)) return;
     selectedNode_ = key;
     listener_.NodeSelected(key);
-    LoadListFromTree(key, false);
+    if (show) LoadListFromTree(key, false);
 }
 
 // Matching by the node's level: the group alone, the group and the domain, or all three.

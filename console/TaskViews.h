@@ -89,8 +89,8 @@ public:
     const std::vector<TreeNode>& Nodes() const { return nodes_; }
     const TreeNode* FindNode(const std::string& key) const;
     const std::string& SelectedNode() const { return selectedNode_; }
-    // Selects a node and shows it (a click on a node, a View menu entry).
-    void SelectNode(const std::string& key);
+    // Selects a node and, with `show`, shows it (a click on a node, a View menu entry).
+    void SelectNode(const std::string& key, bool show = true);
 
     // The lists and their selected rows (empty key: none).
     VqTable& Tasks();
