@@ -94,6 +94,21 @@ void BM_RefreshWindow(benchmark::State& state) {
 }
 BENCHMARK(BM_RefreshWindow)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
 
+// A click on a column header: the table sorted and the list built anew.
+void BM_HeaderSort(benchmark::State& state) {
+    Fixture f(static_cast<int>(state.range(0)));
+    Form1 window(f.server);
+    window.resize(1024, 640);
+    window.LoadAtStart();
+    window.show();
+    int column = 0;
+    for (auto _ : state) {
+        window.Views().SortOnColumn(column++ % 4);
+        QApplication::processEvents();
+    }
+}
+BENCHMARK(BM_HeaderSort)->Arg(10000)->Unit(benchmark::kMillisecond);
+
 // The first fill of the list at start-up, which the ticks then only update.
 void BM_FirstFill(benchmark::State& state) {
     Fixture f(static_cast<int>(state.range(0)));
