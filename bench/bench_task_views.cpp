@@ -61,6 +61,14 @@ struct Fixture : bench::ServerOnDisk {
     }
 };
 
+// The window as vqserv shows it at start-up.
+void Open(Form1& window) {
+    window.resize(1024, 640);
+    window.LoadAtStart();
+    window.show();
+    QApplication::processEvents();
+}
+
 void BM_RefreshViews(benchmark::State& state) {
     Fixture f(static_cast<int>(state.range(0)));
     ViewListener nobody;
@@ -81,10 +89,7 @@ BENCHMARK(BM_RefreshViews)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)
 void BM_RefreshWindow(benchmark::State& state) {
     Fixture f(static_cast<int>(state.range(0)));
     Form1 window(f.server);
-    window.resize(1024, 640);
-    window.LoadAtStart();
-    window.show();
-    QApplication::processEvents();
+    Open(window);
     int n = 0;
     for (auto _ : state) {
         f.Tick(++n);
@@ -98,9 +103,7 @@ BENCHMARK(BM_RefreshWindow)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond
 void BM_HeaderSort(benchmark::State& state) {
     Fixture f(static_cast<int>(state.range(0)));
     Form1 window(f.server);
-    window.resize(1024, 640);
-    window.LoadAtStart();
-    window.show();
+    Open(window);
     int column = 0;
     for (auto _ : state) {
         window.Views().SortOnColumn(column++ % 4);
