@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <optional>
+#include <unordered_set>
 
 #include "calendar/Common.h"
 #include "calendar/DateTime.h"
@@ -164,13 +165,18 @@ void TaskViews::LoadListFromTree(const std::string& nodeKey, bool clear) {
         if (node->tag == kNodeJobs) {
             for (size_t i = 0; i < tasks.RowCount(); ++i) AddToList1(tasks.RowAt(i).key);
         } else {
+            // The rows that leave go in one walk of the list afterwards, which ends as removing
+            // each on the way would, without a search of the list for each.
+            std::unordered_set<std::string_view> leaving;
             for (size_t i = tasks.RowCount(); i-- > 0;) {
                 const VqRow& task = tasks.RowAt(i);
                 if (NodeMatches(*node, task))
                     AddToList1(task.key);
                 else if (view.FindRow(task.key))
-                    RemoveTaskRow(PositionOf(view, task.key));
+                    leaving.insert(task.key);
             }
+            for (size_t i = view.RowCount(); i-- > 0 && !leaving.empty();)
+                if (leaving.erase(view.RowAt(i).key) > 0) RemoveTaskRow(i);
         }
         if (view.RowCount() > 0) {
             if (selectedTask_.empty()) {
