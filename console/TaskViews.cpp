@@ -36,34 +36,44 @@ std::string LocaleDateOf(const std::string& cell) { return FormatLocaleDateTime(
 
 }  // namespace
 
-bool FormatDisplayedCell(const std::string& key, const std::string& cell, std::string& text) {
-    if (key == "CPU") {
-        const int64_t code = CellNumber(cell);
-        if (code < 0 || code > 255) throw VqError("Overflow", 6);
-        text = PriorityName(static_cast<uint8_t>(code));
-    } else if (key == "Queue Priority") {
-        text = std::to_string(CellNumber(cell));
-    } else if (key == "PeakMem" || key == "SPeakMem") {
-        text = FormatThousands(CellNumber(cell)) + " KB";
-    } else if (key == "Units" || key == "SUnits" || key == "IO" || key == "SIO") {
-        text = FormatThousands(CellNumber(cell));
-    } else if (key == "MaxRunTime") {
-        const int64_t seconds = CellNumber(cell);
-        text = seconds == 0 ? "Unlimited" : FormatTimeSpan(SecondsToTimeSpan(seconds));
-    } else if (key == "SchTime" || key == "SubTime") {
-        text = LocaleDateOf(cell);
-    } else {
-        return false;
-    }
-    return true;
+CellForm CellFormOf(int16_t table, const std::string& key) {
+    static const std::pair<const char*, CellForm> kForms[] = {
+        {"CPU", CellForm::Priority},       {"Queue Priority", CellForm::Number},
+        {"PeakMem", CellForm::Kilobytes},  {"SPeakMem", CellForm::Kilobytes},
+        {"Units", CellForm::Thousands},    {"SUnits", CellForm::Thousands},
+        {"IO", CellForm::Thousands},       {"SIO", CellForm::Thousands},
+        {"MaxRunTime", CellForm::RunTime}, {"SchTime", CellForm::Date},
+        {"SubTime", CellForm::Date}};
+    if (table == kTaskTable && key == "CurRepeat") return CellForm::NextRun;
+    for (const auto& [column, form] : kForms)
+        if (key == column) return form;
+    return CellForm::Raw;
 }
 
-std::string DisplayedText(Server& server, int16_t table, const std::string& rowKey,
-                          const std::string& columnKey) {
-    if (table == kTaskTable && columnKey == "CurRepeat") return NextRunText(server, rowKey);
-    const std::string cell = GetCell(server.tables, table, rowKey, columnKey);
-    std::string text;
-    return FormatDisplayedCell(columnKey, cell, text) ? text : cell;
+std::string FormatCell(CellForm form, const std::string& cell) {
+    switch (form) {
+        case CellForm::Priority: {
+            const int64_t code = CellNumber(cell);
+            if (code < 0 || code > 255) throw VqError("Overflow", 6);
+            return PriorityName(static_cast<uint8_t>(code));
+        }
+        case CellForm::Number:
+            return std::to_string(CellNumber(cell));
+        case CellForm::Kilobytes:
+            return FormatThousands(CellNumber(cell)) + " KB";
+        case CellForm::Thousands:
+            return FormatThousands(CellNumber(cell));
+        case CellForm::RunTime: {
+            const int64_t seconds = CellNumber(cell);
+            return seconds == 0 ? "Unlimited" : FormatTimeSpan(SecondsToTimeSpan(seconds));
+        }
+        case CellForm::Date:
+            return LocaleDateOf(cell);
+        case CellForm::Raw:
+        case CellForm::NextRun:
+            break;
+    }
+    return cell;
 }
 
 TaskCommandStates CommandsForStatus(const std::string& status) {
@@ -256,26 +266,26 @@ void TaskViews::SetSelected(ViewList list, const std::string& key) {
     listener_.SelectionChanged(list);
 }
 
-// For each column of a list, the column of the working table it shows.
-std::vector<int> TaskViews::SourceColumns(VqTable& view, VqTable& source) const {
-    std::vector<int> columns;
-    for (const VqColumn& column : view.Columns()) columns.push_back(source.ColumnIndex(column.key));
+std::vector<TaskViews::ShownColumn> TaskViews::ShownColumns(ViewList list) const {
+    const bool tasks = list == ViewList::Tasks;
+    const VqTable& view = tasks ? server_.tables.TaskView : server_.tables.StepView;
+    const VqTable& source = tasks ? server_.tables.TaskTable : server_.tables.StepTable;
+    std::vector<ShownColumn> columns;
+    for (const VqColumn& column : view.Columns())
+        columns.push_back({source.ColumnIndex(column.key),
+                           CellFormOf(tasks ? kTaskTable : kStepTable, column.key)});
     return columns;
 }
 
-void TaskViews::WriteDisplayedCells(ViewList list, VqTable& view, size_t position, int16_t table,
-                                    const VqRow& source, const std::vector<int>& sourceColumns,
+void TaskViews::WriteDisplayedCells(ViewList list, VqTable& view, size_t position,
+                                    const VqRow& source, const std::vector<ShownColumn>& columns,
                                     std::string& columnKey) {
     VqRow& row = view.RowAt(position);
-    for (size_t c = 1; c < sourceColumns.size(); ++c) {
-        const std::string& key = view.Columns()[c].key;
-        columnKey = key;
-        const std::string& cell = source.cells[sourceColumns[c]];
-        std::string text;
-        if (table == kTaskTable && key == "CurRepeat")
-            text = NextRunText(server_, row.key);
-        else if (!FormatDisplayedCell(key, cell, text))
-            text = cell;
+    for (size_t c = 1; c < columns.size(); ++c) {
+        columnKey = view.Columns()[c].key;
+        const std::string& cell = source.cells[columns[c].source];
+        std::string text = columns[c].form == CellForm::NextRun ? NextRunText(server_, row.key)
+                                                                : FormatCell(columns[c].form, cell);
         if (row.cells[c] == text) continue;
         row.cells[c] = std::move(text);
         listener_.CellChanged(list, position, static_cast<int>(c));
@@ -297,12 +307,11 @@ bool TaskViews::RefreshList(ViewList list) {
     VqTable& source = tasks ? server_.tables.TaskTable : server_.tables.StepTable;
     std::string rowKey, columnKey;
     try {
-        const std::vector<int> columns = SourceColumns(view, source);
+        const std::vector<ShownColumn> columns = ShownColumns(list);
         for (size_t i = view.RowCount(); i-- > 0;) {
             rowKey = view.RowAt(i).key;
             if (const VqRow* row = source.FindRow(rowKey)) {
-                WriteDisplayedCells(list, view, i, tasks ? kTaskTable : kStepTable, *row, columns,
-                                    columnKey);
+                WriteDisplayedCells(list, view, i, *row, columns, columnKey);
             } else if (tasks) {
                 RemoveTaskRow(i);
             } else {

@@ -63,13 +63,13 @@ struct CommandStates {
     bool operator==(const CommandStates&) const = default;
 };
 
-// The displayed text of a cell of `table` (kTaskTable or kStepTable) under its column key.
-// A cell that can't be read or shown fails with its error into the caller.
-std::string DisplayedText(Server& server, int16_t table, const std::string& rowKey,
-                          const std::string& columnKey);
-// The displayed text of a raw cell whose text alone decides it; false for the columns that
-// need more of the row (the next run text) or show the raw cell.
-bool FormatDisplayedCell(const std::string& columnKey, const std::string& cell, std::string& text);
+// How a column of a list shows its cell: as it stands, a priority name, a plain number, KB,
+// thousands, a running time, a date, or the task's next run text (more than the cell).
+enum class CellForm { Raw, Priority, Number, Kilobytes, Thousands, RunTime, Date, NextRun };
+CellForm CellFormOf(int16_t table, const std::string& columnKey);
+// The displayed text of a cell in a form that the cell alone decides. A cell that can't be
+// read in its form fails with its error into the caller.
+std::string FormatCell(CellForm form, const std::string& cell);
 
 // The enabled state of Resume, Hold and Cancel for a task's Status.
 struct TaskCommandStates {
@@ -137,11 +137,15 @@ private:
     void RemoveTaskRow(size_t position);
     void ClearList(ViewList list, VqTable& table);
     void SetSelected(ViewList list, const std::string& key);
-    void WriteDisplayedCells(ViewList list, VqTable& view, size_t position, int16_t table,
-                             const VqRow& source, const std::vector<int>& sourceColumns,
-                             std::string& columnKey);
+    // A column of a list: the column of the working table it shows, and in what form.
+    struct ShownColumn {
+        int source;
+        CellForm form;
+    };
+    void WriteDisplayedCells(ViewList list, VqTable& view, size_t position, const VqRow& source,
+                             const std::vector<ShownColumn>& columns, std::string& columnKey);
     bool RefreshList(ViewList list);
-    std::vector<int> SourceColumns(VqTable& view, VqTable& source) const;
+    std::vector<ShownColumn> ShownColumns(ViewList list) const;
     void LogFailure(const std::string& text, const std::exception& error);
 
     Server& server_;

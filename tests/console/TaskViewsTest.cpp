@@ -200,33 +200,31 @@ TEST_F(TaskViewsTest, TheQueueSwitchSetsItsCommandsAndTheFourthPanel) {
     EXPECT_EQ(views.StatusPanels()[3], "Queue: Running");
 }
 
-TEST(FormatDisplayedCell, EachColumnShowsItsCellInItsOwnForm) {
+TEST(FormatCell, EachColumnShowsItsCellInItsOwnForm) {
     test::LocaleScope locale("en_US.UTF-8");
     ASSERT_TRUE(locale.Active());
-    // Column key, cell, displayed text.
-    const std::tuple<std::string, std::string, std::string> cases[] = {
-        {"CPU", "22", "Normal 2"},
-        {"CPU", "05", "Low 5"},
-        {"CPU", "53", "RealTime 3"},
-        {"CPU", "61", ""},
-        {"Queue Priority", "000123", "123"},
-        {"PeakMem", "000000000", "0 KB"},
-        {"SPeakMem", "001234567", "1,234,567 KB"},
-        {"Units", "000001000", "1,000"},
-        {"SIO", "00000000012345", "12,345"},
-        {"MaxRunTime", "000000000", "Unlimited"},
-        {"MaxRunTime", "000090061", "1 Day 01:01:01"},
-        {"MaxRunTime", "000086399", "0 Days 23:59:59"},
+    // Table, column key, cell, displayed text.
+    const std::tuple<int16_t, std::string, std::string, std::string> cases[] = {
+        {kTaskTable, "CPU", "22", "Normal 2"},
+        {kTaskTable, "CPU", "05", "Low 5"},
+        {kTaskTable, "CPU", "53", "RealTime 3"},
+        {kTaskTable, "CPU", "61", ""},
+        {kTaskTable, "Queue Priority", "000123", "123"},
+        {kTaskTable, "PeakMem", "000000000", "0 KB"},
+        {kStepTable, "SPeakMem", "001234567", "1,234,567 KB"},
+        {kTaskTable, "Units", "000001000", "1,000"},
+        {kStepTable, "SIO", "00000000012345", "12,345"},
+        {kTaskTable, "MaxRunTime", "000000000", "Unlimited"},
+        {kTaskTable, "MaxRunTime", "000090061", "1 Day 01:01:01"},
+        {kTaskTable, "MaxRunTime", "000086399", "0 Days 23:59:59"},
+        {kTaskTable, "Status", "Waiting - Hold", "Waiting - Hold"},
+        {kStepTable, "STCPU", "0:00:00:01:500", "0:00:00:01:500"},
     };
-    for (const auto& [column, cell, expected] : cases) {
-        std::string text;
-        ASSERT_TRUE(FormatDisplayedCell(column, cell, text)) << column;
-        EXPECT_EQ(text, expected) << column << " " << cell;
-    }
-    std::string text;
-    EXPECT_FALSE(FormatDisplayedCell("Status", "Waiting", text));
-    EXPECT_THROW(FormatDisplayedCell("CPU", "256", text), std::exception);
-    EXPECT_THROW(FormatDisplayedCell("SchTime", "soon", text), std::exception);
+    for (const auto& [table, column, cell, expected] : cases)
+        EXPECT_EQ(FormatCell(CellFormOf(table, column), cell), expected) << column << " " << cell;
+    EXPECT_EQ(CellFormOf(kTaskTable, "CurRepeat"), CellForm::NextRun);
+    EXPECT_THROW(FormatCell(CellForm::Priority, "256"), std::exception);
+    EXPECT_THROW(FormatCell(CellForm::Date, "soon"), std::exception);
 }
 
 // The next run text itself is the info file's; the list shows it and the dates in the locale.
