@@ -425,10 +425,14 @@ void TaskViews::SortOnColumn(int viewColumn) {
         listener_.AfterInsert(ViewList::Tasks);
     }
     VqTable& tasks = server_.tables.TaskTable;
-    const int column = tasks.ColumnIndex(view.Columns()[viewColumn].key);
-    const bool descending = sortChosen_ && tasks.SortKey() == column && !tasks.SortDescending();
-    sortChosen_ = true;
-    tasks.SortOn(column, descending);
+    try {
+        const int column = tasks.ColumnIndex(view.Columns()[viewColumn].key);
+        const bool descending = sortChosen_ && tasks.SortKey() == column && !tasks.SortDescending();
+        sortChosen_ = true;
+        tasks.SortOn(column, descending);
+    } catch (const std::exception&) {
+        // A column that TaskTable lacks leaves its order as it is; the list is rebuilt all the same.
+    }
     LoadListFromTree(selectedNode_, true);
     if (view.FindRow(kSortingKey)) RemoveTaskRow(PositionOf(view, kSortingKey));
 }
