@@ -24,6 +24,9 @@ bool InstanceBus::AskRunningServerToShow() {
     return reply.isValid();
 }
 
-bool InstanceBus::ShowWindow() { return true; }
+bool InstanceBus::ShowWindow() {
+    if (bringForward_) bringForward_();
+    return true;
+}
 
 }  // namespace vq

@@ -2,6 +2,7 @@
 // The server's name on the session bus, and the call by which a second server brings the
 // first one forward.
 #include <QObject>
+#include <functional>
 
 namespace vq {
 
@@ -17,10 +18,15 @@ public:
     bool Register();
     // Asks the running server to bring its window forward; false when nobody answered.
     static bool AskRunningServerToShow();
+    // What brings the window forward; none without a window.
+    void SetBringForward(std::function<void()> bringForward) { bringForward_ = std::move(bringForward); }
 
 public Q_SLOTS:
     // Brings the main window forward; a headless server has none and only answers.
     bool ShowWindow();
+
+private:
+    std::function<void()> bringForward_;
 };
 
 }  // namespace vq

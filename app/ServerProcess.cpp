@@ -56,12 +56,13 @@ void ServerProcess::HoldCloseSignals() {
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
-ServerProcess::ServerProcess() {
+ServerProcess::ServerProcess(Operator* windowOperator) {
     registry_ = std::make_unique<Registry>(Registry::DefaultDatabasePath(),
                                            Registry::DefaultAutostartDir());
-    server_ = std::make_unique<Server>(clock_, operator_, *registry_, static_cast<Screen&>(*this));
+    server_ = std::make_unique<Server>(clock_, windowOperator ? *windowOperator : headless_,
+                                       *registry_, static_cast<Screen&>(*this));
     // A headless message goes to the log as well, unless the engine logged that text already.
-    operator_.SetLogSink([this](const std::string& text) {
+    headless_.SetLogSink([this](const std::string& text) {
         if (text.find(server_->LastLogText) == std::string::npos || server_->LastLogText.empty())
             WriteServerLog(*server_, text);
     });
@@ -154,11 +155,19 @@ void ServerProcess::TellWhereAndHow() const {
                  static_cast<int>(::getpid()), vqctl.c_str(), vqctl.c_str());
 }
 
+void ServerProcess::SetWindow(Screen* screen, std::function<void()> closeBySystem,
+                              std::function<void()> bringForward) {
+    window_.SetTarget(screen);
+    closeBySystem_ = std::move(closeBySystem);
+    bus_.SetBringForward(std::move(bringForward));
+}
+
 void ServerProcess::QueueSwitched(bool started) {
     if (started)
         timer1_.start();
     else
         timer1_.stop();
+    window_.QueueSwitched(started);
 }
 
 void ServerProcess::OnTimer1() { Timer1_Timer(*server_); }
@@ -169,7 +178,11 @@ void ServerProcess::OnSignal() {
     signalfd_siginfo info;
     while (::read(signalFd_.Get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
     }
-    if (CloseServer(*server_, true)) QCoreApplication::quit();
+    // With a window, its own closing path runs, the question answering itself after 3 s.
+    if (closeBySystem_)
+        closeBySystem_();
+    else if (CloseServer(*server_, true))
+        QCoreApplication::quit();
 }
 
 }  // namespace vq

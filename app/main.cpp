@@ -1,12 +1,19 @@
 // vqserv: the Orvantis Personal Server.
 #include <CLI/CLI.hpp>
+#include <QApplication>
 #include <QCoreApplication>
+#include <QGuiApplication>
+#include <QSessionManager>
 #include <clocale>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "app/ServerProcess.h"
+#include "console/DialogOperator.h"
+#include "console/Form1.h"
 #include "core/Server.h"
 
 namespace {
@@ -20,10 +27,61 @@ std::string VersionText() {
 struct Options {
     vq::StartRequest request;
     std::vector<std::string> words;
+    bool headless = false;
 };
 
+// A window needs a display: X11 or Wayland, or a platform named outright (offscreen too).
+bool DisplayAvailable() {
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}) {
+        const char* value = std::getenv(name);
+        if (value && *value) return true;
+    }
+    return false;
+}
+
+int RunHeadless(int argc, char** argv, const vq::StartRequest& request) {
+    QCoreApplication qtApp(argc, argv);
+    std::setlocale(LC_ALL, "");
+    vq::ServerProcess process;
+    const int code = process.Start(request);
+    if (code >= 0) return code;
+    return qtApp.exec();
+}
+
+// The operator's window over the same engine: messages in boxes over it, its closing path
+// for the close box, Exit, the session's end and the close signals.
+int RunWithWindow(int argc, char** argv, const vq::StartRequest& request) {
+    QApplication qtApp(argc, argv);
+    std::setlocale(LC_ALL, "");
+    QApplication::setQuitOnLastWindowClosed(true);
+    vq::DialogOperator dialogs;
+    vq::ServerProcess process(&dialogs);
+    const int code = process.Start(request);
+    if (code >= 0) return code;
+
+    vq::Form1 window(process.GetServer());
+    dialogs.SetParent(&window);
+    process.SetWindow(
+        &window, [&window] { window.CloseBySystem(); },
+        [&window] {
+            window.showNormal();
+            window.raise();
+            window.activateWindow();
+        });
+    // The session ending asks the window to close as the system would.
+    QObject::connect(&qtApp, &QGuiApplication::commitDataRequest, &window,
+                     [&window](QSessionManager&) { window.CloseBySystem(); });
+    window.LoadAtStart();
+    window.ShowAtStart();
+    const int result = qtApp.exec();
+    process.SetWindow(nullptr, {}, {});
+    return result;
+}
+
 void AddOptions(CLI::App& app, Options& options) {
-    app.add_flag("--headless")->description("run without a window (every start does, for now)");
+    app.add_flag("--headless", options.headless,
+                 "run without a window; a start without a display (no DISPLAY, WAYLAND_DISPLAY "
+                 "or QT_QPA_PLATFORM) runs so too");
     app.add_option("--queue-root", options.request.queueRoot,
                    "serve the queue in DIR, made if missing, and remember it")
         ->type_name("DIR")
@@ -56,11 +114,6 @@ int main(int argc, char** argv) {
     for (const std::string& word : options.words)
         options.request.commandLine += (options.request.commandLine.empty() ? "" : " ") + word;
 
-    // The window comes with the operator interface; until then every start is headless.
-    QCoreApplication qtApp(argc, argv);
-    std::setlocale(LC_ALL, "");
-    vq::ServerProcess process;
-    const int code = process.Start(options.request);
-    if (code >= 0) return code;
-    return qtApp.exec();
+    if (options.headless || !DisplayAvailable()) return RunHeadless(argc, argv, options.request);
+    return RunWithWindow(argc, argv, options.request);
 }

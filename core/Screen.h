@@ -14,4 +14,23 @@ public:
     virtual void QueueSwitched(bool started) {}
 };
 
+// Passes every call on to a screen that is made after the server (the window needs the
+// server to exist first); does nothing while there is none.
+class ScreenRelay : public Screen {
+public:
+    void SetTarget(Screen* target) { target_ = target; }
+    void LoadTree() override {
+        if (target_) target_->LoadTree();
+    }
+    void SaveColumnWidths() override {
+        if (target_) target_->SaveColumnWidths();
+    }
+    void QueueSwitched(bool started) override {
+        if (target_) target_->QueueSwitched(started);
+    }
+
+private:
+    Screen* target_ = nullptr;
+};
+
 }  // namespace vq

@@ -59,6 +59,21 @@ TEST_F(VqservProcessTest, ASignalDuringStartUpClosesTheServerCleanly) {
     EXPECT_EQ(result.exitCode, 0) << result.err;
 }
 
+// With a display the window opens; a signal closes it through its own closing path, which
+// keeps its placement.
+TEST_F(VqservProcessTest, WithADisplayTheWindowOpensAndASignalClosesItKeepingItsPlacement) {
+    std::vector<std::string> env = Env();
+    env.push_back("QT_QPA_PLATFORM=offscreen");
+    ChildProcess server({BinPath("vqserv"), "--queue-root", Root()}, env);
+    ASSERT_TRUE(WaitUntil([&] { return server.ErrorText().find("serves the queue") != std::string::npos; },
+                          10000, 20))
+        << server.ErrorText();
+    Stop(server);
+    const ProcessResult placement = Vqctl({"config", "list", "StartSet"});
+    // The default 10000 twips went through whole pixels at 96 dots per inch.
+    EXPECT_NE(placement.out.find("MainWidth=10005"), std::string::npos) << placement.out;
+}
+
 TEST_F(VqservProcessTest, AnUnwritableSettingsStoreEndsWithOneLineOfPathAndReason) {
     AppendToFile(dir.Path() + "plainfile", "x");
     const ProcessResult result = RunProcess(Vqserv(), Env(dir.Path() + "plainfile/cfg"));
