@@ -14,6 +14,9 @@
 #include "app/ServerProcess.h"
 #include "console/DialogOperator.h"
 #include "console/Form1.h"
+#include "console/ShrForm.h"
+#include "console/frmLog.h"
+#include "console/frmSplash.h"
 #include "core/Server.h"
 
 namespace {
@@ -50,16 +53,23 @@ int RunHeadless(int argc, char** argv, const vq::StartRequest& request) {
 
 // The operator's window over the same engine: messages in boxes over it, its closing path
 // for the close box, Exit, the session's end and the close signals.
-int RunWithWindow(int argc, char** argv, const vq::StartRequest& request) {
+int RunWithWindow(int argc, char** argv, vq::StartRequest request) {
     QApplication qtApp(argc, argv);
     std::setlocale(LC_ALL, "");
     QApplication::setQuitOnLastWindowClosed(true);
     vq::DialogOperator dialogs;
     vq::ServerProcess process(&dialogs);
+    vq::Server& server = process.GetServer();
+    // The splash comes with the first status word and stands under the first start's question.
+    vq::frmSplash splash;
+    request.showStatus = vq::SplashStatus(splash);
+    request.chooseQueueFolder = vq::QueueFolderChooser(server, &splash);
     const int code = process.Start(request);
     if (code >= 0) return code;
 
-    vq::Form1 window(process.GetServer());
+    vq::Form1 window(server);
+    window.ShowQueueFolderDialog = [&window, &server] { vq::ShowQueueFolderDialog(&window, server); };
+    window.ShowServerLog = [&window, &server] { vq::ShowServerLog(&window, server); };
     dialogs.SetParent(&window);
     process.SetWindow(
         &window, [&window] { window.CloseBySystem(); },
@@ -72,6 +82,7 @@ int RunWithWindow(int argc, char** argv, const vq::StartRequest& request) {
     QObject::connect(&qtApp, &QGuiApplication::commitDataRequest, &window,
                      [&window](QSessionManager&) { window.CloseBySystem(); });
     window.LoadAtStart();
+    splash.close();
     window.ShowAtStart();
     const int result = qtApp.exec();
     process.SetWindow(nullptr, {}, {});
