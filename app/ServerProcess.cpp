@@ -148,11 +148,12 @@ void ServerProcess::TellWhereAndHow() const {
                  "%s serves the queue in %s (process %d, server log %sSrvLog.txt).\n"
                  "Stop it with Ctrl-C here or with: kill %d\n"
                  "From another terminal, try:\n"
-                 "  %s config list ServerSettings\n"
-                 "  %s new-task --step 'echo hello' hello.vqf\n",
+                 "  %s add -- echo hello     # hand in a task; prints its key\n"
+                 "  %s status                # the queue\n"
+                 "  %s config list ServerSettings\n",
                  MainWindowTitle().c_str(), server_->ServerPath.c_str(),
                  static_cast<int>(::getpid()), server_->DataPath.c_str(),
-                 static_cast<int>(::getpid()), vqctl.c_str(), vqctl.c_str());
+                 static_cast<int>(::getpid()), vqctl.c_str(), vqctl.c_str(), vqctl.c_str());
 }
 
 void ServerProcess::SetWindow(Screen* screen, std::function<void()> closeBySystem,
