@@ -1,5 +1,6 @@
 #include "console/StepsToolWin.h"
 
+#include <QActionGroup>
 #include <QComboBox>
 #include <QDateEdit>
 #include <QEvent>
@@ -17,8 +18,8 @@
 #include <QTimeEdit>
 #include <QToolBar>
 #include <QTreeWidget>
-#include <QValidator>
 #include <QVBoxLayout>
+#include <QValidator>
 #include <algorithm>
 
 #include "calendar/Common.h"
@@ -45,8 +46,8 @@ void Attempt(Step step) {
 }
 
 bool AllDigits(const std::string& text) {
-    return !text.empty() && std::all_of(text.begin(), text.end(),
-                                        [](char c) { return c >= '0' && c <= '9'; });
+    return !text.empty() &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
 // Mid$: the characters from a position counted from 0, fewer or none past the end.
@@ -65,7 +66,7 @@ constexpr ToolButton kToolButtons[] = {
 // past the limit. A longer text put in by the program stays whole; the operator can shorten it
 // but not lengthen it.
 class FieldFilter final : public QValidator {
-public:
+  public:
     FieldFilter(QLineEdit* edit, int limit, bool digitsOnly)
         : QValidator(edit), limit_(limit), room_(limit), digitsOnly_(digitsOnly) {
         connect(edit, &QLineEdit::textChanged, this, [this](const QString& text) {
@@ -81,7 +82,7 @@ public:
         return Acceptable;
     }
 
-private:
+  private:
     int limit_, room_;
     bool digitsOnly_;
 };
@@ -116,8 +117,8 @@ QString FileTextForTheBox(const std::string& bytes) {
 
 }  // namespace
 
-TaskPropertyFields ReadTaskProperties(WorkingTables& tables, const std::string& taskKey,
-                                      VqDate now, int& cpuCode) {
+TaskPropertyFields ReadTaskProperties(WorkingTables& tables, const std::string& taskKey, VqDate now,
+                                      int& cpuCode) {
     TaskPropertyFields fields;
     fields.schedule = now;
     cpuCode = 0;
@@ -226,6 +227,10 @@ StepsToolWin::StepsToolWin(Server& server, std::function<void()> refreshList, QW
     layout->addWidget(findChild<QToolBar*>(Q("Toolbar1")));
     layout->addWidget(pages_, 1);
     layout->addLayout(buttons);
+    // Wide enough for a report's lines of 80 characters.
+    resize(std::max(sizeHint().width(),
+                    RichTextBox1->fontMetrics().horizontalAdvance(QString(84, QLatin1Char('0')))),
+           560);
 
     connect(Command2, &QPushButton::clicked, this, &StepsToolWin::Command2_Click);
     connect(Command1, &QPushButton::clicked, this, &StepsToolWin::Command1_Click);
@@ -237,11 +242,14 @@ void StepsToolWin::BuildToolbar() {
     toolbar->setObjectName(Q("Toolbar1"));
     toolbar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     toolbar->setIconSize(QSize(16, 16));
+    auto* group = new QActionGroup(toolbar);
     for (const ToolButton& button : kToolButtons) {
         // The image Task: the task's sheet, as the main window's Properties button shows it.
         QAction* action = toolbar->addAction(ImageIcon(Q("prop")), Q(button.caption));
         action->setObjectName(Q(button.key));
         action->setToolTip(Q(button.caption));
+        action->setCheckable(true);
+        action->setActionGroup(group);
         const QString key = Q(button.key);
         connect(action, &QAction::triggered, this, [this, key] { Toolbar1_ButtonClick(key); });
     }
@@ -329,12 +337,13 @@ QWidget* StepsToolWin::BuildPicture2() {
     auto* monthGroup = new QGroupBox(Q("Run On Month Day"));
     auto* monthLayout = new QVBoxLayout(monthGroup);
     monthLayout->addWidget(ListView2);
-    auto* weekGroup = new QGroupBox;
+    // A blank caption lines the week days' frame up with the month days' beside it.
+    auto* weekGroup = new QGroupBox(Q(" "));
     auto* weekLayout = new QVBoxLayout(weekGroup);
     weekLayout->addWidget(ListView3);
     auto* lists = new QHBoxLayout;
-    lists->addWidget(monthGroup);
-    lists->addWidget(weekGroup);
+    lists->addWidget(monthGroup, 1);
+    lists->addWidget(weekGroup, 1);
 
     auto* page = new QVBoxLayout(Picture2);
     page->setContentsMargins(0, 0, 0, 0);
@@ -425,6 +434,8 @@ TaskPropertyFields StepsToolWin::FieldsShown() const {
 }
 
 void StepsToolWin::Toolbar1_ButtonClick(const QString& key) {
+    // The button of the page on show stands pressed.
+    if (auto* action = findChild<QAction*>(key)) action->setChecked(true);
     if (key == Q("General")) {
         pages_->setCurrentWidget(Picture2);
         return;
@@ -440,6 +451,8 @@ void StepsToolWin::ShowFile(bool report) {
     const std::string path = PropertiesPagePath(rf, jobReport, report);
     std::string bytes;
     const bool loaded = ReadWholeFile(path, bytes);
+    // A file keeps its columns; the message is wrapped so that the whole path can be read.
+    RichTextBox1->setLineWrapMode(loaded ? QPlainTextEdit::NoWrap : QPlainTextEdit::WidgetWidth);
     RichTextBox1->setPlainText(loaded ? FileTextForTheBox(bytes) : Q(FileNotAvailableText(path)));
     pages_->setCurrentWidget(RichTextBox1);
     RichTextBox1->setFocus();

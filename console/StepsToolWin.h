@@ -60,8 +60,8 @@ inline constexpr DayCodeEntry kDayCodes[] = {{"ED", "Every Day"},
 // The fields of a task read from its cells, each on its own: a cell that is missing or doesn't
 // read leaves its field at the default and the others are read all the same. `cpuCode` takes
 // the CPU cell as a number, 0 when it isn't one. `now` is what the pickers show by default.
-TaskPropertyFields ReadTaskProperties(WorkingTables& tables, const std::string& taskKey,
-                                      VqDate now, int& cpuCode);
+TaskPropertyFields ReadTaskProperties(WorkingTables& tables, const std::string& taskKey, VqDate now,
+                                      int& cpuCode);
 // The repeat text that the fields make: an empty number field counts as 0.
 std::string BuildRepeatText(const TaskPropertyFields& fields);
 // Writes what `edits` say was edited, in the window's order; a step that fails is passed over
@@ -78,7 +78,7 @@ std::string FileNotAvailableText(const std::string& path);
 
 class StepsToolWin : public QDialog {
     Q_OBJECT
-public:
+  public:
     // `refreshList` is the main window's screen refresh, run after OK has written.
     StepsToolWin(Server& server, std::function<void()> refreshList, QWidget* parent = nullptr);
 
@@ -93,10 +93,10 @@ public:
 
     const PropertyEdits& Edits() const { return edits_; }
 
-protected:
+  protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
-private:
+  private:
     void BuildToolbar();
     QWidget* BuildPicture2();
     QTreeWidget* BuildDayList(const char* name, const char* column);
