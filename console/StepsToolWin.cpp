@@ -62,30 +62,42 @@ struct ToolButton {
 constexpr ToolButton kToolButtons[] = {
     {"General", "General Properties"}, {"Report", "Report"}, {"Diag", "Task Diagnostic"}};
 
-// The key filter and the length of a field: digits only where asked, and no typing or pasting
-// past the limit. A longer text put in by the program stays whole; the operator can shorten it
-// but not lengthen it.
+// The key filter and the length of a field, judged against the text before the edit: no
+// typing or pasting past the limit, and in a number field no character but digits. A longer
+// text, or one with other characters, that the program put in stays whole; the operator can
+// shorten it but not lengthen it.
 class FieldFilter final : public QValidator {
   public:
     FieldFilter(QLineEdit* edit, int limit, bool digitsOnly)
-        : QValidator(edit), limit_(limit), room_(limit), digitsOnly_(digitsOnly) {
-        connect(edit, &QLineEdit::textChanged, this, [this](const QString& text) {
-            room_ = std::max(limit_, static_cast<int>(text.size()));
-        });
+        : QValidator(edit), limit_(limit), digitsOnly_(digitsOnly) {
+        connect(edit, &QLineEdit::textChanged, this,
+                [this](const QString& text) { before_ = text; });
     }
     State validate(QString& input, int&) const override {
-        if (input.size() > room_) return Invalid;
-        if (digitsOnly_ && std::any_of(input.cbegin(), input.cend(), [](QChar c) {
-                return c < QLatin1Char('0') || c > QLatin1Char('9');
-            }))
-            return Invalid;
+        if (input.size() > std::max<qsizetype>(limit_, before_.size())) return Invalid;
+        if (digitsOnly_ && NonDigits(input) > NonDigits(before_)) return Invalid;
         return Acceptable;
     }
 
   private:
-    int limit_, room_;
+    static qsizetype NonDigits(const QString& text) {
+        return std::count_if(text.cbegin(), text.cend(),
+                             [](QChar c) { return c < QLatin1Char('0') || c > QLatin1Char('9'); });
+    }
+
+    int limit_;
     bool digitsOnly_;
+    QString before_;
 };
+
+// A text that the program puts in stands as it is: the filter judges the operator's edits only
+// (a text it refused would let the next edit through unjudged).
+void ShowText(QLineEdit* edit, const std::string& text) {
+    const QValidator* filter = edit->validator();
+    edit->setValidator(nullptr);
+    edit->setText(Q(text));
+    edit->setValidator(filter);
+}
 
 QLineEdit* MakeField(const char* name, int limit, bool digitsOnly, int widthInDigits) {
     auto* edit = new QLineEdit;
@@ -395,19 +407,19 @@ void StepsToolWin::PropKey(const std::string& key) {
 }
 
 void StepsToolWin::ShowFields(const TaskPropertyFields& fields) {
-    Text12->setText(Q(fields.times));
+    ShowText(Text12, fields.times);
     for (size_t day = 0; day < fields.monthDays.size(); ++day)
         ListView2->topLevelItem(static_cast<int>(day))
             ->setCheckState(0, fields.monthDays[day] ? Qt::Checked : Qt::Unchecked);
     for (size_t day = 0; day < fields.weekDays.size(); ++day)
         ListView3->topLevelItem(static_cast<int>(day))
             ->setCheckState(0, fields.weekDays[day] ? Qt::Checked : Qt::Unchecked);
-    Text13->setText(Q(fields.hours));
-    Text14->setText(Q(fields.minutes));
+    ShowText(Text13, fields.hours);
+    ShowText(Text14, fields.minutes);
     ImageCombo3->setCurrentIndex(ImageCombo3->findData(Q(fields.dayCode)));
     ImageCombo1->setCurrentIndex(ImageCombo1->findData(Q(fields.cpuKey)));
-    ZkDep->setText(Q(fields.dependency));
-    ZkQPrio->setText(Q(fields.queuePriority));
+    ShowText(ZkDep, fields.dependency);
+    ShowText(ZkQPrio, fields.queuePriority);
     SetPickers(fields.schedule);
 }
 
