@@ -235,8 +235,7 @@ StepsToolWin::StepsToolWin(Server& server, std::function<void()> refreshList, QW
     buttons->addWidget(Command1);
 
     auto* layout = new QVBoxLayout(this);
-    BuildToolbar();
-    layout->addWidget(findChild<QToolBar*>(Q("Toolbar1")));
+    layout->addWidget(BuildToolbar());
     layout->addWidget(pages_, 1);
     layout->addLayout(buttons);
     // Wide enough for a report's lines of 80 characters.
@@ -249,7 +248,7 @@ StepsToolWin::StepsToolWin(Server& server, std::function<void()> refreshList, QW
     ConnectEdits();
 }
 
-void StepsToolWin::BuildToolbar() {
+QToolBar* StepsToolWin::BuildToolbar() {
     auto* toolbar = new QToolBar(this);
     toolbar->setObjectName(Q("Toolbar1"));
     toolbar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
@@ -265,6 +264,7 @@ void StepsToolWin::BuildToolbar() {
         const QString key = Q(button.key);
         connect(action, &QAction::triggered, this, [this, key] { Toolbar1_ButtonClick(key); });
     }
+    return toolbar;
 }
 
 QTreeWidget* StepsToolWin::BuildDayList(const char* name, const char* column) {

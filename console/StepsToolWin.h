@@ -18,6 +18,7 @@ class QPlainTextEdit;
 class QPushButton;
 class QStackedWidget;
 class QTimeEdit;
+class QToolBar;
 class QTreeWidget;
 
 namespace vq {
@@ -97,7 +98,7 @@ class StepsToolWin : public QDialog {
     bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
-    void BuildToolbar();
+    QToolBar* BuildToolbar();
     QWidget* BuildPicture2();
     QTreeWidget* BuildDayList(const char* name, const char* column);
     void ConnectEdits();
