@@ -4,7 +4,6 @@
 #include <QAction>
 #include <QApplication>
 #include <QComboBox>
-#include <QDateEdit>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -12,6 +11,8 @@
 #include <QTimeEdit>
 #include <QTreeView>
 #include <QTreeWidget>
+#include <array>
+#include <tuple>
 
 #include "console/Form1.h"
 #include "console/StepsToolWin.h"
@@ -46,6 +47,15 @@ class StepsToolWinTest : public ::testing::Test {
     QString Text(const char* name) { return Get(name)->text(); }
     QTreeWidgetItem* Day(const char* list, int row) {
         return Get<QTreeWidget>(list)->topLevelItem(row);
+    }
+    std::vector<int> CheckedRows(const char* list) {
+        std::vector<int> rows;
+        for (int row = 0; row < Get<QTreeWidget>(list)->topLevelItemCount(); ++row)
+            if (Day(list, row)->checkState(0) == Qt::Checked) rows.push_back(row);
+        return rows;
+    }
+    void Trigger(const char* action) {
+        window->findChild<QAction*>(QString::fromLatin1(action))->trigger();
     }
     void Choose(const char* combo, const char* entryKey) {
         Get<QComboBox>(combo)->setCurrentIndex(
@@ -86,7 +96,8 @@ TEST_F(StepsToolWinTest, OkWithNothingEditedAndCancelAfterEditsWriteNothing) {
 }
 
 TEST_F(StepsToolWinTest, EditingOnlyTheDependencyLeavesTheScheduleAndTheAgedPriority) {
-    test::SetTaskCell(t, key, "Repeat", "0002" + std::string(38, ' ') + "0030WD");
+    const std::string repeat = "0002" + std::string(38, ' ') + "0030WD";
+    test::SetTaskCell(t, key, "Repeat", repeat);
     test::SetTaskCell(t, key, "CurRepeat", "2026-11-22 12:30:00");
     Open();
     test::SetTaskCell(t, key, "Queue Priority", "000250");
@@ -94,17 +105,19 @@ TEST_F(StepsToolWinTest, EditingOnlyTheDependencyLeavesTheScheduleAndTheAgedPrio
     Click("Command2");
     EXPECT_EQ(Cell("Dependency"), "Build");
     EXPECT_EQ(Cell("Queue Priority"), "000250");
-    EXPECT_EQ(Cell("Repeat"), "0002" + std::string(38, ' ') + "0030WD");
+    EXPECT_EQ(Cell("Repeat"), repeat);
     EXPECT_EQ(Cell("CurRepeat"), "2026-11-22 12:30:00");
     EXPECT_EQ(Cell("SchTime"), "2026-11-22 12:00:00");
-    EXPECT_EQ(Cell("CPU"), "22");
     EXPECT_EQ(refreshes, 1);
 }
 
-// A complete task's schedule is edited too, and its status stays.
+// A complete task's schedule is edited too, and its status stays; "<< Now >>" sets the pickers.
 TEST_F(StepsToolWinTest, AnIntervalOfOneHourFiveMinutesGives0105AtPositions43To46) {
     test::SetTaskCell(t, key, "Status", "Complete");
     Open();
+    t.clock.Advance(3600 + 61);
+    Click("Command3");
+    EXPECT_EQ(Get<QTimeEdit>("DTPicker1")->time(), QTime(13, 1, 1));
     Type("Text12", "12");
     Type("Text13", "1");
     Type("Text14", "5");
@@ -116,7 +129,7 @@ TEST_F(StepsToolWinTest, AnIntervalOfOneHourFiveMinutesGives0105AtPositions43To4
     EXPECT_EQ(Cell("Repeat"), kEdited);
     EXPECT_EQ(Cell("Repeat").substr(42, 4), "0105");
     EXPECT_EQ(Cell("CurRepeat"), "0");
-    EXPECT_EQ(Cell("SchTime"), "2026-11-22 12:00:00");
+    EXPECT_EQ(Cell("SchTime"), "2026-11-22 13:01:01");
     EXPECT_EQ(Cell("Queue Priority"), "000042");
     EXPECT_EQ(Cell("Status"), "Complete");
 }
@@ -125,16 +138,15 @@ TEST_F(StepsToolWinTest, OpeningShowsTheRepeatTextPartByPartAndPassesOverWhatDoe
     struct Case {
         std::string repeat;
         const char *times, *hours, *minutes, *dayCode;
-        int checkedMonthDay, checkedWeekDay;  // -1: none
+        std::vector<int> checkedMonthDays, checkedWeekDays;
     };
-    const std::string blanks(38, ' ');
     const Case cases[] = {
-        {"", "", "", "", "ED", -1, -1},
-        {"0003", "3", "", "", "ED", -1, -1},
-        {"12", "12", "", "", "ED", -1, -1},
-        {kEdited, "12", "01", "05", "SSH", 3, 1},
-        {"0002" + std::string(30, ' ') + "X      X2359WDH", "2", "23", "59", "WDH", 30, 6},
-        {"ab12" + blanks + "0000XYZ", "", "00", "00", "ED", -1, -1},
+        {"", "", "", "", "ED", {}, {}},
+        {"0003", "3", "", "", "ED", {}, {}},
+        {"12", "12", "", "", "ED", {}, {}},
+        {kEdited, "12", "01", "05", "SSH", {3}, {1}},
+        {"0002X" + std::string(29, ' ') + "X      X2359WDH", "2", "23", "59", "WDH", {0, 30}, {6}},
+        {"ab12" + std::string(38, 'x') + "0000XYZ", "", "00", "00", "ED", {}, {}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.repeat);
@@ -144,55 +156,47 @@ TEST_F(StepsToolWinTest, OpeningShowsTheRepeatTextPartByPartAndPassesOverWhatDoe
         EXPECT_EQ(Text("Text13"), QString::fromLatin1(c.hours));
         EXPECT_EQ(Text("Text14"), QString::fromLatin1(c.minutes));
         EXPECT_EQ(Get<QComboBox>("ImageCombo3")->currentData().toString().toStdString(), c.dayCode);
-        for (int row = 0; row < 31; ++row)
-            EXPECT_EQ(Day("ListView2", row)->checkState(0) == Qt::Checked,
-                      row == c.checkedMonthDay);
-        for (int row = 0; row < 7; ++row)
-            EXPECT_EQ(Day("ListView3", row)->checkState(0) == Qt::Checked, row == c.checkedWeekDay);
+        EXPECT_EQ(CheckedRows("ListView2"), c.checkedMonthDays);
+        EXPECT_EQ(CheckedRows("ListView3"), c.checkedWeekDays);
         EXPECT_EQ(Text("ZkQPrio"), QStringLiteral("000200"));
         EXPECT_FALSE(window->Edits().changed);
     }
 }
 
 TEST_F(StepsToolWinTest, ANewCpuPriorityReachesARunnerSlotOnlyWhenTheTaskHasOne) {
-    struct Case {
-        const char* jobIndex;
-        const char* chosen;
-        const char* cpu;
-        bool sent;
-    };
-    const Case cases[] = {
-        {"", "P03", "03", false}, {"00", "P51", "51", true}, {"00", "P22", "22", false}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.chosen);
-        test::SetTaskCell(t, key, "JobIndex", c.jobIndex);
+    // JobIndex, the entry chosen, and whether the runner of slot 0 hears "PRTY" 51.
+    const std::tuple<const char*, const char*, bool> cases[] = {
+        {"", "P51", false}, {"00", "P51", true}, {"00", "P22", false}};
+    for (const auto& [jobIndex, chosen, sent] : cases) {
+        SCOPED_TRACE(std::string(jobIndex) + chosen);
+        test::SetTaskCell(t, key, "JobIndex", jobIndex);
         test::SetTaskCell(t, key, "CPU", "22");
         t->link.command = {"NONE", 0};
         Open();
-        Choose("ImageCombo1", c.chosen);
+        Choose("ImageCombo1", chosen);
         Type("ZkDep", "x");
         Click("Command2");
-        EXPECT_EQ(Cell("CPU"), c.cpu);
-        EXPECT_EQ(t->link.command.Command, c.sent ? "PRTY" : "NONE");
-        EXPECT_EQ(t->link.command.Argument, c.sent ? 51 : 0);
+        EXPECT_EQ(Cell("CPU"), std::string(chosen).substr(1));
+        EXPECT_EQ(t->link.command.Command, sent ? "PRTY" : "NONE");
+        EXPECT_EQ(t->link.command.Argument, sent ? 51 : 0);
     }
 }
 
 TEST_F(StepsToolWinTest, FieldsTakeTheirCharactersUpToTheirLengthsAndAnEmptyNumberLeftIsZero) {
-    const std::pair<const char*, const char*> cases[] = {{"ZkQPrio", "12ab34567890"},
-                                                         {"Text12", "1a2b345"},
-                                                         {"Text13", "9x99"},
-                                                         {"Text14", "7-59"},
-                                                         {"ZkDep", "Deploy-All"}};
-    const char* kept[] = {"123456789", "1234", "99", "75", "Deploy-A"};
+    // Field, typed, kept, and what leaving it empty leaves.
+    const std::array<const char*, 4> cases[] = {{"ZkQPrio", "12ab34567890", "123456789", "0"},
+                                                {"Text12", "1a2b345", "1234", "0"},
+                                                {"Text13", "9x99", "99", "0"},
+                                                {"Text14", "7-59", "75", "0"},
+                                                {"ZkDep", "Deploy-All", "Deploy-A", ""}};
     Open();
-    for (size_t i = 0; i < std::size(cases); ++i) {
-        Type(cases[i].first, cases[i].second);
-        EXPECT_EQ(Text(cases[i].first), QString::fromLatin1(kept[i]));
-        Get(cases[i].first)->clear();
+    for (const auto& [name, typed, kept, left] : cases) {
+        Type(name, typed);
+        EXPECT_EQ(Text(name), QString::fromLatin1(kept));
+        Get(name)->clear();
         QFocusEvent leave(QEvent::FocusOut);
-        QApplication::sendEvent(Get(cases[i].first), &leave);
-        EXPECT_EQ(Text(cases[i].first), QString::fromLatin1(i < 4 ? "0" : "")) << cases[i].first;
+        QApplication::sendEvent(Get(name), &leave);
+        EXPECT_EQ(Text(name), QString::fromLatin1(left)) << name;
     }
     // A longer dependency than the field takes stays whole and can be shortened only.
     test::SetTaskCell(t, key, "Dependency", "$NightlyBuild");
@@ -206,18 +210,6 @@ TEST_F(StepsToolWinTest, FieldsTakeTheirCharactersUpToTheirLengthsAndAnEmptyNumb
     EXPECT_EQ(Cell("Repeat").substr(42, 2), "99");
 }
 
-TEST_F(StepsToolWinTest, NowSetsThePickersToThePresentAndOkWritesItAsTheSchedule) {
-    Open();
-    t.clock.Advance(3600 + 61);
-    Click("Command3");
-    EXPECT_EQ(Get<QDateEdit>("DTPicker2")->date(), QDate(2026, 11, 22));
-    EXPECT_EQ(Get<QTimeEdit>("DTPicker1")->time(), QTime(13, 1, 1));
-    EXPECT_TRUE(window->Edits().scheduleChanged);
-    Click("Command2");
-    EXPECT_EQ(Cell("SchTime"), "2026-11-22 13:01:01");
-    EXPECT_EQ(Cell("Repeat"), "0000" + std::string(38, ' ') + "0000ED");
-}
-
 TEST_F(StepsToolWinTest, ReportAndDiagShowTheFileAtEachClickOrSayItIsNotAvailable) {
     const std::string folder = Cell("RF") + "/";
     ASSERT_TRUE(MakeFolders(folder));
@@ -227,14 +219,14 @@ TEST_F(StepsToolWinTest, ReportAndDiagShowTheFileAtEachClickOrSayItIsNotAvailabl
         const std::string path =
             folder + (page == std::string("Report") ? "Nightly.txt" : "Diag1.txt");
         auto* box = Get<QPlainTextEdit>("RichTextBox1");
-        window->findChild<QAction*>(QString::fromLatin1(page))->trigger();
+        Trigger(page);
         EXPECT_EQ(box->toPlainText().toStdString(), "File \"" + path + "\" Is Not Available.");
         EXPECT_TRUE(box->isVisibleTo(window.get()));
         EXPECT_FALSE(Get<QWidget>("Picture2")->isVisibleTo(window.get()));
         ASSERT_TRUE(WriteFileAtomic(path, "Line 1\r\nLine 2\r\n"));
-        window->findChild<QAction*>(QString::fromLatin1(page))->trigger();
+        Trigger(page);
         EXPECT_EQ(box->toPlainText(), QStringLiteral("Line 1\nLine 2\n"));
-        window->findChild<QAction*>(QStringLiteral("General"))->trigger();
+        Trigger("General");
         EXPECT_TRUE(Get<QWidget>("Picture2")->isVisibleTo(window.get()));
     }
 }
