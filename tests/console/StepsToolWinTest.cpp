@@ -5,6 +5,7 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QLineEdit>
+#include <QLocale>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTest>
@@ -161,6 +162,21 @@ TEST_F(StepsToolWinTest, OpeningShowsTheRepeatTextPartByPartAndPassesOverWhatDoe
         EXPECT_EQ(Text("ZkQPrio"), QStringLiteral("000200"));
         EXPECT_FALSE(window->Edits().changed);
     }
+}
+
+// The week days in the locale's words from Sunday on; the priorities with the class RealTime.
+TEST_F(StepsToolWinTest, TheListsStandInTheirOrder) {
+    const QLocale before;
+    QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
+    Open();
+    QLocale::setDefault(before);
+    EXPECT_EQ(Day("ListView3", 0)->text(0), QStringLiteral("Sonntag"));
+    EXPECT_EQ(Day("ListView3", 6)->text(0), QStringLiteral("Samstag"));
+    EXPECT_EQ(Day("ListView2", 30)->data(0, Qt::UserRole), QStringLiteral("D31"));
+    auto* priorities = Get<QComboBox>("ImageCombo1");
+    ASSERT_EQ(priorities->count(), 42);
+    EXPECT_EQ(priorities->itemData(41), QStringLiteral("P56"));
+    EXPECT_EQ(priorities->itemText(41), QStringLiteral("RealTime 6"));
 }
 
 TEST_F(StepsToolWinTest, ANewCpuPriorityReachesARunnerSlotOnlyWhenTheTaskHasOne) {
