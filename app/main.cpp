@@ -15,6 +15,7 @@
 #include "console/DialogOperator.h"
 #include "console/Form1.h"
 #include "console/ShrForm.h"
+#include "console/StepsToolWin.h"
 #include "console/frmLog.h"
 #include "console/frmSplash.h"
 #include "core/Server.h"
@@ -70,6 +71,9 @@ int RunWithWindow(int argc, char** argv, vq::StartRequest request) {
     vq::Form1 window(server);
     window.ShowQueueFolderDialog = [&window, &server] { vq::ShowQueueFolderDialog(&window, server); };
     window.ShowServerLog = [&window, &server] { vq::ShowServerLog(&window, server); };
+    window.OpenPropertiesWindow = [&window, &server](const std::string& key) {
+        vq::ShowPropertiesWindow(&window, server, key, [&window] { window.mnuViewRefresh_Click(); });
+    };
     dialogs.SetParent(&window);
     process.SetWindow(
         &window, [&window] { window.CloseBySystem(); },

@@ -73,8 +73,8 @@ public:
     void Toolbar1_ButtonClick(const QString& key);
     void SizeControls(int x);
 
-    // The windows that open from this one, set by the application. Until the Properties
-    // window exists a selected task opens nothing.
+    // The windows that open from this one, set by the application; one that isn't set opens
+    // nothing, and the commands' states don't depend on it.
     std::function<void(const std::string& taskKey)> OpenPropertiesWindow;
     std::function<void()> ShowQueueFolderDialog;
     std::function<void()> ShowServerLog;

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Renders the log viewer, the queue folder dialog and the splash to PNG files without a
-# display, for a person to look at. Usage: scripts/render-dialogs.sh [BUILD_DIR] [OUT_DIR]
+# Renders the log viewer, the queue folder dialog, the splash and the Properties window's
+# pages to PNG files without a display, for a person to look at. Usage: scripts/render-dialogs.sh [BUILD_DIR] [OUT_DIR]
 set -eu
 build=${1:-build}
 out=${2:-$build/render}

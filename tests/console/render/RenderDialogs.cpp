@@ -1,5 +1,6 @@
-// Renders the log viewer, the queue folder dialog and the splash to PNG files, offscreen, so
-// that a person can look at them: render-dialogs FOLDER.
+// Renders the log viewer, the queue folder dialog, the splash and the three pages of the
+// Properties window to PNG files, offscreen, so that a person can look at them:
+// render-dialogs FOLDER.
 #include <QApplication>
 #include <QDir>
 #include <QLabel>
@@ -7,8 +8,11 @@
 #include <cstdio>
 
 #include "console/ShrForm.h"
+#include "console/StepsToolWin.h"
 #include "console/frmLog.h"
 #include "console/frmSplash.h"
+#include "core/tables/WorkingTables.h"
+#include "platform/Files.h"
 #include "reports/ServerLog.h"
 #include "tests/support/TestSupport.h"
 
@@ -35,6 +39,26 @@ void WriteSampleLog(vq::Server& server) {
     };
     for (int day = 0; day < 4; ++day)
         for (const char* text : entries) vq::WriteServerLog(server, text);
+}
+
+// A repeating task with its report written and no diagnostic file yet.
+std::string AddSampleTask(vq::test::TestServer& ts) {
+    const std::string key = ts.AddTask(12, "Nightly Backup");
+    std::string monthDays(31, ' '), weekDays(7, ' ');
+    monthDays[0] = monthDays[14] = 'X';
+    weekDays[1] = weekDays[5] = 'X';
+    const std::pair<const char*, std::string> cells[] = {
+        {"Dependency", "Build"},
+        {"Repeat", "0003" + monthDays + weekDays + "0130WD"},
+        {"CPU", "21"}};
+    for (const auto& [column, value] : cells)
+        vq::SetCell(ts->tables, vq::kTaskTable, key, column, value);
+    const std::string folder = vq::GetCell(ts->tables, vq::kTaskTable, key, "RF") + "/";
+    vq::MakeFolders(folder);
+    vq::WriteFileAtomic(folder + "Nightly Backup.txt",
+                        "Task: 000012-Nightly Backup\r\nSubmitted: 2026-11-22 12:00:00\r\n\r\n"
+                        "Step 1 - Copy     Return Code: 01   CPU: 0:00:00:01:250\r\n");
+    return key;
 }
 
 }  // namespace
@@ -64,6 +88,16 @@ int main(int argc, char** argv) {
         vq::frmSplash splash;
         splash.SetStatus("Loading Database...");
         saved &= Save(splash, folder, "frmSplash.png");
+    }
+    {
+        const std::string key = AddSampleTask(ts);
+        vq::StepsToolWin properties(*ts, {});
+        properties.PropKey(key);
+        saved &= Save(properties, folder, "StepsToolWin-General.png");
+        properties.Toolbar1_ButtonClick(QStringLiteral("Report"));
+        saved &= Save(properties, folder, "StepsToolWin-Report.png");
+        properties.Toolbar1_ButtonClick(QStringLiteral("Diag"));
+        saved &= Save(properties, folder, "StepsToolWin-Diag.png");
     }
     return saved ? 0 : 1;
 }
