@@ -83,11 +83,9 @@ TEST_F(ShrFormTest, OkStoresAFolderThatCanBeListedAndOtherwiseSaysSoAndStays) {
         std::string typed, stored;  // stored: "" when the dialog must stay
     };
     const Case cases[] = {
-        {d + "empty", d + "empty/"},
+        {"  " + d + "empty  ", d + "empty/"},
         {d + "new/deeper/queue", d + "new/deeper/queue/"},
-        {"  " + d + "a/./b/../q  ", d + "a/q/"},
         {d + "plainfile", ""},
-        {d + "plainfile/queue", ""},
         {"relative/queue", ""},
         {"~/tilde", d + "tilde/"},
         {"", ""},
