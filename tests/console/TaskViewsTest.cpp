@@ -170,20 +170,6 @@ TEST(CommandsForStatus, HeldTasksResumeCompleteOnesNothingTheRestHoldAndCancel) 
     }
 }
 
-TEST_F(TaskViewsTest, PreviousAndNextFollowTheSelectedRowsPlace) {
-    const std::string a = Add(1, "Waiting"), b = Add(2, "Complete"), c = Add(3, "Waiting");
-    Start();
-    // Selected row, then Previous and Next enabled.
-    const std::tuple<std::string, bool, bool> cases[] = {
-        {a, false, true}, {b, true, true}, {c, true, false}};
-    for (const auto& [key, previous, next] : cases) {
-        views.TaskRowClicked(key);
-        EXPECT_EQ(views.Commands().previous, previous) << key;
-        EXPECT_EQ(views.Commands().next, next) << key;
-        EXPECT_TRUE(views.Commands().stepWin) << key;
-    }
-}
-
 TEST(FormatCell, EachColumnShowsItsCellInItsOwnForm) {
     test::LocaleScope locale("en_US.UTF-8");
     ASSERT_TRUE(locale.Active());
@@ -279,10 +265,7 @@ TEST_F(TaskViewsTest, AHeaderClickSortsTheTableTurnsTheDirectionAndLeavesNoRowSe
 TEST_F(TaskViewsTest, ColumnWidthsDefaultByCaptionAndKeepWhatWasSaved) {
     Start();
     // Column key, width in twips by default.
-    const std::pair<const char*, int> defaults[] = {
-        {"SchTime", 1700}, {"MaxRunTime", 1700}, {"JobRC", 850}, {"StepRC", 850},
-        {"STCPU", 1440},   {"Status", 1440},
-    };
+    const std::pair<const char*, int> defaults[] = {{"SchTime", 1700}, {"StepRC", 850}, {"Status", 1440}};
     for (const auto& [key, twips] : defaults) EXPECT_EQ(views.ColumnWidthSetting(key), twips) << key;
     std::vector<int> taskWidths(views.Tasks().Columns().size(), 1000);
     taskWidths[0] = 40000;  // beyond a 16-bit width
