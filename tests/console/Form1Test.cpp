@@ -48,7 +48,9 @@ protected:
         window->show();
     }
     QAction* Action(const char* name) { return window->findChild<QAction*>(QString::fromUtf8(name)); }
-    QTreeView* List(const char* name) { return window->findChild<QTreeView*>(QString::fromLatin1(name)); }
+    QTreeView* List(const char* name) {
+        return window->findChild<QTreeView*>(QString::fromLatin1(name));
+    }
     QTreeView* TaskList() { return List("TaskView"); }
     // The displayed text of a task's column, as the list's model gives it.
     std::string Shown(int row, const char* columnKey) {

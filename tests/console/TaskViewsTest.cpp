@@ -265,7 +265,8 @@ TEST_F(TaskViewsTest, AHeaderClickSortsTheTableTurnsTheDirectionAndLeavesNoRowSe
 TEST_F(TaskViewsTest, ColumnWidthsDefaultByCaptionAndKeepWhatWasSaved) {
     Start();
     // Column key, width in twips by default.
-    const std::pair<const char*, int> defaults[] = {{"SchTime", 1700}, {"StepRC", 850}, {"Status", 1440}};
+    const std::pair<const char*, int> defaults[] = {
+        {"SchTime", 1700}, {"StepRC", 850}, {"Status", 1440}};
     for (const auto& [key, twips] : defaults) EXPECT_EQ(views.ColumnWidthSetting(key), twips) << key;
     std::vector<int> taskWidths(views.Tasks().Columns().size(), 1000);
     taskWidths[0] = 40000;  // beyond a 16-bit width
