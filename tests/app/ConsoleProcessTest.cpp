@@ -30,13 +30,14 @@ class ConsoleProcessTest : public BusServerProcessTest {
     // vqctl with these words in the background, its standard output going to `file`.
     std::unique_ptr<ChildProcess> InBackground(const std::vector<std::string>& words,
                                                const std::string& file) {
-        std::vector<std::string> argv = {"/bin/sh", "-c", "out=$1; shift; exec \"$@\" > \"$out\"",
-                                         "sh", file, BinPath("vqctl")};
+        const char* script = "out=$1; shift; exec \"$@\" > \"$out\"";
+        std::vector<std::string> argv = {"/bin/sh", "-c", script, "sh", file, BinPath("vqctl")};
         argv.insert(argv.end(), words.begin(), words.end());
         return std::make_unique<ChildProcess>(argv, Env());
     }
     static bool Holds(const std::string& file, const std::string& text) {
-        return WaitUntil([&] { return ReadFileText(file).find(text) != std::string::npos; }, 5000, 20);
+        const auto holds = [&] { return ReadFileText(file).find(text) != std::string::npos; };
+        return WaitUntil(holds, 5000, 20);
     }
 };
 
@@ -79,10 +80,10 @@ TEST_F(ConsoleProcessTest, StatusShowsWhatTheBusReturnsAsJsonAndAsAPlainTable) {
     EXPECT_EQ(table.substr(0, table.find('\n')),
               "Key           Task Name  Task Status           Queue Priority  Task RC  "
               "Scheduled Time     Elapsed");
-    EXPECT_NE(table.find("\n000002-Later  Later      Waiting               0               01       "
-                         "01/01/99 00:00:00  \n"),
-              std::string::npos)
-        << table;
+    const std::string laterLine =
+        "000002-Later  Later      Waiting               0               01       "
+        "01/01/99 00:00:00  ";
+    EXPECT_NE(table.find("\n" + laterLine + "\n"), std::string::npos) << table;
     // On a terminal the status is coloured by its family.
     const ProcessResult onTerminal = RunProcess(
         {"/usr/bin/script", "-qec", BinPath("vqctl") + " status --status waiting", "/dev/null"},
