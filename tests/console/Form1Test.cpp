@@ -1,9 +1,9 @@
 // The main window driven by its controls' names over a server with a few tasks.
 #include "console/Form1.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <QAbstractItemModelTester>
 #include <QAction>
 #include <QHeaderView>
 #include <QLabel>
@@ -19,8 +19,7 @@
 namespace vq {
 namespace {
 
-using ::testing::HasSubstr;
-
+// Qt's model checks watch both lists through every test here.
 class Form1Test : public ::testing::Test {
 protected:
     // The engine's calls of the screen reach the window, as in vqserv.
@@ -40,13 +39,19 @@ protected:
     void Open(int tasks, const std::string& status = "Waiting") {
         for (int i = 1; i <= tasks; ++i) keys.push_back(t.AddTask(i, "Task" + std::to_string(i), status));
         window = std::make_unique<Form1>(*t);
+        for (const char* list : {"TaskView", "StepView"})
+            modelChecks.push_back(std::make_unique<QAbstractItemModelTester>(
+                List(list)->model(), QAbstractItemModelTester::FailureReportingMode::Fatal));
         relay.SetTarget(window.get());
         window->resize(900, 600);
         window->LoadAtStart();
         window->show();
     }
     QAction* Action(const char* name) { return window->findChild<QAction*>(QString::fromUtf8(name)); }
-    QTreeView* TaskList() { return window->findChild<QTreeView*>(QStringLiteral("TaskView")); }
+    QTreeView* List(const char* name) {
+        return window->findChild<QTreeView*>(QString::fromLatin1(name));
+    }
+    QTreeView* TaskList() { return List("TaskView"); }
     // The displayed text of a task's column, as the list's model gives it.
     std::string Shown(int row, const char* columnKey) {
         const int column = t->tables.TaskView.ColumnIndex(columnKey);
@@ -69,6 +74,7 @@ protected:
     test::TestServer t;
     std::vector<std::string> keys;
     std::unique_ptr<Form1> window;
+    std::vector<std::unique_ptr<QAbstractItemModelTester>> modelChecks;
 };
 
 TEST_F(Form1Test, ARefreshKeepsTheSelectedRowAndTheScrollPositionAndShowsTheNewCell) {
@@ -95,17 +101,15 @@ TEST_F(Form1Test, HoldAndResumeThroughTheMenuChangeTheRowAndTheCommands) {
     ClickRow(1);
     Action("mnuControlsHold")->trigger();
     EXPECT_EQ(Shown(1, "Status"), "Waiting - Hold");
-    EXPECT_TRUE(Action("mnuControlsReady")->isEnabled());
     EXPECT_TRUE(Action("Run")->isEnabled());
     EXPECT_FALSE(Action("mnuControlsCancel")->isEnabled());
-    EXPECT_FALSE(Action("Pause")->isEnabled());
     Action("mnuControlsReady")->trigger();
     EXPECT_EQ(Shown(1, "Status"), "Waiting");
     EXPECT_TRUE(Action("Stop")->isEnabled());
-    EXPECT_EQ(SelectedRow(), 1);
 }
 
-TEST_F(Form1Test, AHeaderClickSortsOnThatColumnAndASecondTurnsTheOrder) {
+// The click reaches the sort; its course over further clicks is the task views' test.
+TEST_F(Form1Test, AHeaderClickSortsOnThatColumn) {
     Open(3);
     SetCell(t->tables, kTaskTable, keys[0], "Queue Priority", "000300");
     SetCell(t->tables, kTaskTable, keys[2], "Queue Priority", "000100");
@@ -115,10 +119,6 @@ TEST_F(Form1Test, AHeaderClickSortsOnThatColumnAndASecondTurnsTheOrder) {
     QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, at);
     EXPECT_EQ(Shown(0, "Queue Priority"), "100");
     EXPECT_EQ(Shown(2, "Queue Priority"), "300");
-    EXPECT_EQ(SelectedRow(), -1);
-    EXPECT_FALSE(Action("mnuControlsHold")->isEnabled());
-    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, at);
-    EXPECT_EQ(Shown(0, "Queue Priority"), "300");
 }
 
 TEST_F(Form1Test, WithAnEmptyListOnlyRefreshAndTheQueueButtonsAct) {
@@ -148,6 +148,7 @@ TEST_F(Form1Test, WithAnEmptyListOnlyRefreshAndTheQueueButtonsAct) {
 
 TEST_F(Form1Test, NextAtTheLastRowDoesNothingButTheRefresh) {
     Open(3);
+    EXPECT_FALSE(Action("Previous")->isEnabled());
     window->Toolbar1_ButtonClick(QStringLiteral("Next"));
     window->Toolbar1_ButtonClick(QStringLiteral("Next"));
     EXPECT_EQ(SelectedRow(), 2);
@@ -158,6 +159,8 @@ TEST_F(Form1Test, NextAtTheLastRowDoesNothingButTheRefresh) {
     EXPECT_EQ(Shown(2, "Status"), "Waiting - Hold");
     window->Toolbar1_ButtonClick(QStringLiteral("Previous"));
     EXPECT_EQ(SelectedRow(), 1);
+    EXPECT_TRUE(Action("Previous")->isEnabled());
+    EXPECT_TRUE(Action("Next")->isEnabled());
 }
 
 TEST_F(Form1Test, CancelAsksAndOnlyYesCancelsTheTask) {
@@ -217,8 +220,29 @@ TEST_F(Form1Test, ClosingWithRunningTasksAnsweredNoKeepsThemAndTheSystemsCloseAs
     EXPECT_EQ(t.op.lastAutoYesMs, 3000);
     EXPECT_FALSE(window->isVisible());
     EXPECT_EQ(GetCell(t->tables, kTaskTable, keys[1], "Status"), "Complete - Cancelled");
-    EXPECT_THAT(t.LogText(),
-                HasSubstr("Some running tasks were Cancelled because Orvantis Server was shut down:"));
+}
+
+// Rows move every way here: a filter, a sort, a task leaving its view, a task removed.
+TEST_F(Form1Test, TheListModelsFollowEveryKindOfChange) {
+    Open(2, "Ready");
+    t.AddSteps(keys[0], 2);
+    for (int step = 1; step <= 2; ++step)
+        for (const char* column : {"SPeakMem", "SIO", "SUnits"})
+            test::SetStepCell(t, keys[0], step, column, "0");
+    window->mnuViewRefresh_Click();
+    EXPECT_EQ(List("StepView")->model()->rowCount(), 2);
+    window->Views().SelectNode("Ready");
+    window->Views().SortOnColumn(1);
+    SetCell(t->tables, kTaskTable, keys[0], "Status", "Running");
+    t->screen.LoadTree();
+    EXPECT_EQ(TaskList()->model()->rowCount(), 1);
+    window->Views().SelectNode("Jobs");
+    t->tables.TaskTable.RemoveRow(keys[1]);
+    window->mnuViewRefresh_Click();
+    EXPECT_EQ(TaskList()->model()->rowCount(), 1);
+    EXPECT_EQ(Shown(0, "JobName"), "Task1");
+    EXPECT_EQ(TaskList()->model()->headerData(0, Qt::Horizontal).toString(),
+              QStringLiteral("Task Name"));
 }
 
 TEST(DialogOperator, AnUnansweredQuestionTakesYesByItselfAfterItsTime) {

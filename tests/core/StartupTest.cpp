@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <optional>
+
 #include "access/QueueFolders.h"
 #include "calendar/Common.h"
 #include "core/Startup.h"
@@ -87,10 +89,14 @@ TEST_F(StartupTest, AnOrdinaryStartSettlesPathsFoldersAndTheQueue) {
     EXPECT_EQ(server.ServerPath, root);
     EXPECT_EQ(server.DataPath, root + "$Data/");
     EXPECT_EQ(server.InQueuePath, root + "$InQ/");
+    struct stat st {};
+    ASSERT_EQ(stat(root.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0700u);  // a root the start makes is private
     EXPECT_EQ(server.RunnerPath, "/opt/orvantis/bin/runlet");
     EXPECT_EQ(server.OsKind, 6);
     EXPECT_EQ(screen.queueSwitches, std::vector<bool>{true});
     EXPECT_EQ(screen.treeLoads, 1);
+    EXPECT_EQ(clock.slept, 0);  // the pauses are the splash's, and there is none
 }
 
 // An unknown system is said and served all the same; that a notice comes once is the
@@ -110,92 +116,69 @@ TEST_F(StartupTest, StoredSettingsApplyAndAnUnusableOneIsLogged) {
               std::string::npos);
 }
 
-// Where the queue root comes from, and what happens when it can't be used.
-TEST_F(StartupTest, TheQueueRootIsTheGivenOneElseTheStoredOneElseAtAFirstStartTheProposal) {
+// Where the queue root comes from: the given one, else the stored one, else at a first start
+// the proposal or, with a window, what the chooser stores; and how a start without one ends.
+TEST_F(StartupTest, TheQueueRootIsTheGivenOneElseTheStoredOneElseTheProposalOrTheChoice) {
     const std::string d = dir.Path();
     MakeFolders(d + "stored");
     AppendToFile(d + "plainfile", "x");
+    const std::optional<std::string> noWindow;
     struct Case {
-        std::string given, stored, served, failure;  // failure: what the message must hold
+        std::string given, stored;
+        std::optional<std::string> chosen;  // what the chooser stores, "" for Cancel
+        int asked;
+        std::string served, failure;  // served: "" when the start ends; failure: its message
     };
     const Case cases[] = {
-        {"", d + "gone", "", "\"" + d + "gone\" can't be used: No such file or directory."},
-        {d + "plainfile", d + "stored/", "",
+        {"", d + "gone", noWindow, 0, "",
+         "\"" + d + "gone\" can't be used: No such file or directory."},
+        {d + "plainfile", d + "stored/", noWindow, 0, "",
          "\"" + d + "plainfile/\" can't be used: Not a directory."},
-        {d + "plainfile/q", "", "", "\"" + d + "plainfile/q/\" can't be used: Not a directory."},
-        {"", d + "stored/", d + "stored/", ""},
-        {d + "q1//", "", d + "q1/", ""},
-        {d + "q2/.", "", d + "q2/", ""},
-        {d + "x/../q3/./", d + "stored/", d + "q3/", ""},
-        {"", "", d + "home/$JQ/", ""},
+        {d + "plainfile/q", "", noWindow, 0, "",
+         "\"" + d + "plainfile/q/\" can't be used: Not a directory."},
+        {"", d + "stored/", noWindow, 0, d + "stored/", ""},
+        {d + "q1//", "", noWindow, 0, d + "q1/", ""},
+        {d + "x/../q3/./", d + "stored/", noWindow, 0, d + "q3/", ""},
+        {"", d + "gone/", "", 1, "", ""},
+        {"", "", d + "chosen/", 1, d + "chosen/", ""},
+        {"", "", d + "missing/", 1, "", ""},
+        {"", d + "stored/", d + "chosen/", 0, d + "stored/", ""},
+        {d + "given", "", d + "chosen/", 0, d + "given/", ""},
+        {"", "", noWindow, 0, d + "home/$JQ/", ""},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.given + " with " + c.stored + " stored");
+        SCOPED_TRACE(c.given + " with " + c.stored + " stored, " + c.chosen.value_or("no window"));
         Server s(clock, op, registry, screen);
         SaveRegSetting(registry, "ServerSettings", "ServPath", c.stored);
         op.messages.clear();
         request.queueRoot = c.given;
         request.proposedRoot = d + "home/$JQ";
+        int asked = 0;
+        request.chooseQueueFolder = nullptr;
+        if (c.chosen) {
+            if (c.chosen != d + "missing/") MakeFolders(*c.chosen);
+            request.chooseQueueFolder = [&] {
+                ++asked;
+                if (!c.chosen->empty())
+                    SaveRegSetting(registry, "ServerSettings", "ServPath", *c.chosen);
+            };
+        }
         const bool serves = ProcessStart(s, request, noOther) == StartResult::Serve;
-        EXPECT_EQ(serves, c.failure.empty());
+        EXPECT_EQ(asked, c.asked);
+        ASSERT_EQ(serves, !c.served.empty());
         if (serves) {
             EXPECT_EQ(s.ServerPath, c.served);
             EXPECT_EQ(GetSettingText(registry, "ServerSettings", "ServPath"), c.served);
-            struct stat st {};
-            ASSERT_EQ(stat(c.served.c_str(), &st), 0);
-            if (c.served != d + "stored/") {
-                EXPECT_EQ(st.st_mode & 0777, 0700u);
-            }
+            EXPECT_TRUE(PathExists(c.served + "$Data/" + kCreationTimeFile));
             continue;
         }
-        ASSERT_EQ(op.messages.size(), 1u);
+        EXPECT_FALSE(PathExists(d + "home"));
+        ASSERT_EQ(op.messages.size(), c.failure.empty() ? 0u : 1u);
+        if (c.failure.empty()) continue;
         EXPECT_NE(op.messages[0].text.find(c.failure), std::string::npos) << op.messages[0].text;
         EXPECT_NE(op.messages[0].text.find("--queue-root DIR"), std::string::npos);
         EXPECT_EQ(GetSettingText(registry, "ServerSettings", "ServPath"), c.stored);
-        EXPECT_FALSE(PathExists(d + "home"));
     }
-}
-
-// With a window, a root that doesn't count goes to the chooser; what it leaves stored decides.
-TEST_F(StartupTest, TheChooserIsAskedOnlyWhenNoRootCountsAndItsAnswerIsServed) {
-    const std::string d = dir.Path();
-    MakeFolders(d + "stored");
-    struct Case {
-        std::string given, stored, chosen;  // chosen: what the chooser stores, "" for Cancel
-        int asked;
-        std::string served;  // "" when the process ends
-    };
-    const Case cases[] = {
-        {"", "", "", 1, ""},
-        {"", d + "gone/", "", 1, ""},
-        {"", "", d + "chosen/", 1, d + "chosen/"},
-        {"", d + "gone/", d + "chosen/", 1, d + "chosen/"},
-        {"", "", d + "missing/", 1, ""},
-        {"", d + "stored/", d + "chosen/", 0, d + "stored/"},
-        {d + "given", "", d + "chosen/", 0, d + "given/"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.given + " with " + c.stored + " stored, " + c.chosen + " chosen");
-        Server s(clock, op, registry, screen);
-        SaveRegSetting(registry, "ServerSettings", "ServPath", c.stored);
-        if (c.chosen != d + "missing/") MakeFolders(c.chosen);
-        int asked = 0;
-        request.queueRoot = c.given;
-        request.proposedRoot = d + "home/$JQ";
-        request.chooseQueueFolder = [&] {
-            ++asked;
-            if (!c.chosen.empty()) SaveRegSetting(registry, "ServerSettings", "ServPath", c.chosen);
-        };
-        const StartResult result = ProcessStart(s, request, noOther);
-        EXPECT_EQ(asked, c.asked);
-        EXPECT_EQ(result, c.served.empty() ? StartResult::EndFailed : StartResult::Serve);
-        if (!c.served.empty()) {
-            EXPECT_EQ(s.ServerPath, c.served);
-            EXPECT_TRUE(PathExists(c.served + "$Data/" + kCreationTimeFile));
-        }
-        EXPECT_FALSE(PathExists(d + "home"));
-    }
-    EXPECT_TRUE(op.messages.empty());
 }
 
 // The splash follows the loading: each word is shown before its stage and left for 200 ms.
@@ -212,11 +195,6 @@ TEST_F(StartupTest, TheStatusWordsComeInTheirOrderEachWithItsPause) {
                                                "Loading Info..."}));
     EXPECT_EQ(treeLoadsSeen, (std::vector<int>{0, 0, 0, 0, 1}));
     EXPECT_EQ(clock.slept, 1000);
-}
-
-TEST_F(StartupTest, AStartWithoutAWindowShowsNoWordsAndDoesNotSleep) {
-    ASSERT_EQ(ProcessStart(server, request, noOther), StartResult::Serve);
-    EXPECT_EQ(clock.slept, 0);
 }
 
 TEST(TasksFoundRunning, BecomeCompleteUnfinishedWithTheirEndSet) {
