@@ -16,6 +16,7 @@
 #include "console/Form1.h"
 #include "console/ShrForm.h"
 #include "console/frmLog.h"
+#include "console/frmOptions.h"
 #include "console/frmSplash.h"
 #include "core/Server.h"
 
@@ -70,6 +71,7 @@ int RunWithWindow(int argc, char** argv, vq::StartRequest request) {
     vq::Form1 window(server);
     window.ShowQueueFolderDialog = [&window, &server] { vq::ShowQueueFolderDialog(&window, server); };
     window.ShowServerLog = [&window, &server] { vq::ShowServerLog(&window, server); };
+    window.ShowOptionsDialog = [&window, &server] { vq::ShowOptionsDialog(window, server); };
     dialogs.SetParent(&window);
     process.SetWindow(
         &window, [&window] { window.CloseBySystem(); },
