@@ -15,6 +15,8 @@
 #include "console/DialogOperator.h"
 #include "console/Form1.h"
 #include "console/ShrForm.h"
+#include "console/VqSupport.h"
+#include "console/frmAbout.h"
 #include "console/frmLog.h"
 #include "console/frmOptions.h"
 #include "console/frmSplash.h"
@@ -72,6 +74,8 @@ int RunWithWindow(int argc, char** argv, vq::StartRequest request) {
     window.ShowQueueFolderDialog = [&window, &server] { vq::ShowQueueFolderDialog(&window, server); };
     window.ShowServerLog = [&window, &server] { vq::ShowServerLog(&window, server); };
     window.ShowOptionsDialog = [&window, &server] { vq::ShowOptionsDialog(window, server); };
+    window.ShowSupportPage = [&window, &server] { vq::ShowSupportPage(&window, server); };
+    window.ShowAboutBox = [&window, &server] { vq::ShowAboutBox(&window, server); };
     dialogs.SetParent(&window);
     process.SetWindow(
         &window, [&window] { window.CloseBySystem(); },

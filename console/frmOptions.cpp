@@ -406,7 +406,9 @@ QWidget* frmOptions::BuildLogonPage() {
     const std::pair<const char*, QLineEdit*> rows[] = {
         {"Domain:", txtD}, {"User Name:", txtU}, {"Password:", txtP}, {"Confirm Password:", txtCP}};
     int row = 0;
+    grid->setColumnStretch(2, 1);
     for (const auto& [caption, field] : rows) {
+        field->setFixedWidth(240);
         grid->addWidget(Caption(caption, field), row, 0);
         grid->addWidget(field, row++, 1);
     }
@@ -427,9 +429,11 @@ QWidget* frmOptions::BuildMiscPage() {
                               "Immediate Execution:"};
     for (int i = 0; i < 4; ++i) {
         JQP[i] = NumberField(Indexed("JQP", i), 9);
+        JQP[i]->setMaximumWidth(110);
         priorityGrid->addWidget(Caption(captions[i], JQP[i]), i, 0);
         priorityGrid->addWidget(JQP[i], i, 1);
     }
+    priorityGrid->setColumnStretch(2, 1);
     Misc[0] = NumberField(Indexed("Misc", 0), 4);
     Misc[1] = NumberField(Indexed("Misc", 1), 4);
     Misc[2] = NumberField(Indexed("Misc", 2), 2);
@@ -483,6 +487,8 @@ QWidget* frmOptions::BuildClassesPage() {
     DTPicker2 = picker("DTPicker2");
     for (QLineEdit* days : {TxTC[1], TxTC[2]}) days->setMaximumWidth(36);
     for (QLineEdit* ponder : TxTPon) ponder->setMaximumWidth(90);
+    for (QLineEdit* field : {TxTC[0], TxTC[3], TxTC[4]}) field->setFixedWidth(130);
+    ImageCombo4->setFixedWidth(170);
 
     auto* grid = new QGridLayout;
     auto* header = Caption("Ponders");
@@ -517,7 +523,8 @@ QWidget* frmOptions::BuildClassesPage() {
     addPonder(6, 2, false);
     grid->addWidget(Caption("Max System Units:", TxTPon[3]), 7, 0);
     grid->addWidget(TxTPon[3], 7, 5);
-    grid->setColumnMinimumWidth(3, 12);
+    grid->setColumnMinimumWidth(3, 24);
+    grid->setColumnStretch(7, 1);
 
     CancelSysUnits = NumberField(L("CancelSysUnits"), 9);
     CancelTime = NumberField(L("CancelTime"), 3);
