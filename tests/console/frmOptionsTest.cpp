@@ -94,6 +94,10 @@ TEST_F(frmOptionsTest, OpensWithTheSixTabsTheStoredSettingsAndTheLogonFieldsEmpt
     EXPECT_EQ(dialog->findChildren<QCheckBox*>(QRegularExpression(QStringLiteral("^Check1\\("))).size(), 20);
     EXPECT_EQ(Find<QComboBox>("ImageCombo5")->currentText(), QStringLiteral("Class A"));
     EXPECT_EQ(Find<QComboBox>("ImageCombo5")->count(), 26);
+    Click("cmdHelp");
+    ASSERT_EQ(t.op.messages.size(), 1u);
+    EXPECT_EQ(t.op.messages[0].text,
+              "Unable to display Help Contents. There is no Help associated with this project.");
 }
 
 TEST(LimitPonder, AboveOneIsOneAndATextThatIsNoNumberIsZero) {
