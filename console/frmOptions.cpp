@@ -400,7 +400,10 @@ QWidget* frmOptions::BuildLogonPage() {
     txtU = TextField(L("txtU"));
     txtP = TextField(L("txtP"));
     txtCP = TextField(L("txtCP"));
-    for (QLineEdit* secret : {txtP, txtCP}) secret->setEchoMode(QLineEdit::Password);
+    for (QLineEdit* secret : {txtP, txtCP}) {
+        secret->setEchoMode(QLineEdit::Password);
+        secret->setStyleSheet(QStringLiteral("lineedit-password-character: 42"));  // "*"
+    }
     fraLogon = Group("Auto Logon Information", "fraLogon");
     auto* grid = new QGridLayout(fraLogon);
     const std::pair<const char*, QLineEdit*> rows[] = {
