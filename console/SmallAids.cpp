@@ -25,7 +25,7 @@ QFrame* ucLNV(const char* name, QWidget* parent) { return EtchedLine(name, QFram
 
 // Draws the two lines after the surface has painted its background, at every repaint.
 class VqLine::Painter : public QObject {
-public:
+  public:
     Painter(QPoint at, Qt::Orientation direction, int length)
         : at_(at), direction_(direction), length_(length) {}
     bool eventFilter(QObject* watched, QEvent* event) override {
@@ -41,7 +41,7 @@ public:
         return false;
     }
 
-private:
+  private:
     QPoint at_;
     Qt::Orientation direction_;
     int length_;

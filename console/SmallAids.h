@@ -20,7 +20,7 @@ QFrame* ucLNV(const char* name, QWidget* parent = nullptr);
 
 // An etched line drawn on a surface that keeps it through every repaint until Clear.
 class VqLine {
-public:
+  public:
     VqLine() = default;
     ~VqLine();
     VqLine(const VqLine&) = delete;
@@ -31,7 +31,7 @@ public:
     void Refresh();
     void Clear();
 
-private:
+  private:
     class Painter;
     QPointer<QWidget> surface_;
     Painter* painter_ = nullptr;

@@ -88,7 +88,8 @@ QString Indexed(const char* name, size_t index) {
 
 TicketCheck CheckTicket(const TicketForm& form) {
     if (form.email.find('@') == std::string::npos)
-        return {TicketField::Email, "Please enter your e-mail where do you want to recive our reply."};
+        return {TicketField::Email,
+                "Please enter your e-mail where do you want to recive our reply."};
     auto count = [&form](size_t i) { return Val(form.counts[i]); };
     if (count(0) == 0 && count(1) == 0 && count(2) == 0 && count(3) == 0)
         return {TicketField::Counts, "You have to enter at least one server or workstation."};
@@ -119,10 +120,10 @@ std::string TroubleTicketText(const TicketForm& form, const std::vector<std::str
 }
 
 std::vector<std::string> InstallationIdLines(const Server& server) {
-    std::vector<std::string> lines = {
-        "Version: " + std::to_string(kVersionMajor) + "." + std::to_string(kVersionMinor) + "." +
-            std::to_string(kVersionRevision),
-        "Computer: " + server.ComputerName};
+    std::vector<std::string> lines = {"Version: " + std::to_string(kVersionMajor) + "." +
+                                          std::to_string(kVersionMinor) + "." +
+                                          std::to_string(kVersionRevision),
+                                      "Computer: " + server.ComputerName};
     struct utsname system {};
     if (::uname(&system) == 0)
         lines.push_back(std::string("System: ") + system.sysname + " " + system.release + " " +
@@ -136,7 +137,8 @@ VqSupport::VqSupport(Server& server, QWidget* parent) : QDialog(parent), server_
     setModal(true);
     ChooseTicketFile = [this] {
         return ComDial(this, QStringLiteral("Trouble Ticket (*.txt)"), QString(),
-                       QStringLiteral("Please select file name for your Trouble Ticket file"), false);
+                       QStringLiteral("Please select file name for your Trouble Ticket file"),
+                       false);
     };
 
     Label1 = NewLabel("Welcome to Orvantis Support page!", "Label1");
@@ -149,7 +151,8 @@ VqSupport::VqSupport(Server& server, QWidget* parent) : QDialog(parent), server_
     Text4->setReadOnly(true);
     Text4->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
     QString letter;
-    for (const char* part : kLetter) letter += (letter.isEmpty() ? QString() : QStringLiteral("\n\n")) + QString::fromUtf8(part);
+    for (const char* part : kLetter)
+        letter += (letter.isEmpty() ? QString() : QStringLiteral("\n\n")) + QString::fromUtf8(part);
     Text4->setPlainText(letter);
     Text4->setMinimumHeight(140);
 
@@ -157,13 +160,15 @@ VqSupport::VqSupport(Server& server, QWidget* parent) : QDialog(parent), server_
     Text1->setObjectName(QStringLiteral("Text1"));
     Text1->setMaxLength(kMostEmail);
     Label5 = NewLabel("", "Label5");
-    Label5->setText(QStringLiteral("Please fill out our hardware questionary about your network or standalone computer:"));
+    Label5->setText(QStringLiteral(
+        "Please fill out our hardware questionary about your network or standalone computer:"));
     Label5->setWordWrap(true);
 
     grid_ = new QGridLayout;
     QGridLayout* grid = grid_;
-    const std::pair<const char*, const char*> heads[] = {
-        {"Computer Type", "Label11"}, {"Number of existing", "Label8"}, {"Number of planned", "Label9"}};
+    const std::pair<const char*, const char*> heads[] = {{"Computer Type", "Label11"},
+                                                         {"Number of existing", "Label8"},
+                                                         {"Number of planned", "Label9"}};
     for (int column = 0; column < 3; ++column) {
         heads_[static_cast<size_t>(column)] = NewLabel(heads[column].first, heads[column].second);
         grid->addWidget(heads_[static_cast<size_t>(column)], 0, column);
@@ -179,7 +184,8 @@ VqSupport::VqSupport(Server& server, QWidget* parent) : QDialog(parent), server_
         Text2[i] = new QLineEdit(QStringLiteral("0"));
         Text2[i]->setObjectName(Indexed("Text2", i));
         Text2[i]->setMaxLength(4);
-        Text2[i]->setValidator(new QRegularExpressionValidator(QRegularExpression(QStringLiteral("[0-9]*")), Text2[i]));
+        Text2[i]->setValidator(new QRegularExpressionValidator(
+            QRegularExpression(QStringLiteral("[0-9]*")), Text2[i]));
         Text2[i]->installEventFilter(this);
         grid->addWidget(Text2[i], 1 + static_cast<int>(i / 2), 1 + static_cast<int>(i % 2));
     }
@@ -288,13 +294,15 @@ std::string VqSupport::MakeTicket() {
     try {
         const TicketForm form = Form();
         const TicketCheck check = CheckTicket(form);
-        if (check.focus == TicketField::None) return TroubleTicketText(form, InstallationIdLines(server_));
+        if (check.focus == TicketField::None)
+            return TroubleTicketText(form, InstallationIdLines(server_));
         server_.op.Message(check.message, MessageIcon::Exclamation, kAppTitle);
         QWidget* focus[] = {nullptr, Text1, Text2[0], Check1[0], Check2[0], Text3};
         focus[static_cast<int>(check.focus)]->setFocus();
     } catch (const std::exception& error) {
-        server_.op.Message(std::string("There was an error creating Trouble Ticket.\n\n") + error.what(),
-                           MessageIcon::Exclamation, kAppTitle);
+        server_.op.Message(
+            std::string("There was an error creating Trouble Ticket.\n\n") + error.what(),
+            MessageIcon::Exclamation, kAppTitle);
     }
     return {};
 }

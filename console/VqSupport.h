@@ -47,7 +47,7 @@ std::vector<std::string> InstallationIdLines(const Server& server);
 
 class VqSupport : public QDialog {
     Q_OBJECT
-public:
+  public:
     explicit VqSupport(Server& server, QWidget* parent = nullptr);
 
     // The ticket of the form, or the empty text after the message of the first check that
@@ -58,12 +58,12 @@ public:
     // Asks for the ticket's file name; the file chooser unless replaced.
     std::function<std::string()> ChooseTicketFile;
 
-protected:
+  protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     void showEvent(QShowEvent* event) override;
 
-private:
+  private:
     TicketForm Form() const;
 
     Server& server_;

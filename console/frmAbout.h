@@ -17,14 +17,14 @@ std::string FindSystemInfoTool(const std::string& searchPath);
 
 class frmAbout : public QDialog {
     Q_OBJECT
-public:
+  public:
     explicit frmAbout(Server& server, QWidget* parent = nullptr);
 
     // "System Info...": the tool, started in a window of its own, or the message that it is
     // unavailable, with the path tried.
     void StartSysInfo();
 
-private:
+  private:
     Server& server_;
     QLabel* lblTitle;
     QLabel* lblVersion;

@@ -44,7 +44,7 @@ namespace vq {
 namespace {
 
 constexpr const char* kServer = "ServerSettings";
-constexpr int kColumnsPerRow = 10;  // check boxes in one column of the Columns page
+constexpr int kColumnsPerRow = 10;       // check boxes in one column of the Columns page
 constexpr int64_t kMostIo = 2147483647;  // what Classes.dat can read back
 
 struct TabDef {
@@ -66,7 +66,9 @@ constexpr int kFirstHelpContext = 1002;
 QString Q(const std::string& text) { return QString::fromStdString(text); }
 QString L(const char* text) { return QString::fromUtf8(text); }
 std::string S(const QString& text) { return text.toStdString(); }
-QString Indexed(const char* name, int index) { return QStringLiteral("%1(%2)").arg(L(name)).arg(index); }
+QString Indexed(const char* name, int index) {
+    return QStringLiteral("%1(%2)").arg(L(name)).arg(index);
+}
 
 QLabel* Caption(const char* text, QWidget* buddy = nullptr) {
     auto* label = new QLabel(L(text));
@@ -97,7 +99,7 @@ QString KeyOf(const QComboBox* list) { return list->currentData().toString(); }
 
 // A spin control beside its field: the arrows step the field's number within the range.
 class UpDown : public QWidget {
-public:
+  public:
     UpDown(QLineEdit* buddy, int low, int high, int step, const char* name) {
         setObjectName(L(name));
         auto* column = new QVBoxLayout(this);
@@ -112,14 +114,18 @@ public:
             column->addWidget(arrow);
             connect(arrow, &QToolButton::clicked, this, [=] {
                 const int64_t now = std::clamp<int64_t>(Val(S(buddy->text())), low, high);
-                buddy->setText(QString::number(std::clamp<int64_t>(now + direction * step, low, high)));
+                buddy->setText(
+                    QString::number(std::clamp<int64_t>(now + direction * step, low, high)));
             });
         }
     }
 };
 
-void Throw(int code, Registry& reg) {
-    if (code != 0) throw VqError(reg.LastError().empty() ? "The settings store refused a value." : reg.LastError(), code);
+void FailUnlessStored(int code, Registry& reg) {
+    if (code != 0)
+        throw VqError(
+            reg.LastError().empty() ? "The settings store refused a value." : reg.LastError(),
+            code);
 }
 
 }  // namespace
@@ -318,7 +324,8 @@ QWidget* frmOptions::BuildGeneralPage() {
     UpDown3 = new UpDown(txtTimeDelay, 100, 90000, 200, "UpDown3");
     lblTimeDelay = Caption("Time Delay Before Capturing Screen (miliseconds):", txtTimeDelay);
     connect(chkCaptureScreen, &QCheckBox::toggled, this, [this](bool on) {
-        for (QWidget* w : {static_cast<QWidget*>(txtTimeDelay), UpDown3, static_cast<QWidget*>(lblTimeDelay)})
+        for (QWidget* w :
+             {static_cast<QWidget*>(txtTimeDelay), UpDown3, static_cast<QWidget*>(lblTimeDelay)})
             w->setEnabled(on);
     });
     auto* capture = Group("Capture Screen Settings", "fraCapture");
@@ -362,7 +369,8 @@ QWidget* frmOptions::BuildHolidaysPage() {
     Command1->setObjectName(L("Command1"));
     Command1->setAutoDefault(false);
     connect(MonthView1, &QCalendarWidget::clicked, this, &frmOptions::MonthView1_DateClick);
-    connect(DTs, &QTreeWidget::itemClicked, this, [this](QTreeWidgetItem* item) { DTs_Click(item); });
+    connect(DTs, &QTreeWidget::itemClicked, this,
+            [this](QTreeWidgetItem* item) { DTs_Click(item); });
     connect(Command1, &QPushButton::clicked, this, &frmOptions::Command1_Click);
 
     auto* group = Group("Non-Working Days", "fraHolidays");
@@ -428,8 +436,8 @@ QWidget* frmOptions::BuildMiscPage() {
     auto* page = new QWidget;
     auto* priorities = Group("Tasks Queue Priorities", "fraPriorities");
     auto* priorityGrid = new QGridLayout(priorities);
-    const char* captions[] = {"Low Priority:", "Normal Priority:", "High Priority:",
-                              "Immediate Execution:"};
+    const char* captions[] = {
+        "Low Priority:", "Normal Priority:", "High Priority:", "Immediate Execution:"};
     for (int i = 0; i < 4; ++i) {
         JQP[i] = NumberField(Indexed("JQP", i), 9);
         JQP[i]->setMaximumWidth(110);
@@ -551,7 +559,8 @@ QWidget* frmOptions::BuildClassesPage() {
     layout->addWidget(cancel);
     layout->addStretch();
 
-    for (QLineEdit* field : {TxTC[0], TxTC[1], TxTC[2], TxTC[3], TxTC[4], TxTPon[0], TxTPon[1], TxTPon[2]})
+    for (QLineEdit* field :
+         {TxTC[0], TxTC[1], TxTC[2], TxTC[3], TxTC[4], TxTPon[0], TxTPon[1], TxTPon[2]})
         connect(field, &QLineEdit::textChanged, this, &frmOptions::RecomputeSum);
     connect(DTPicker2, &QTimeEdit::timeChanged, this, &frmOptions::RecomputeSum);
     for (QTimeEdit* time : {DTPicker1, DTPicker2})
@@ -651,8 +660,10 @@ void frmOptions::ShowClass(int index) {
     TxTC[3]->setText(QString::number(entry.QueuePriority));
     TxTC[4]->setText(QString::number(entry.MaxMemory));
     TxTC[0]->setText(QString::number(entry.MaxIo / kIoScale));
-    SelectKey(ImageCombo4, entry.CpuPriority == 0 ? L("P22") : L("P") + Q(ZeroPad(entry.CpuPriority, 2)));
-    for (int i = 0; i < 3; ++i) TxTPon[i]->setText(Q(PonderText(work_.Ponders[static_cast<size_t>(i)])));
+    SelectKey(ImageCombo4,
+              entry.CpuPriority == 0 ? L("P22") : L("P") + Q(ZeroPad(entry.CpuPriority, 2)));
+    for (int i = 0; i < 3; ++i)
+        TxTPon[i]->setText(Q(PonderText(work_.Ponders[static_cast<size_t>(i)])));
     RecomputeSum();
 }
 
@@ -662,7 +673,8 @@ void frmOptions::StoreClassFields() {
     auto number = [](QLineEdit* field) { return Val(S(field->text())); };
     auto seconds = [&number](QLineEdit* days, QTimeEdit* time) {
         const QTime t = time->time();
-        return static_cast<int32_t>(TimeSpanToSeconds({number(days), t.hour(), t.minute(), t.second()}));
+        return static_cast<int32_t>(
+            TimeSpanToSeconds({number(days), t.hour(), t.minute(), t.second()}));
     };
     entry.MaxIo = std::clamp<int64_t>(number(TxTC[0]), 0, kMostIo) * kIoScale;
     entry.MaxMemory = static_cast<int32_t>(number(TxTC[4]));
@@ -679,7 +691,8 @@ void frmOptions::StoreClassFields() {
 void frmOptions::RecomputeSum() {
     if (recomputing_) return;
     recomputing_ = true;
-    const bool inPonders = std::find(TxTPon.begin(), TxTPon.begin() + 3, focusWidget()) != TxTPon.begin() + 3;
+    const bool inPonders =
+        std::find(TxTPon.begin(), TxTPon.begin() + 3, focusWidget()) != TxTPon.begin() + 3;
     for (int i = 0; i < 3; ++i) {
         const QString limited = Q(PonderText(LimitPonder(S(TxTPon[i]->text()))));
         if (!inPonders ? TxTPon[i]->text() != limited : TxTPon[i]->text().isEmpty())
@@ -693,7 +706,8 @@ void frmOptions::RecomputeSum() {
     const std::array<double, 3> ponders = {LimitPonder(S(TxTPon[0]->text())),
                                            LimitPonder(S(TxTPon[1]->text())),
                                            LimitPonder(S(TxTPon[2]->text()))};
-    TxTPon[3]->setText(Q(ClassUnitsText(cpuSeconds, S(TxTC[4]->text()), S(TxTC[0]->text()), ponders)));
+    TxTPon[3]->setText(
+        Q(ClassUnitsText(cpuSeconds, S(TxTC[4]->text()), S(TxTC[0]->text()), ponders)));
     recomputing_ = false;
 }
 
@@ -705,13 +719,20 @@ bool frmOptions::LeaveField(QLineEdit* field, bool beep) {
     auto emptyGives = [](QLineEdit* f, const char* text) {
         if (f->text().isEmpty()) f->setText(L(text));
     };
-    if (field == Buffer[0]) emptyGives(field, "800");
-    else if (field == Buffer[1]) emptyGives(field, "600");
-    else if (field == FS[1]) emptyGives(field, "1000");
-    else if (field == FS[2]) emptyGives(field, "256");
-    else if (field == Misc[0]) emptyGives(field, "1");
-    else if (field == Misc[1] || field == Misc[2]) emptyGives(field, "0");
-    else if (field == txtTimeDelay) emptyGives(field, "200");
+    if (field == Buffer[0])
+        emptyGives(field, "800");
+    else if (field == Buffer[1])
+        emptyGives(field, "600");
+    else if (field == FS[1])
+        emptyGives(field, "1000");
+    else if (field == FS[2])
+        emptyGives(field, "256");
+    else if (field == Misc[0])
+        emptyGives(field, "1");
+    else if (field == Misc[1] || field == Misc[2])
+        emptyGives(field, "0");
+    else if (field == txtTimeDelay)
+        emptyGives(field, "200");
     else if (std::find(JQP.begin(), JQP.end(), field) != JQP.end())
         for (QLineEdit* f : JQP) emptyGives(f, "0");
     else if (field == CancelSysUnits || field == CancelTime) {
@@ -723,7 +744,8 @@ bool frmOptions::LeaveField(QLineEdit* field, bool beep) {
         if (field == TxTC[0] && Val(S(field->text())) > kMostIo) return refuse();
         StoreClassFields();
     } else if (std::find(TxTPon.begin(), TxTPon.begin() + 3, field) != TxTPon.begin() + 3) {
-        for (int i = 0; i < 3; ++i) TxTPon[i]->setText(Q(PonderText(LimitPonder(S(TxTPon[i]->text())))));
+        for (int i = 0; i < 3; ++i)
+            TxTPon[i]->setText(Q(PonderText(LimitPonder(S(TxTPon[i]->text())))));
         StoreClassFields();
     }
     return true;
@@ -848,7 +870,7 @@ bool frmOptions::Apply() {
 void frmOptions::ApplySteps(bool& passwordsDiffer) {
     Registry& reg = server_.registry;
     auto save = [&reg](const char* name, const QString& value) {
-        Throw(SaveRegSetting(reg, kServer, name, S(value)), reg);
+        FailUnlessStored(SaveRegSetting(reg, kServer, name, S(value)), reg);
     };
     auto flag = [](const QCheckBox* box) { return box->isChecked() ? L("1") : L("0"); };
     auto scrambled = [](const QString& text) { return Q(HexEncode(ScrambleBlock("E", S(text)))); };
@@ -875,15 +897,17 @@ void frmOptions::ApplySteps(bool& passwordsDiffer) {
     if (txtP->text() == txtCP->text()) {
         save("ALOP", scrambled(txtP->text()));
     } else {
-        server_.op.Message("Invalid Logon Passsword. Please retry.", MessageIcon::Exclamation, kAppTitle);
+        server_.op.Message("Invalid Logon Passsword. Please retry.", MessageIcon::Exclamation,
+                           kAppTitle);
         passwordsDiffer = true;
     }
     // 7 and 8.
     save("LogonEn", flag(LogOnC));
-    Throw(LogOnC->isChecked() ? SetAutoLogon(reg, 1, S(txtU->text()), S(txtD->text()), S(txtP->text()))
-                              : SetAutoLogon(reg, 0, " ", " ", " "),
-          reg);
-    Throw(SetRunAtLogon(reg, Check2->isChecked() ? 1 : 0, server_.ProgramFolder), reg);
+    FailUnlessStored(LogOnC->isChecked()
+                         ? SetAutoLogon(reg, 1, S(txtU->text()), S(txtD->text()), S(txtP->text()))
+                         : SetAutoLogon(reg, 0, " ", " ", " "),
+                     reg);
+    FailUnlessStored(SetRunAtLogon(reg, Check2->isChecked() ? 1 : 0, server_.ProgramFolder), reg);
     save("StartServ", flag(Check2));
     save("StartQ", flag(StartQC));
     // 9.
@@ -912,17 +936,20 @@ void frmOptions::ApplySteps(bool& passwordsDiffer) {
     for (QCheckBox* box : Check1) {
         const std::string key = S(box->property("key").toString());
         tasks.SetViewFlag(static_cast<size_t>(tasks.ColumnIndex(key)), S(flag(box)));
-        Throw(SaveRegSetting(reg, "Settings", "Show-" + key, S(flag(box))), reg);
+        FailUnlessStored(SaveRegSetting(reg, "Settings", "Show-" + key, S(flag(box))), reg);
     }
     if (columnsApplied_) columnsApplied_();
 }
 
 void ShowOptionsDialog(Form1& window, Server& server) {
-    frmOptions dialog(server, [&window] {
-        window.SaveColumnWidths();
-        window.Views().BuildTaskColumns();
-        window.Views().mnuViewRefresh_Click();
-    }, &window);
+    frmOptions dialog(
+        server,
+        [&window] {
+            window.SaveColumnWidths();
+            window.Views().BuildTaskColumns();
+            window.Views().mnuViewRefresh_Click();
+        },
+        &window);
     dialog.exec();
 }
 

@@ -44,7 +44,7 @@ std::string NonWorkFileText(const std::vector<std::string>& dates);
 
 class frmOptions : public QDialog {
     Q_OBJECT
-public:
+  public:
     // `columnsApplied` runs when Apply has written the column choice: it saves the widths,
     // rebuilds the task list's columns and refreshes the screen.
     frmOptions(Server& server, std::function<void()> columnsApplied, QWidget* parent = nullptr);
@@ -56,10 +56,10 @@ public:
     // The working copy of the classes and ponders, as the fields have stored them so far.
     const ClassData& WorkingCopy() const { return work_; }
 
-protected:
+  protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
-private:
+  private:
     QWidget* BuildGeneralPage();
     QWidget* BuildColumnsPage();
     QWidget* BuildHolidaysPage();

@@ -1,7 +1,5 @@
 // The support page driven by its controls' names: the checks of a ticket in their order, the
 // ticket's lines, the clipboard and the file.
-#include "console/VqSupport.h"
-
 #include <gtest/gtest.h>
 
 #include <QApplication>
@@ -12,6 +10,7 @@
 #include <QPushButton>
 #include <QTest>
 
+#include "console/VqSupport.h"
 #include "platform/Files.h"
 #include "tests/support/TestSupport.h"
 
@@ -19,7 +18,7 @@ namespace vq {
 namespace {
 
 class VqSupportTest : public ::testing::Test {
-protected:
+  protected:
     VqSupportTest() {
         page.show();
         page.activateWindow();
@@ -34,7 +33,8 @@ protected:
     // A form that makes a ticket.
     void FillIn() {
         Find("Text1")->setText(QStringLiteral("op@example.org"));
-        for (const char* count : {"Text2(1)", "Text2(2)", "Text2(3)"}) Find(count)->setText(QStringLiteral("0"));
+        for (const char* count : {"Text2(1)", "Text2(2)", "Text2(3)"})
+            Find(count)->setText(QStringLiteral("0"));
         Find("Text2(0)")->setText(QStringLiteral("1"));
         Find<QCheckBox>("Check1(0)")->setChecked(true);
         Find<QCheckBox>("Check1(3)")->setChecked(true);
@@ -54,7 +54,8 @@ TEST_F(VqSupportTest, EachCheckRefusesTheTicketWithItsMessageAndTheFocusInItsFie
         const char* focus;
     };
     const Case cases[] = {
-        {"Text1", "op.example.org", "Please enter your e-mail where do you want to recive our reply.", "Text1"},
+        {"Text1", "op.example.org",
+         "Please enter your e-mail where do you want to recive our reply.", "Text1"},
         {"Text2(0)", "0", "You have to enter at least one server or workstation.", "Text2(0)"},
         {"Check1(0)", "", "You have to enter at least one operating system.", "Check1(0)"},
         {"Text2(3)", "2", "You have to enter at least one operating system.", "Check2(0)"},
@@ -104,36 +105,44 @@ TEST_F(VqSupportTest, TheTicketGoesToTheClipboardAndToAFileWithTheirMessages) {
     FillIn();
     Click("Command1");
     const std::string ticket = QApplication::clipboard()->text().toStdString();
-    EXPECT_EQ(ticket.rfind(kSupportMailAddress + "\r\n>> Orvantis Trouble Ticket <<\r\nop@example.org\r\n", 0), 0u);
-    EXPECT_NE(ticket.find("\r\nServers: 1, 0, 2000-2003\r\nWorkstations: 0, 0, \r\nTasks stay Ready.\r\nWhy?\r\n"),
+    EXPECT_EQ(
+        ticket.rfind(
+            kSupportMailAddress + "\r\n>> Orvantis Trouble Ticket <<\r\nop@example.org\r\n", 0),
+        0u);
+    EXPECT_NE(ticket.find("\r\nServers: 1, 0, 2000-2003\r\nWorkstations: 0, 0, \r\nTasks stay "
+                          "Ready.\r\nWhy?\r\n"),
               std::string::npos);
     ASSERT_EQ(t.op.messages.size(), 1u);
     EXPECT_EQ(t.op.messages[0].text,
-              "Your Trouble Ticket has been sent to clipboard.\n\nPlease do not change it and leave it as "
-              "it is.\n\nPaste it to your e-mail message and send it to " + kSupportMailAddress +
+              "Your Trouble Ticket has been sent to clipboard.\n\nPlease do not change it and "
+              "leave it as "
+              "it is.\n\nPaste it to your e-mail message and send it to " +
+                  kSupportMailAddress +
                   ".\nThe destination e-mail address is also in the first line of Trouble Ticket.");
 
     const std::string file = t.dir.Path() + "ticket.txt";
-    ASSERT_TRUE(WriteFileAtomic(file, "an older ticket, longer than the new one will be" + std::string(900, '.')));
+    ASSERT_TRUE(WriteFileAtomic(
+        file, "an older ticket, longer than the new one will be" + std::string(900, '.')));
     page.ChooseTicketFile = [&file] { return file; };
     t.op.messages.clear();
     Find("Text1")->setFocus();
     Click("Command3");
     EXPECT_EQ(test::ReadFileText(file), ticket);
     ASSERT_EQ(t.op.messages.size(), 1u);
-    EXPECT_EQ(t.op.messages[0].text.rfind("Your Trouble Ticket has been copied to file: " + file +
-                                              ".\n\nPlease do not change it and leave it as it is.\n\n"
-                                              "Attach it to your e-mail message and send it to ",
-                                          0),
-              0u);
+    EXPECT_EQ(
+        t.op.messages[0].text.rfind("Your Trouble Ticket has been copied to file: " + file +
+                                        ".\n\nPlease do not change it and leave it as it is.\n\n"
+                                        "Attach it to your e-mail message and send it to ",
+                                    0),
+        0u);
     EXPECT_EQ(QApplication::focusWidget(), Find<QPushButton>("Command2"));
 
     page.ChooseTicketFile = [this] { return t.dir.Path() + "gone/ticket.txt"; };
     t.op.messages.clear();
     Click("Command3");
     ASSERT_EQ(t.op.messages.size(), 1u);
-    EXPECT_EQ(t.op.messages[0].text.rfind("Cannot write your Trouble Ticket to file: " + t.dir.Path() +
-                                              "gone/ticket.txt!\n\n",
+    EXPECT_EQ(t.op.messages[0].text.rfind("Cannot write your Trouble Ticket to file: " +
+                                              t.dir.Path() + "gone/ticket.txt!\n\n",
                                           0),
               0u);
 }

@@ -1,12 +1,11 @@
 // The About box: its version line and "System Info..." with and without a tool.
-#include "console/frmAbout.h"
-
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <QLabel>
 #include <QPushButton>
 
+#include "console/frmAbout.h"
 #include "platform/Files.h"
 #include "tests/support/TestSupport.h"
 
@@ -20,7 +19,9 @@ void AddTool(const std::string& path, const std::string& script, unsigned mode =
 
 // PATH while it lives, then the one before.
 struct PathScope {
-    explicit PathScope(const std::string& path) : before(std::getenv("PATH")) { ::setenv("PATH", path.c_str(), 1); }
+    explicit PathScope(const std::string& path) : before(std::getenv("PATH")) {
+        ::setenv("PATH", path.c_str(), 1);
+    }
     ~PathScope() { ::setenv("PATH", before.c_str(), 1); }
     std::string before;
 };

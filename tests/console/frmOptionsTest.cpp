@@ -1,7 +1,5 @@
 // The Options dialog driven by its controls' names: what it opens with, the field checks, the
 // working copy of the classes, the calendar and what OK and Apply write.
-#include "console/frmOptions.h"
-
 #include <gtest/gtest.h>
 
 #include <QCalendarWidget>
@@ -17,6 +15,7 @@
 #include <QTreeWidget>
 
 #include "console/Form1.h"
+#include "console/frmOptions.h"
 #include "platform/Files.h"
 #include "storage/Settings.h"
 #include "tests/support/TestSupport.h"
@@ -25,7 +24,7 @@ namespace vq {
 namespace {
 
 class frmOptionsTest : public ::testing::Test {
-protected:
+  protected:
     void Open() {
         dialog = std::make_unique<frmOptions>(*t, [this] { ++columnRebuilds; });
         dialog->show();
@@ -91,7 +90,9 @@ TEST_F(frmOptionsTest, OpensWithTheSixTabsTheStoredSettingsAndTheLogonFieldsEmpt
     EXPECT_FALSE(Find<QCheckBox>("LogOnC")->isEnabled());
     EXPECT_FALSE(Find("txtU")->isEnabled());
     EXPECT_EQ(Find("txtP")->echoMode(), QLineEdit::Password);
-    EXPECT_EQ(dialog->findChildren<QCheckBox*>(QRegularExpression(QStringLiteral("^Check1\\("))).size(), 20);
+    EXPECT_EQ(
+        dialog->findChildren<QCheckBox*>(QRegularExpression(QStringLiteral("^Check1\\("))).size(),
+        20);
     EXPECT_EQ(Find<QComboBox>("ImageCombo5")->currentText(), QStringLiteral("Class A"));
     EXPECT_EQ(Find<QComboBox>("ImageCombo5")->count(), 26);
     Click("cmdHelp");
@@ -101,8 +102,9 @@ TEST_F(frmOptionsTest, OpensWithTheSixTabsTheStoredSettingsAndTheLogonFieldsEmpt
 }
 
 TEST(LimitPonder, AboveOneIsOneAndATextThatIsNoNumberIsZero) {
-    const std::pair<const char*, double> cases[] = {
-        {"1.5", 1}, {"0.25", 0.25}, {"0,5", 0.5}, {"", 0}, {".", 0}, {"1.2.3", 0}, {"7", 1}, {"0", 0}};
+    const std::pair<const char*, double> cases[] = {{"1.5", 1}, {"0.25", 0.25}, {"0,5", 0.5},
+                                                    {"", 0},    {".", 0},       {"1.2.3", 0},
+                                                    {"7", 1},   {"0", 0}};
     for (const auto& [text, value] : cases) EXPECT_DOUBLE_EQ(LimitPonder(text), value) << text;
     EXPECT_EQ(PonderText(0.25), "0.25");
     EXPECT_EQ(PonderText(1), "1");
@@ -157,10 +159,10 @@ TEST_F(frmOptionsTest, FieldsTakeOnlyTheirKeysAndLengthsAndEmptyFieldsTheirDefau
         const char* field;
         const char* left;
     };
-    const Case cases[] = {{"General", "Buffer(0)", "800"}, {"General", "Buffer(1)", "600"},
-                          {"General", "FS(1)", "1000"},    {"General", "FS(2)", "256"},
+    const Case cases[] = {{"General", "Buffer(0)", "800"},    {"General", "Buffer(1)", "600"},
+                          {"General", "FS(1)", "1000"},       {"General", "FS(2)", "256"},
                           {"General", "txtTimeDelay", "200"}, {"Timers", "JQP(2)", "0"},
-                          {"Timers", "Misc(0)", "1"},      {"Timers", "Misc(2)", "0"}};
+                          {"Timers", "Misc(0)", "1"},         {"Timers", "Misc(2)", "0"}};
     for (const Case& c : cases) {
         ShowTab(c.tab);
         Find(c.field)->setFocus();
@@ -212,9 +214,11 @@ TEST_F(frmOptionsTest, OkWritesTheSettingsTheClassesAndTheDaysAndApplyAfterCance
     EXPECT_EQ(t->classes.ClassTable[1].MaxCpu, 86400 + 3600);
     EXPECT_EQ(t->classes.ClassTable[1].MaxUnits, 86400 + 3600 + 2048);
     const std::string file = test::ReadFileText(t->DataPath + "Classes.dat");
-    EXPECT_NE(file.find("<CLASS-1>\r\n        <CLASSNAME>B</CLASSNAME>\r\n        <MAXTIME>0</MAXTIME>\r\n"
-                        "        <CPU>90000</CPU>"),
-              std::string::npos)
+    EXPECT_NE(
+        file.find(
+            "<CLASS-1>\r\n        <CLASSNAME>B</CLASSNAME>\r\n        <MAXTIME>0</MAXTIME>\r\n"
+            "        <CPU>90000</CPU>"),
+        std::string::npos)
         << file;
     EXPECT_EQ(columnRebuilds, 1);
     // Both password fields empty write ALOP from the empty text and turn auto logon off.
@@ -302,7 +306,8 @@ TEST_F(frmOptionsTest, WithEveryColumnUncheckedOkLeavesTheTaskListItsThreeColumn
         window.Views().BuildTaskColumns();
         window.Views().mnuViewRefresh_Click();
     });
-    for (QCheckBox* box : options.findChildren<QCheckBox*>(QRegularExpression(QStringLiteral("^Check1\\("))))
+    for (QCheckBox* box :
+         options.findChildren<QCheckBox*>(QRegularExpression(QStringLiteral("^Check1\\("))))
         box->setChecked(false);
     options.findChild<QPushButton*>(QStringLiteral("cmdOK"))->click();
     const auto* list = window.findChild<QTreeView*>(QStringLiteral("TaskView"));
