@@ -2,6 +2,7 @@
 // working copy of the classes, the calendar and what OK and Apply write.
 #include <gtest/gtest.h>
 
+#include <QAction>
 #include <QCalendarWidget>
 #include <QCheckBox>
 #include <QComboBox>
@@ -10,11 +11,14 @@
 #include <QTabBar>
 #include <QTabWidget>
 #include <QTest>
+#include <QTimer>
 #include <QTimeEdit>
 #include <QTreeView>
 #include <QTreeWidget>
 
 #include "console/Form1.h"
+#include "console/VqSupport.h"
+#include "console/frmAbout.h"
 #include "console/frmOptions.h"
 #include "platform/Files.h"
 #include "storage/Settings.h"
@@ -315,6 +319,29 @@ TEST_F(frmOptionsTest, WithEveryColumnUncheckedOkLeavesTheTaskListItsThreeColumn
     EXPECT_EQ(server.tables.TaskView.Columns().size(), 3u);
     EXPECT_EQ(GetSettingText(*t.registry, "Settings", "Show-Units"), "0");
     relay.SetTarget(nullptr);
+}
+
+// The menu items open their windows modally over the main window, as vqserv sets them.
+TEST_F(frmOptionsTest, TheMenuOpensTheOptionsTheSupportPageAndTheAboutBox) {
+    Form1 window(*t);
+    window.LoadAtStart();
+    window.ShowOptionsDialog = [&] { ShowOptionsDialog(window, *t); };
+    window.ShowSupportPage = [&] { ShowSupportPage(&window, *t); };
+    window.ShowAboutBox = [&] { ShowAboutBox(&window, *t); };
+    const std::pair<const char*, const char*> items[] = {
+        {"mnuViewProp", "frmOptions"}, {"mnuHelpSupport", "VqSupport"}, {"mnuHelpAbout", "frmAbout"}};
+    for (const auto& [item, dialogName] : items) {
+        QString opened;
+        QTimer::singleShot(0, [&opened, &window] {
+            QWidget* modal = QApplication::activeModalWidget();
+            if (!modal) return;
+            opened = modal->objectName();
+            EXPECT_EQ(modal->parentWidget(), &window);
+            static_cast<QDialog*>(modal)->reject();
+        });
+        window.findChild<QAction*>(QString::fromUtf8(item))->trigger();
+        EXPECT_EQ(opened.toStdString(), dialogName) << item;
+    }
 }
 
 }  // namespace
