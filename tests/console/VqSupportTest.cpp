@@ -5,10 +5,12 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QClipboard>
+#include <QFileDialog>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTest>
+#include <QTimer>
 
 #include "console/VqSupport.h"
 #include "platform/Files.h"
@@ -158,6 +160,24 @@ TEST_F(VqSupportTest, ACountTakesFourDigitsSelectsItselfAndIsZeroWhenLeftEmpty) 
     count->clear();
     Find("Text1")->setFocus();
     EXPECT_EQ(count->text(), QStringLiteral("0"));
+}
+
+// The file chooser asks for a ticket file under its title and filter; its choice is written.
+TEST_F(VqSupportTest, TheFileChooserNamesTheTicketFile) {
+    FillIn();
+    const QString file = QString::fromStdString(t.dir.Path() + "chosen.txt");
+    QTimer::singleShot(0, [&file] {
+        auto* chooser = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+        ASSERT_NE(chooser, nullptr);
+        EXPECT_EQ(chooser->windowTitle(),
+                  QStringLiteral("Please select file name for your Trouble Ticket file"));
+        EXPECT_EQ(chooser->nameFilters(), QStringList{QStringLiteral("Trouble Ticket (*.txt)")});
+        chooser->selectFile(file);
+        static_cast<QDialog*>(chooser)->accept();
+    });
+    Click("Command3");
+    EXPECT_NE(test::ReadFileText(file.toStdString()).find(">> Orvantis Trouble Ticket <<"),
+              std::string::npos);
 }
 
 }  // namespace

@@ -11,8 +11,8 @@
 #include <QTabBar>
 #include <QTabWidget>
 #include <QTest>
-#include <QTimer>
 #include <QTimeEdit>
+#include <QTimer>
 #include <QTreeView>
 #include <QTreeWidget>
 
@@ -328,8 +328,9 @@ TEST_F(frmOptionsTest, TheMenuOpensTheOptionsTheSupportPageAndTheAboutBox) {
     window.ShowOptionsDialog = [&] { ShowOptionsDialog(window, *t); };
     window.ShowSupportPage = [&] { ShowSupportPage(&window, *t); };
     window.ShowAboutBox = [&] { ShowAboutBox(&window, *t); };
-    const std::pair<const char*, const char*> items[] = {
-        {"mnuViewProp", "frmOptions"}, {"mnuHelpSupport", "VqSupport"}, {"mnuHelpAbout", "frmAbout"}};
+    const std::pair<const char*, const char*> items[] = {{"mnuViewProp", "frmOptions"},
+                                                         {"mnuHelpSupport", "VqSupport"},
+                                                         {"mnuHelpAbout", "frmAbout"}};
     for (const auto& [item, dialogName] : items) {
         QString opened;
         QTimer::singleShot(0, [&opened, &window] {
