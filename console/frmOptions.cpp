@@ -719,23 +719,15 @@ bool frmOptions::LeaveField(QLineEdit* field, bool beep) {
     auto emptyGives = [](QLineEdit* f, const char* text) {
         if (f->text().isEmpty()) f->setText(L(text));
     };
-    if (field == Buffer[0])
-        emptyGives(field, "800");
-    else if (field == Buffer[1])
-        emptyGives(field, "600");
-    else if (field == FS[1])
-        emptyGives(field, "1000");
-    else if (field == FS[2])
-        emptyGives(field, "256");
-    else if (field == Misc[0])
-        emptyGives(field, "1");
-    else if (field == Misc[1] || field == Misc[2])
-        emptyGives(field, "0");
-    else if (field == txtTimeDelay)
-        emptyGives(field, "200");
-    else if (std::find(JQP.begin(), JQP.end(), field) != JQP.end())
+    // The fields that an empty text leaves with their default.
+    const std::pair<QLineEdit*, const char*> defaults[] = {
+        {Buffer[0], "800"}, {Buffer[1], "600"}, {FS[1], "1000"}, {FS[2], "256"},
+        {Misc[0], "1"},     {Misc[1], "0"},     {Misc[2], "0"},  {txtTimeDelay, "200"}};
+    for (const auto& [defaulted, text] : defaults)
+        if (field == defaulted) emptyGives(field, text);
+    if (std::find(JQP.begin(), JQP.end(), field) != JQP.end()) {
         for (QLineEdit* f : JQP) emptyGives(f, "0");
-    else if (field == CancelSysUnits || field == CancelTime) {
+    } else if (field == CancelSysUnits || field == CancelTime) {
         if (field->text().isEmpty()) return refuse();
     } else if (std::find(TxTC.begin(), TxTC.end(), field) != TxTC.end()) {
         // 24 days or more is a day field's whole span; an I/O count beyond what Classes.dat
