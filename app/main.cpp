@@ -16,7 +16,10 @@
 #include "console/Form1.h"
 #include "console/ShrForm.h"
 #include "console/StepsToolWin.h"
+#include "console/VqSupport.h"
+#include "console/frmAbout.h"
 #include "console/frmLog.h"
+#include "console/frmOptions.h"
 #include "console/frmSplash.h"
 #include "core/Server.h"
 
@@ -74,6 +77,9 @@ int RunWithWindow(int argc, char** argv, vq::StartRequest request) {
     window.OpenPropertiesWindow = [&window, &server](const std::string& key) {
         vq::ShowPropertiesWindow(&window, server, key, [&window] { window.mnuViewRefresh_Click(); });
     };
+    window.ShowOptionsDialog = [&window, &server] { vq::ShowOptionsDialog(window, server); };
+    window.ShowSupportPage = [&window, &server] { vq::ShowSupportPage(&window, server); };
+    window.ShowAboutBox = [&window, &server] { vq::ShowAboutBox(&window, server); };
     dialogs.SetParent(&window);
     process.SetWindow(
         &window, [&window] { window.CloseBySystem(); },

@@ -50,12 +50,13 @@ public:
         answers.pop_front();
         return answer;
     }
-    void Beep() override {}
+    void Beep() override { ++beeps; }
 
     std::deque<bool> answers;
     std::vector<ShownMessage> messages;
     std::vector<ShownMessage> questions;
     int lastAutoYesMs = -1;
+    int beeps = 0;
 };
 
 class CountingScreen final : public Screen {

@@ -1,15 +1,19 @@
-// Renders the log viewer, the queue folder dialog, the splash and the three pages of the
-// Properties window to PNG files, offscreen, so that a person can look at them:
-// render-dialogs FOLDER.
+// Renders the log viewer, the queue folder dialog, the splash, the Properties window's pages,
+// every page of the Options dialog, the About box and the support page to PNG files,
+// offscreen, so that a person can look at them: render-dialogs FOLDER.
 #include <QApplication>
 #include <QDir>
 #include <QLabel>
+#include <QTabWidget>
 #include <QWidget>
 #include <cstdio>
 
 #include "console/ShrForm.h"
 #include "console/StepsToolWin.h"
+#include "console/VqSupport.h"
+#include "console/frmAbout.h"
 #include "console/frmLog.h"
+#include "console/frmOptions.h"
 #include "console/frmSplash.h"
 #include "core/tables/WorkingTables.h"
 #include "platform/Files.h"
@@ -98,6 +102,24 @@ int main(int argc, char** argv) {
         saved &= Save(properties, folder, "StepsToolWin-Report.png");
         properties.Toolbar1_ButtonClick(QStringLiteral("Diag"));
         saved &= Save(properties, folder, "StepsToolWin-Diag.png");
+    }
+    {
+        vq::WriteFileAtomic(vq::NonWorkFilePath(*ts), "\"2026-12-24\"\r\n\"2026-12-25\"\r\n\"2027-01-01\"\r\n");
+        vq::frmOptions options(*ts, {});
+        auto* tabs = options.findChild<QTabWidget*>(QStringLiteral("tbsOptions"));
+        for (int i = 0; i < tabs->count(); ++i) {
+            tabs->setCurrentIndex(i);
+            const std::string name = "frmOptions-" + tabs->widget(i)->objectName().toStdString() + ".png";
+            saved &= Save(options, folder, name.c_str());
+        }
+    }
+    {
+        vq::frmAbout about(*ts);
+        saved &= Save(about, folder, "frmAbout.png");
+    }
+    {
+        vq::VqSupport support(*ts);
+        saved &= Save(support, folder, "VqSupport.png");
     }
     return saved ? 0 : 1;
 }
