@@ -23,6 +23,8 @@
 #include "core/tables/Status.h"
 #include "platform/Files.h"
 #include "platform/UniqueFd.h"
+#include "storage/Registry.h"
+#include "storage/Settings.h"
 #include "vqctl/Commands.h"
 #include "vqctl/ServerConnection.h"
 
@@ -235,9 +237,22 @@ int Follow(const std::string& key) {
     }
 }
 
+// The queue folder that the settings name, so that the log of a server that has stopped can be
+// read too; empty when none is stored or the settings can't be read.
+std::string StoredQueueRoot() {
+    try {
+        vq::Registry registry(vq::Registry::DefaultDatabasePath(),
+                              vq::Registry::DefaultAutostartDir());
+        return vq::GetSettingText(registry, "ServerSettings", "ServPath");
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
 int Log(bool follow) {
-    ServerConnection server("log");
-    const std::string path = server.QueueRoot() + "$Data/SrvLog.txt";
+    std::string root = StoredQueueRoot();
+    if (root.empty()) root = ServerConnection("log").QueueRoot();
+    const std::string path = vq::WithBackslash(root) + "$Data/SrvLog.txt";
     off_t offset = 0;
     CopyNewBytes(path, offset);
     if (!follow) {
@@ -360,7 +375,8 @@ void AddConsoleCommands(CLI::App& app, int& exitCode) {
         ->callback([key, &exitCode] { exitCode = Guarded([&] { return Follow(*key); }); });
 
     auto follow = std::make_shared<bool>(false);
-    CLI::App* log = app.add_subcommand("log", "Print the server log");
+    CLI::App* log = app.add_subcommand(
+        "log", "Print the server log (of the queue folder in the settings; a server need not run)");
     log->add_flag("-f,--follow", *follow, "go on printing what is added, until interrupted");
     log->callback([follow, &exitCode] { exitCode = Guarded([&] { return Log(*follow); }); });
 

@@ -4,6 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/Files.h"
+#include "storage/Registry.h"
+#include "storage/Settings.h"
 #include "tests/support/Process.h"
 #include "tests/support/TestSupport.h"
 
@@ -42,6 +45,32 @@ TEST(ConsoleCommands, AnswersWithoutAServer) {
         const std::string& said = c.exitCode == 0 ? result.out : result.err;
         EXPECT_NE(said.find(c.said), std::string::npos) << c.args[0] << ": " << said;
     }
+}
+
+// The log of a server that has stopped is still there to read: its folder is in the settings.
+TEST(ConsoleCommands, LogReadsTheQueueFolderOfTheSettingsWithoutAServer) {
+    test::TempDir dir;
+    const std::string config = dir.Path() + "config";
+    const std::string env = "XDG_CONFIG_HOME=" + config;
+    const std::vector<std::string> noBus = {"DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/bus",
+                                            env};
+    const std::vector<std::string> log = {test::BinPath("vqctl"), "log"};
+    EXPECT_EQ(test::RunProcess(log, noBus).exitCode, 2) << "no folder stored, no server";
+
+    ::setenv("XDG_CONFIG_HOME", config.c_str(), 1);
+    {
+        Registry registry(Registry::DefaultDatabasePath(), Registry::DefaultAutostartDir());
+        SaveRegSetting(registry, "ServerSettings", "ServPath", dir.Path() + "q");
+    }
+    ::unsetenv("XDG_CONFIG_HOME");
+    test::ProcessResult result = test::RunProcess(log, noBus);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out, "There Are No Errors In Log\n");
+
+    MakeFolders(dir.Path() + "q/$Data");
+    WriteFileAtomic(dir.Path() + "q/$Data/SrvLog.txt", "11/23/26 10:00:00 a line\r\n");
+    result = test::RunProcess(log, noBus);
+    EXPECT_EQ(result.out, "11/23/26 10:00:00 a line\r\n") << result.err;
 }
 
 }  // namespace
