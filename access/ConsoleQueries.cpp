@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "access/DisplayedText.h"
 #include "calendar/Common.h"
 #include "calendar/DateTime.h"
 #include "core/Server.h"
@@ -23,11 +24,6 @@ const VqRow& TaskRowOf(Server& server, const std::string& taskKey) {
     const VqRow* row = server.tables.TaskTable.FindRow(taskKey);
     if (!row) throw ConsoleRefusal(kNoSuchTask, "no task " + taskKey + " in the queue");
     return *row;
-}
-
-std::string LocaleDateText(const std::string& cell) {
-    VqDate date = 0;
-    return TryReadDate(cell, date) ? FormatLocaleDateTime(date) : cell;
 }
 
 // How long the run took, or has taken so far; empty before the first start.
@@ -90,7 +86,7 @@ ConsoleRow MakeTaskRow(Server& server, const std::vector<CellSource>& cells, con
         switch (cell.kind) {
             case CellSource::Column:
                 result.emplace_back(cell.name,
-                                    DisplayedCellText(cell.name, row.cells[cell.column]));
+                                    DisplayedCellText(kTaskTable, cell.name, row.cells[cell.column]));
                 break;
             case CellSource::Key:
                 result.emplace_back(cell.name, row.key);
@@ -111,20 +107,6 @@ bool IsPhase(const std::string& phase) {
 }
 
 }  // namespace
-
-std::string DisplayedCellText(const std::string& columnKey, const std::string& cell) {
-    if (columnKey == "CPU") return PriorityName(static_cast<uint8_t>(Val(cell)));
-    if (columnKey == "Queue Priority") return std::to_string(Val(cell));
-    if (columnKey == "PeakMem" || columnKey == "SPeakMem")
-        return FormatThousands(Val(cell)) + " KB";
-    if (columnKey == "Units" || columnKey == "SUnits") return FormatThousands(Val(cell));
-    if (columnKey == "IO" || columnKey == "SIO") return FormatThousandsIo(Val(cell) * kIoScale);
-    // No limit is kept as "000000000", so the test is on the number.
-    if (columnKey == "MaxRunTime")
-        return Val(cell) == 0 ? "Unlimited" : FormatTimeSpan(SecondsToTimeSpan(Val(cell)));
-    if (columnKey == "SchTime" || columnKey == "SubTime") return LocaleDateText(cell);
-    return cell;
-}
 
 std::vector<ConsoleRow> TaskRows(Server& server, const std::string& phase,
                                  const std::vector<std::string>& cellNames) {
@@ -162,7 +144,7 @@ std::vector<ConsoleRow> StepRows(Server& server, const std::string& taskKey) {
         if (!row) break;
         ConsoleRow cells{{kRowKeyCell, row->key}};
         for (const CellSource& c : columns)
-            cells.emplace_back(c.name, DisplayedCellText(c.name, row->cells[c.column]));
+            cells.emplace_back(c.name, DisplayedCellText(kStepTable, c.name, row->cells[c.column]));
         cells.emplace_back("Command", row->cells[command]);
         // Where the step runner appends what the step prints.
         cells.emplace_back(kOutputFileCell, folder + "Step" + std::to_string(step) + ".txt");

@@ -55,8 +55,4 @@ std::string TaskReportText(Server& server, const std::string& taskKey);
 // the queue and refreshes the screen. kNotFinished for a task that has not ended.
 void RemoveFinishedTask(Server& server, const std::string& taskKey);
 
-// The text the task or step list shows for a raw cell of the column `columnKey` (the next
-// run time aside, which needs the whole row).
-std::string DisplayedCellText(const std::string& columnKey, const std::string& cell);
-
 }  // namespace vq

@@ -32,49 +32,7 @@ size_t PositionOf(const VqTable& table, const std::string& key) {
     return table.RowCount();
 }
 
-std::string LocaleDateOf(const std::string& cell) { return FormatLocaleDateTime(ReadDate(cell)); }
-
 }  // namespace
-
-CellForm CellFormOf(int16_t table, const std::string& key) {
-    static const std::pair<const char*, CellForm> kForms[] = {
-        {"CPU", CellForm::Priority},       {"Queue Priority", CellForm::Number},
-        {"PeakMem", CellForm::Kilobytes},  {"SPeakMem", CellForm::Kilobytes},
-        {"Units", CellForm::Thousands},    {"SUnits", CellForm::Thousands},
-        {"IO", CellForm::Thousands},       {"SIO", CellForm::Thousands},
-        {"MaxRunTime", CellForm::RunTime}, {"SchTime", CellForm::Date},
-        {"SubTime", CellForm::Date}};
-    if (table == kTaskTable && key == "CurRepeat") return CellForm::NextRun;
-    for (const auto& [column, form] : kForms)
-        if (key == column) return form;
-    return CellForm::Raw;
-}
-
-std::string FormatCell(CellForm form, const std::string& cell) {
-    switch (form) {
-        case CellForm::Priority: {
-            const int64_t code = CellNumber(cell);
-            if (code < 0 || code > 255) throw VqError("Overflow", 6);
-            return PriorityName(static_cast<uint8_t>(code));
-        }
-        case CellForm::Number:
-            return std::to_string(CellNumber(cell));
-        case CellForm::Kilobytes:
-            return FormatThousands(CellNumber(cell)) + " KB";
-        case CellForm::Thousands:
-            return FormatThousands(CellNumber(cell));
-        case CellForm::RunTime: {
-            const int64_t seconds = CellNumber(cell);
-            return seconds == 0 ? "Unlimited" : FormatTimeSpan(SecondsToTimeSpan(seconds));
-        }
-        case CellForm::Date:
-            return LocaleDateOf(cell);
-        case CellForm::Raw:
-        case CellForm::NextRun:
-            break;
-    }
-    return cell;
-}
 
 TaskCommandStates CommandsForStatus(const std::string& status) {
     if (status.find(kHoldSuffix) != std::string::npos) return {true, false, false};

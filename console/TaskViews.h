@@ -12,6 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "access/DisplayedText.h"
 #include "core/tables/VqTable.h"
 
 namespace vq {
@@ -62,14 +63,6 @@ struct CommandStates {
     bool stopQ = false;   // mnuFileStopQ, StopQ: off until the queue is first switched
     bool operator==(const CommandStates&) const = default;
 };
-
-// How a column of a list shows its cell: as it stands, a priority name, a plain number, KB,
-// thousands, a running time, a date, or the task's next run text (more than the cell).
-enum class CellForm { Raw, Priority, Number, Kilobytes, Thousands, RunTime, Date, NextRun };
-CellForm CellFormOf(int16_t table, const std::string& columnKey);
-// The displayed text of a cell in a form that the cell alone decides. A cell that can't be
-// read in its form fails with its error into the caller.
-std::string FormatCell(CellForm form, const std::string& cell);
 
 // The enabled state of Resume, Hold and Cancel for a task's Status.
 struct TaskCommandStates {

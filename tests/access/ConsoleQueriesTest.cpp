@@ -90,32 +90,6 @@ TEST_F(ConsoleQueriesTest, ARowHasTheKeyTheListsColumnsAndTheElapsedTime) {
     EXPECT_EQ(RefusalOf([&] { TaskRow(*ts, "000009-Nightly"); }, "000009-Nightly"), kNoSuchTask);
 }
 
-TEST_F(ConsoleQueriesTest, CellsAreShownAsTheWindowShowsThem) {
-    test::LocaleScope locale("en_US.UTF-8");
-    ASSERT_TRUE(locale.Active());
-    struct Case {
-        const char* column;
-        const char* cell;
-        const char* shown;
-    };
-    const Case cases[] = {
-        {"CPU", "22", "Normal 2"},
-        {"CPU", "62", ""},
-        {"Queue Priority", "000123", "123"},
-        {"PeakMem", "000000000", "0 KB"},
-        {"SPeakMem", "001234567", "1,234,567 KB"},
-        {"Units", "000012345", "12,345"},
-        {"IO", "00000001234567", "1,234,567"},
-        {"MaxRunTime", "000090061", "1 Day 01:01:01"},
-        {"MaxRunTime", "000000000", "Unlimited"},
-        {"SchTime", "2026-11-22 13:04:05", "11/22/2026 01:04:05 PM"},
-        {"SubTime", "not a date", "not a date"},
-        {"JobRC", "01", "01"},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(DisplayedCellText(c.column, c.cell), c.shown) << c.column << " " << c.cell;
-}
-
 TEST_F(ConsoleQueriesTest, StepsInOrderWithTheirCommandAndOutputFile) {
     const std::string key = ts.AddTask(3, "Build");
     ts.AddSteps(key, 2);

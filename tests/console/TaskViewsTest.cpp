@@ -170,30 +170,6 @@ TEST(CommandsForStatus, HeldTasksResumeCompleteOnesNothingTheRestHoldAndCancel) 
     }
 }
 
-TEST(FormatCell, EachColumnShowsItsCellInItsOwnForm) {
-    test::LocaleScope locale("en_US.UTF-8");
-    ASSERT_TRUE(locale.Active());
-    // Table, column key, cell, displayed text.
-    const std::tuple<int16_t, std::string, std::string, std::string> cases[] = {
-        {kTaskTable, "CPU", "22", "Normal 2"},
-        {kTaskTable, "CPU", "61", ""},
-        {kTaskTable, "Queue Priority", "000123", "123"},
-        {kTaskTable, "PeakMem", "000000000", "0 KB"},
-        {kStepTable, "SPeakMem", "001234567", "1,234,567 KB"},
-        {kTaskTable, "Units", "000001000", "1,000"},
-        {kStepTable, "SIO", "00000000012345", "12,345"},
-        {kTaskTable, "MaxRunTime", "000000000", "Unlimited"},
-        {kTaskTable, "MaxRunTime", "000090061", "1 Day 01:01:01"},
-        {kTaskTable, "MaxRunTime", "000086399", "0 Days 23:59:59"},
-        {kTaskTable, "Status", "Waiting - Hold", "Waiting - Hold"},
-    };
-    for (const auto& [table, column, cell, expected] : cases)
-        EXPECT_EQ(FormatCell(CellFormOf(table, column), cell), expected) << column << " " << cell;
-    EXPECT_EQ(CellFormOf(kTaskTable, "CurRepeat"), CellForm::NextRun);
-    EXPECT_THROW(FormatCell(CellForm::Priority, "256"), std::exception);
-    EXPECT_THROW(FormatCell(CellForm::Date, "soon"), std::exception);
-}
-
 // The next run text itself is the info file's; the list shows it and the dates in the locale.
 TEST_F(TaskViewsTest, TheListShowsNeverForACompleteTaskAndDatesInTheLocalesForm) {
     test::LocaleScope locale("en_US.UTF-8");
