@@ -310,8 +310,9 @@ TaskFolderWalk* sharedWalk = nullptr;
 // parent must exist); a link is refused.
 UniqueFd OpenTaskFolder(Server& server, TaskFolderWalk& walk, const std::string& folder,
                         const std::vector<std::string>& names) {
-    const int parent = names.empty() ? -1 : walk.Open(names, names.size() - 1);
-    if (names.empty()) return UniqueFd(::dup(walk.Open(names, 0)));
+    // The root itself, opened afresh: a descriptor of its own reads its listing from the start.
+    if (names.empty()) return UniqueFd(::open(walk.Root().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const int parent = walk.Open(names, names.size() - 1);
     UniqueFd fd = parent < 0 ? UniqueFd() : OpenSubfolder(parent, names.back());
     if (fd.Valid()) return fd;
     struct stat st {};
