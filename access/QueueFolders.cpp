@@ -1,14 +1,20 @@
 #include "access/QueueFolders.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <memory>
+#include <optional>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "calendar/Common.h"
@@ -170,6 +176,182 @@ bool IsInsideFolder(const std::string& root, const std::string& path) {
     return LiesLexicallyUnder(root, path) && ResolvesInto(RealPath(WithoutBackslash(root)), root, path);
 }
 
+namespace {
+
+// The names of the folders from the root down to `path`, which lies lexically under `root`;
+// empty and "." parts are passed over.
+std::vector<std::string> NamesBelow(const std::string& root, const std::string& path) {
+    std::vector<std::string> names;
+    const std::string rest = path.size() > root.size() ? path.substr(root.size()) : std::string();
+    for (size_t begin = 0; begin < rest.size();) {
+        const size_t end = std::min(rest.find('/', begin), rest.size());
+        if (end > begin && rest.compare(begin, end - begin, ".") != 0)
+            names.push_back(rest.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return names;
+}
+
+// The names in an opened folder, read from its descriptor, which must stand at its start: a
+// task's folder holds a few files, so one read of the folder mostly finds them all.
+std::vector<std::string> EntryNames(int folderFd) {
+    std::vector<std::string> names;
+    alignas(8) char buffer[16384];
+    for (;;) {
+        const long n = ::syscall(SYS_getdents64, folderFd, buffer, sizeof buffer);
+        if (n <= 0) return names;
+        for (long at = 0; at < n;) {
+            const auto* entry = reinterpret_cast<const dirent64*>(buffer + at);
+            names.emplace_back(entry->d_name);
+            at += entry->d_reclen;
+        }
+        // Room left for the longest entry: the folder has no more.
+        if (sizeof buffer - static_cast<size_t>(n) >= sizeof(dirent64)) return names;
+    }
+}
+
+bool Holds(const std::vector<std::string>& names, const std::string& name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// The text of a file of an opened folder, the file not being a link; false when there is none.
+bool ReadFileBelow(int folderFd, const std::string& name, std::string& content) {
+    UniqueFd fd(::openat(folderFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd.Valid()) return false;
+    content.clear();
+    char buffer[16384];
+    for (;;) {
+        const ssize_t n = ::read(fd.Get(), buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return false;
+        content.append(buffer, static_cast<size_t>(n));
+        // A short read of a regular file is its end.
+        if (static_cast<size_t>(n) < sizeof buffer) return true;
+    }
+}
+
+// Rewrites the info file unless it already says what the task says; a load of the queue asks
+// this of every task.
+void RefreshTaskInfo(Server& server, const std::string& taskKey, int folderFd,
+                     const std::vector<std::string>& names) {
+    std::string current;
+    try {
+        if (Holds(names, kTaskInfoFile) && ReadFileBelow(folderFd, kTaskInfoFile, current) &&
+            current == TaskInfoText(server, taskKey))
+            return;
+    } catch (const std::exception&) {
+        // WriteTaskInfo logs what is wrong with the row.
+    }
+    WriteTaskInfo(server, taskKey);
+}
+
+std::string Joined(const std::vector<std::string>& names, size_t depth) {
+    std::string key;
+    for (size_t i = 0; i < depth; ++i) key += names[i] + "/";
+    return key;
+}
+
+}  // namespace
+
+// The folders below the queue root, reached from the opened root one name at a time and never
+// through a link: what is made or written in them is inside the root. Folders opened and found
+// made stay known for the life of the walk, which a batch of tasks shares.
+class TaskFolderWalk {
+  public:
+    explicit TaskFolderWalk(const std::string& root)
+        : root_(root), rootFd_(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+
+    const std::string& Root() const { return root_; }
+
+    // The opened folder of the first `depth` names; -1 with errno set when one of them is
+    // missing, no folder or a link.
+    int Open(const std::vector<std::string>& names, size_t depth) {
+        if (depth == 0) return rootFd_.Valid() ? rootFd_.Get() : -1;
+        const std::string key = Joined(names, depth);
+        if (const auto found = open_.find(key); found != open_.end()) return found->second.Get();
+        const int parent = Open(names, depth - 1);
+        if (parent < 0) return -1;
+        UniqueFd folder = OpenSubfolder(parent, names[depth - 1]);
+        if (!folder.Valid()) return -1;
+        return open_.emplace(key, std::move(folder)).first->second.Get();
+    }
+
+    // A folder found made, with its Orvantis.ctf, kept open for the folders below it.
+    bool KnownMade(const std::vector<std::string>& names) const {
+        return made_.count(Joined(names, names.size())) != 0;
+    }
+    void Keep(const std::vector<std::string>& names, UniqueFd folder) {
+        const std::string key = Joined(names, names.size());
+        made_.insert(key);
+        if (!names.empty()) open_.insert_or_assign(key, std::move(folder));
+    }
+
+    // Gives back the descriptors of the folders met so far when they are many; called between
+    // two tasks, when no descriptor is in use.
+    void Trim() {
+        if (open_.size() < kKeptOpen) return;
+        open_.clear();
+        made_.clear();
+    }
+
+  private:
+    static constexpr size_t kKeptOpen = 64;
+    std::string root_;
+    UniqueFd rootFd_;
+    std::unordered_map<std::string, UniqueFd> open_;
+    std::unordered_set<std::string> made_;
+};
+
+namespace {
+
+TaskFolderWalk* sharedWalk = nullptr;
+
+// Opens a folder of a task through the walk, making it in its parent when it is missing (the
+// parent must exist); a link is refused.
+UniqueFd OpenTaskFolder(Server& server, TaskFolderWalk& walk, const std::string& folder,
+                        const std::vector<std::string>& names) {
+    // The root itself, opened afresh: a descriptor of its own reads its listing from the start.
+    if (names.empty()) return UniqueFd(::open(walk.Root().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const int parent = walk.Open(names, names.size() - 1);
+    UniqueFd fd = parent < 0 ? UniqueFd() : OpenSubfolder(parent, names.back());
+    if (fd.Valid()) return fd;
+    struct stat st {};
+    const bool missing = parent >= 0 &&
+                         ::fstatat(parent, names.back().c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 &&
+                         errno == ENOENT;
+    if (parent >= 0 && !missing && S_ISLNK(st.st_mode))
+        throw VqError("The folder " + folder + " is not under the queue root.");
+    if (parent < 0 || !missing) throw VqError("The folder " + folder + ": " + ErrnoText(errno));
+    if (::mkdirat(parent, names.back().c_str(), 0777) != 0) {
+        WriteServerLog(server, "Error occurred while creating folder!\n\nPath: " +
+                                   WithoutBackslash(folder) + "\n\n" + ErrnoText(errno));
+        throw VqError("The folder " + folder + " could not be made.");
+    }
+    fd = OpenSubfolder(parent, names.back());
+    if (!fd.Valid()) throw VqError("The folder " + folder + ": " + ErrnoText(errno));
+    return fd;
+}
+
+// MakeQueueFolder for the domain, user or project folder of a task, through the walk.
+void MakeSharedTaskFolder(Server& server, TaskFolderWalk& walk, const std::string& folder) {
+    const std::vector<std::string> names = NamesBelow(walk.Root(), folder);
+    if (walk.KnownMade(names)) return;
+    UniqueFd fd = OpenTaskFolder(server, walk, folder, names);
+    if (!HasEntry(fd.Get(), kCreationTimeFile)) WriteCreationTime(server, folder);
+    walk.Keep(names, std::move(fd));
+}
+
+}  // namespace
+
+TaskFolderBatch::TaskFolderBatch(Server& server)
+    : walk_(sharedWalk ? nullptr : std::make_unique<TaskFolderWalk>(server.ServerPath)) {
+    if (walk_) sharedWalk = walk_.get();
+}
+
+TaskFolderBatch::~TaskFolderBatch() {
+    if (walk_) sharedWalk = nullptr;
+}
+
 bool EnsureTaskFolders(Server& server, const std::string& taskKey) {
     try {
         const std::string domain = TaskCell(server, taskKey, "Domain");
@@ -178,33 +360,31 @@ bool EnsureTaskFolders(Server& server, const std::string& taskKey) {
         const std::string userFolder = domainFolder + "/" + user;
         const std::string projectFolder = userFolder + "/" + TaskName(server, taskKey);
         const std::string rf = TaskCell(server, taskKey, "RF");
-        const std::pair<std::string, const char*> folders[] = {
-            {domainFolder, "1"}, {userFolder, "2"}, {projectFolder, "3"}, {rf, "4"}};
+        // The levels 1 to 4; they put no access rules on the folders.
+        const std::string folders[] = {domainFolder, userFolder, projectFolder, rf};
         // The cells may come from a damaged or hostile queue database: nothing is made
         // outside the queue root.
-        for (const auto& [folder, level] : folders)
+        for (const std::string& folder : folders)
             if (!LiesLexicallyUnder(server.ServerPath, folder))
                 throw VqError("The folder " + folder + " is not under the queue root.");
-        // The domain and user folders lie in the project folder's path, and normally the
-        // project folder in RF's: resolving the deepest of them finds a link on any.
-        const std::string realRoot = RealPath(WithoutBackslash(server.ServerPath));
-        std::vector<std::string> deepest = {rf};
-        if (rf.compare(0, projectFolder.size() + 1, projectFolder + "/") != 0) deepest.push_back(projectFolder);
-        for (const std::string& folder : deepest)
-            if (!ResolvesInto(realRoot, server.ServerPath, folder))
-                throw VqError("The folder " + folder + " is not under the queue root.");
-        for (const auto& [folder, level] : folders)
-            if (!MakeQueueFolder(server, user, domain, folder, level))
-                throw VqError("The folder " + folder + " could not be made.");
+        std::optional<TaskFolderWalk> own;
+        if (!sharedWalk || sharedWalk->Root() != server.ServerPath) own.emplace(server.ServerPath);
+        TaskFolderWalk& walk = own ? *own : *sharedWalk;
+        walk.Trim();
+        for (size_t level = 0; level < 3; ++level) MakeSharedTaskFolder(server, walk, folders[level]);
+        // The task's own folder: one listing tells which of its files are there.
+        const UniqueFd rfFd = OpenTaskFolder(server, walk, rf, NamesBelow(server.ServerPath, rf));
+        const std::vector<std::string> present = EntryNames(rfFd.Get());
+        if (!Holds(present, kCreationTimeFile)) WriteCreationTime(server, rf);
         const std::string base = WithBackslash(rf);
-        if (FileExists(base + TaskCell(server, taskKey, "JobReport") + ".txt").empty())
+        if (!Holds(present, TaskCell(server, taskKey, "JobReport") + ".txt"))
             WriteReport(server, taskKey, "Waiting", false, "", -1, 1);
         std::string error;
-        if (FileExists(base + kActiveMarker).empty() &&
+        if (!Holds(present, kActiveMarker) &&
             !WriteFileAtomic(base + kActiveMarker, "Active Task\r\n", &error))
             throw VqError(error);
         // The info file logs its own failure; the folders are there all the same.
-        WriteTaskInfo(server, taskKey);
+        RefreshTaskInfo(server, taskKey, rfFd.Get(), present);
         return true;
     } catch (const std::exception& e) {
         WriteServerLog(server, std::string("Error occurred while checking the task's folders!\n") + e.what());

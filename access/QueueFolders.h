@@ -3,11 +3,13 @@
 // task folders of a task project.
 #include <sys/types.h>
 
+#include <memory>
 #include <string>
 
 namespace vq {
 
 struct Server;
+class TaskFolderWalk;
 
 inline const std::string kCreationTimeFile = "Orvantis.ctf";
 inline const std::string kActiveMarker = "ACTIVE.ACT";
@@ -35,6 +37,19 @@ std::string ParentOf(const std::string& path);
 bool IsInsideFolder(const std::string& root, const std::string& path);
 // Brings a task's folders, report and ACTIVE.ACT up to date; the result of the info file.
 bool EnsureTaskFolders(Server& server, const std::string& taskKey);
+// While one lives, EnsureTaskFolders of many tasks in a row (a load, a tick) shares the opened
+// folders of the root, domains, users and projects and what it found made in them, instead of
+// looking each up again. Only for a batch on one thread, in which no folder is deleted.
+class TaskFolderBatch {
+  public:
+    explicit TaskFolderBatch(Server& server);
+    ~TaskFolderBatch();
+    TaskFolderBatch(const TaskFolderBatch&) = delete;
+    TaskFolderBatch& operator=(const TaskFolderBatch&) = delete;
+
+  private:
+    std::unique_ptr<TaskFolderWalk> walk_;  // null for a batch inside another
+};
 // Writes a new RF for the task: root, domain, user, task name, number.
 void SetTaskFolder(Server& server, const std::string& taskKey);
 // Clears the oldest task folders of the task's project beyond CLF.

@@ -384,6 +384,7 @@ void ReplayJournal(Server& server) {
 }
 
 void EnsureFoldersOfAllTasks(Server& server) {
+    const TaskFolderBatch batch(server);
     VqTable& tasks = server.tables.TaskTable;
     for (size_t i = 0; i < tasks.RowCount(); ++i) {
         const std::string key = tasks.RowAt(i).key;

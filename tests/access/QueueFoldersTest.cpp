@@ -186,7 +186,9 @@ TEST_F(QueueFoldersTest, CellsOfALoadedQueueMakeNothingOutsideTheRoot) {
     const std::string outside = WithoutBackslash(Root()) + "-outside";
     std::filesystem::create_directories(outside);
     std::filesystem::create_symlink(outside, Root() + "linked");
+    AppendToFile(Root() + "a-file", "a file where a task folder must be");
     const std::pair<const char*, std::string> cases[] = {
+        {"RF", Root() + "a-file"},
         {"RF", outside + "/000001"},
         {"RF", Root() + "../escaped/000001"},
         {"RF", Root() + "linked/tester/Nightly/000001"},
