@@ -23,6 +23,7 @@
 
 #include "access/QueueFolders.h"
 #include "console/Icons.h"
+#include "console/SmallAids.h"
 #include "console/ViewTableModel.h"
 #include "core/QueueCycle.h"
 #include "core/Server.h"
@@ -271,6 +272,7 @@ void Form1::BuildPanes() {
     connect(taskView_, &QWidget::customContextMenuRequested, this, &Form1::OnTaskContextMenu);
 
     stepView_ = makeList("StepView", *stepModel_);
+    FlatHead(stepView_->header());
     connect(stepView_->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
             [this](const QModelIndex& current) { OnStepCurrentChanged(current); });
 

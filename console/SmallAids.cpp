@@ -85,6 +85,10 @@ std::string ComDial(QWidget* parent, const QString& filter, const QString& start
     return QFile::encodeName(chooser.selectedFiles().front()).toStdString();
 }
 
-void FlatHead(QHeaderView* header) { header->setSectionsClickable(!header->sectionsClickable()); }
+void FlatHead(QHeaderView* header) {
+    // Without clickable sections the header draws its captions flat, not as buttons.
+    header->setSectionsClickable(false);
+    header->setHighlightSections(false);
+}
 
 }  // namespace vq

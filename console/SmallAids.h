@@ -45,7 +45,7 @@ QSize TrueWindowSize(const QWidget& window);
 // that exists can be chosen.
 std::string ComDial(QWidget* parent, const QString& filter, const QString& startFolder,
                     const QString& title, bool existingFile);
-// Toggles the button look of a list's column header.
+// Gives a list's column header the flat look: captions, not buttons.
 void FlatHead(QHeaderView* header);
 
 }  // namespace vq
