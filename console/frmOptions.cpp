@@ -155,24 +155,6 @@ std::string ClassUnitsText(int64_t cpuSeconds, const std::string& memory, const 
     return std::to_string(RoundHalfEven(sum));
 }
 
-std::vector<std::string> NonWorkDates(const std::string& fileText) {
-    std::vector<std::string> dates;
-    size_t from = 0;
-    while (from < fileText.size()) {
-        size_t end = fileText.find_first_of("\r\n", from);
-        if (end == std::string::npos) end = fileText.size();
-        std::string line = Trim(fileText.substr(from, end - from));
-        from = end + 1;
-        if (line.empty()) continue;
-        if (line.front() == '"') {
-            const size_t close = line.find('"', 1);
-            line = line.substr(1, close == std::string::npos ? std::string::npos : close - 1);
-        }
-        dates.push_back(line);
-    }
-    return dates;
-}
-
 std::string NonWorkFileText(const std::vector<std::string>& dates) {
     std::string text;
     for (const std::string& date : dates) text += "\"" + date + "\"\r\n";

@@ -37,8 +37,6 @@ std::string PonderText(double ponder);
 // count weighted by the three ponders and rounded, "0" when it doesn't fit.
 std::string ClassUnitsText(int64_t cpuSeconds, const std::string& memory, const std::string& io,
                            const std::array<double, 3>& ponders);
-// The dates of NonWork.dat, each line's text without its quotes, in file order.
-std::vector<std::string> NonWorkDates(const std::string& fileText);
 // NonWork.dat for these dates: each quoted on a line of its own.
 std::string NonWorkFileText(const std::vector<std::string>& dates);
 

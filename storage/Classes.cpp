@@ -174,15 +174,22 @@ std::string NonWorkFilePath(const Server& server) {
     return server.ServerPath + "$JobQ/" + kNonWorkFileName;
 }
 
-void FillNonWorkCache(ClassData& data, const std::string& text) {
+std::vector<std::string> NonWorkDates(const std::string& text) {
+    std::vector<std::string> dates;
     size_t from = 0;
     while (from < text.size()) {
         size_t end = text.find_first_of("\r\n", from);
         if (end == std::string::npos) end = text.size();
         const std::string line = text.substr(from, end - from);
         from = end + 1;
-        if (Trim(line).empty()) continue;  // a blank line holds no date
-        const DateParts day = SplitDate(ReadDate(NonWorkLineDate(line)));
+        if (!Trim(line).empty()) dates.push_back(NonWorkLineDate(line));  // a blank line holds no date
+    }
+    return dates;
+}
+
+void FillNonWorkCache(ClassData& data, const std::string& text) {
+    for (const std::string& date : NonWorkDates(text)) {
+        const DateParts day = SplitDate(ReadDate(date));
         const int row = day.year - data.NonWorkBaseYear;
         if (row < 0 || row > 1) continue;
         data.NonWorkCache[static_cast<size_t>(row * kCacheRow + DayOfYear(day) - 1)] = kNonWorkMark;

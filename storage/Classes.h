@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "calendar/DateTime.h"
 
@@ -67,6 +68,8 @@ bool IsNonWorkDay(Server& server, VqDate date);
 // Fills the cache for the two years from `data.NonWorkBaseYear` from the text of NonWork.dat;
 // throws VqError at a line that is no date, leaving the days read before it.
 void FillNonWorkCache(ClassData& data, const std::string& text);
+// The date text of each line of NonWork.dat that isn't blank, without its quotes.
+std::vector<std::string> NonWorkDates(const std::string& text);
 // The path of NonWork.dat under the queue root.
 std::string NonWorkFilePath(const Server& server);
 
