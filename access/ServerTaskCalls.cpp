@@ -29,8 +29,7 @@ bool ServerTaskCalls::SubmitTask(const std::string& inputQFile, std::string* new
 }
 
 std::string ServerTaskCalls::ServerVersion() {
-    return std::to_string(kVersionMajor) + "." + std::to_string(kVersionMinor) + "." +
-           std::to_string(kVersionRevision);
+    return VersionNumberText();
 }
 
 std::string ServerTaskCalls::QueueLocation() const { return server_.ServerPath; }

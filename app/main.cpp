@@ -26,8 +26,7 @@
 namespace {
 
 std::string VersionText() {
-    return vq::kAppTitle + " " + std::to_string(vq::kVersionMajor) + "." +
-           std::to_string(vq::kVersionMinor) + "." + std::to_string(vq::kVersionRevision);
+    return vq::kAppTitle + " " + vq::VersionNumberText();
 }
 
 // The options; the other words, joined by blanks, are the command line that start-up compares.

@@ -120,9 +120,7 @@ std::string TroubleTicketText(const TicketForm& form, const std::vector<std::str
 }
 
 std::vector<std::string> InstallationIdLines(const Server& server) {
-    std::vector<std::string> lines = {"Version: " + std::to_string(kVersionMajor) + "." +
-                                          std::to_string(kVersionMinor) + "." +
-                                          std::to_string(kVersionRevision),
+    std::vector<std::string> lines = {"Version: " + VersionNumberText(),
                                       "Computer: " + server.ComputerName};
     struct utsname system {};
     if (::uname(&system) == 0)

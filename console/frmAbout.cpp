@@ -56,10 +56,7 @@ frmAbout::frmAbout(Server& server, QWidget* parent) : QDialog(parent), server_(s
     big.setBold(true);
     big.setPointSizeF(big.pointSizeF() * 1.4);
     lblTitle->setFont(big);
-    lblVersion = NewLabel(QStringLiteral("Personal Server Version %1.%2.%3")
-                              .arg(kVersionMajor)
-                              .arg(kVersionMinor)
-                              .arg(kVersionRevision),
+    lblVersion = NewLabel(QString::fromStdString("Personal Server Version " + VersionNumberText()),
                           "lblVersion");
     auto* lblDescription = NewLabel(
         QStringLiteral("A personal batch server: it keeps a queue of tasks and runs them step "

@@ -65,10 +65,7 @@ frmSplash::frmSplash(QWidget* parent)
     big.setBold(true);
     big.setPointSizeF(big.pointSizeF() * 1.8);
     title->setFont(big);
-    lblVersion = NewLabel(QStringLiteral("Personal Server Version %1.%2.%3")
-                              .arg(kVersionMajor)
-                              .arg(kVersionMinor)
-                              .arg(kVersionRevision),
+    lblVersion = NewLabel(QString::fromStdString("Personal Server Version " + VersionNumberText()),
                           "lblVersion");
     lblCopyright = NewLabel(QStringLiteral("Copyright \u00a9 Halvenor. All rights reserved."),
                             "lblCopyright");

@@ -22,6 +22,11 @@ inline constexpr int kVersionMajor = 2;
 inline constexpr int kVersionMinor = 1;
 inline constexpr int kVersionRevision = 487;
 inline const std::string kAppTitle = "Orvantis Personal Server";
+// "2.1.487": the version as every program and window shows it.
+inline std::string VersionNumberText() {
+    return std::to_string(kVersionMajor) + "." + std::to_string(kVersionMinor) + "." +
+           std::to_string(kVersionRevision);
+}
 
 // What a slot knows about a cancellation in progress.
 struct SlotStateRecord {
