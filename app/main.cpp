@@ -22,6 +22,7 @@
 #include "console/frmOptions.h"
 #include "console/frmSplash.h"
 #include "core/Server.h"
+#include "platform/DisplayProbe.h"
 
 namespace {
 
@@ -36,12 +37,16 @@ struct Options {
     bool headless = false;
 };
 
-// A window needs a display: X11 or Wayland, or a platform named outright (offscreen too).
+// A window needs a display that answers; a stale one (a closed SSH forwarding, an ended
+// session) would end the process in the toolkit, so the server serves without a window.
 bool DisplayAvailable() {
-    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}) {
-        const char* value = std::getenv(name);
-        if (value && *value) return true;
-    }
+    const vq::DisplayEnvironment env = vq::DisplayEnvironment::FromProcess();
+    if (env.display.empty() && env.waylandDisplay.empty() && env.qtPlatform.empty()) return false;
+    if (vq::DisplayReachable(env)) return true;
+    std::fprintf(stderr,
+                 "vqserv: no display answers (DISPLAY=%s, WAYLAND_DISPLAY=%s); serving without a "
+                 "window\n",
+                 env.display.c_str(), env.waylandDisplay.c_str());
     return false;
 }
 
@@ -100,8 +105,8 @@ int RunWithWindow(int argc, char** argv, vq::StartRequest request) {
 
 void AddOptions(CLI::App& app, Options& options) {
     app.add_flag("--headless", options.headless,
-                 "run without a window; a start without a display (no DISPLAY, WAYLAND_DISPLAY "
-                 "or QT_QPA_PLATFORM) runs so too");
+                 "run without a window; a start without a display that answers (DISPLAY, "
+                 "WAYLAND_DISPLAY or QT_QPA_PLATFORM) runs so too");
     app.add_option("--queue-root", options.request.queueRoot,
                    "serve the queue in DIR, made if missing, and remember it")
         ->type_name("DIR")
