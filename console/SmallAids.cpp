@@ -1,5 +1,7 @@
 #include "console/SmallAids.h"
 
+#include <QPlainTextEdit>
+
 #include <QEvent>
 #include <QFile>
 #include <QFileDialog>
@@ -83,6 +85,21 @@ std::string ComDial(QWidget* parent, const QString& filter, const QString& start
     chooser.setOption(QFileDialog::ReadOnly, false);
     if (chooser.exec() != QDialog::Accepted || chooser.selectedFiles().isEmpty()) return {};
     return QFile::encodeName(chooser.selectedFiles().front()).toStdString();
+}
+
+QPlainTextEdit* NewFileTextBox(const QFont& font) {
+    auto* box = new QPlainTextEdit;
+    box->setObjectName(QStringLiteral("RichTextBox1"));
+    box->setReadOnly(true);
+    box->setLineWrapMode(QPlainTextEdit::NoWrap);
+    box->setFont(font);
+    return box;
+}
+
+QString FileTextForTheBox(const std::string& bytes) {
+    QString text = QString::fromLocal8Bit(bytes.data(), static_cast<qsizetype>(bytes.size()));
+    text.remove(QLatin1Char('\r'));
+    return text;
 }
 
 void FlatHead(QHeaderView* header) {

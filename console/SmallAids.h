@@ -7,6 +7,9 @@
 #include <QString>
 #include <string>
 
+class QFont;
+class QPlainTextEdit;
+
 class QFrame;
 class QHeaderView;
 class QWidget;
@@ -45,6 +48,11 @@ QSize TrueWindowSize(const QWidget& window);
 // that exists can be chosen.
 std::string ComDial(QWidget* parent, const QString& filter, const QString& startFolder,
                     const QString& title, bool existingFile);
+// The read-only box that shows a text file (a log, a report) as it stands: `RichTextBox1`, no
+// wrapping, in `font`.
+QPlainTextEdit* NewFileTextBox(const QFont& font);
+// A file's bytes for that box: the file keeps CR LF, the box wants plain line feeds.
+QString FileTextForTheBox(const std::string& bytes);
 // Gives a list's column header the flat look: captions, not buttons.
 void FlatHead(QHeaderView* header);
 

@@ -25,6 +25,7 @@
 #include "calendar/Common.h"
 #include "calendar/MUrnik.h"
 #include "console/Icons.h"
+#include "console/SmallAids.h"
 #include "core/Server.h"
 #include "core/TaskControl.h"
 #include "core/tables/WorkingTables.h"
@@ -121,12 +122,6 @@ QString TimePattern() {
     return pattern.trimmed();
 }
 
-QString FileTextForTheBox(const std::string& bytes) {
-    QString text = QString::fromLocal8Bit(bytes.data(), static_cast<qsizetype>(bytes.size()));
-    text.remove(QLatin1Char('\r'));
-    return text;
-}
-
 }  // namespace
 
 TaskPropertyFields ReadTaskProperties(WorkingTables& tables, const std::string& taskKey, VqDate now,
@@ -212,13 +207,9 @@ StepsToolWin::StepsToolWin(Server& server, std::function<void()> refreshList, QW
     setWindowTitle(Q("Properties"));
     setModal(true);
 
-    RichTextBox1 = new QPlainTextEdit;
-    RichTextBox1->setObjectName(Q("RichTextBox1"));
-    RichTextBox1->setReadOnly(true);
-    RichTextBox1->setLineWrapMode(QPlainTextEdit::NoWrap);
     QFont courier(Q("Courier New"));
     courier.setStyleHint(QFont::TypeWriter);
-    RichTextBox1->setFont(courier);
+    RichTextBox1 = NewFileTextBox(courier);
 
     pages_ = new QStackedWidget;
     pages_->addWidget(BuildPicture2());

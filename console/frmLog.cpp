@@ -7,19 +7,13 @@
 #include <QVBoxLayout>
 
 #include "calendar/DateTime.h"
+#include "console/SmallAids.h"
 #include "core/Server.h"
 #include "platform/Files.h"
 #include "reports/ServerLog.h"
 
 namespace vq {
 namespace {
-
-// The log's bytes for the box: the file keeps CR LF, the box wants plain line feeds.
-QString LogTextForTheBox(const std::string& bytes) {
-    QString text = QString::fromLocal8Bit(bytes.data(), static_cast<qsizetype>(bytes.size()));
-    text.remove(QLatin1Char('\r'));
-    return text;
-}
 
 QPushButton* AddButton(QHBoxLayout* row, const char* caption, const char* name) {
     auto* button = new QPushButton(QString::fromLatin1(caption));
@@ -36,11 +30,7 @@ frmLog::frmLog(Server& server, QWidget* parent) : QDialog(parent), server_(serve
     setWindowTitle(QStringLiteral("Orvantis Server Log"));
     setModal(true);
 
-    RichTextBox1 = new QPlainTextEdit;
-    RichTextBox1->setObjectName(QStringLiteral("RichTextBox1"));
-    RichTextBox1->setReadOnly(true);
-    RichTextBox1->setLineWrapMode(QPlainTextEdit::NoWrap);
-    RichTextBox1->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    RichTextBox1 = NewFileTextBox(QFontDatabase::systemFont(QFontDatabase::FixedFont));
 
     auto* buttons = new QHBoxLayout;
     Command2 = AddButton(buttons, "&Reload Log", "Command2");
@@ -65,7 +55,7 @@ std::string frmLog::LogPath() const { return server_.DataPath + kServerLogName; 
 void frmLog::LoadLog() {
     std::string bytes;
     if (!ReadWholeFile(LogPath(), bytes)) bytes.clear();
-    const QString text = LogTextForTheBox(bytes);
+    const QString text = FileTextForTheBox(bytes);
     RichTextBox1->setPlainText(text.isEmpty() ? QString::fromLatin1(kNoErrorsInLog) : text);
     // The newest entries are at the end, and they are what the operator comes to read.
     RichTextBox1->moveCursor(QTextCursor::End);
@@ -78,7 +68,7 @@ void frmLog::showEvent(QShowEvent* event) {
 
 void frmLog::ClearLog() {
     const std::string line = "LOG CLEARED AT: " + FormatLocaleDateTime(server_.clock.Now()) + "\r\n";
-    RichTextBox1->setPlainText(LogTextForTheBox(line));
+    RichTextBox1->setPlainText(FileTextForTheBox(line));
     std::string error;
     if (!WriteFileAtomic(LogPath(), line, &error))
         server_.op.Message("The server log could not be cleared.\n\n" + error,
