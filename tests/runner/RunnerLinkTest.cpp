@@ -25,9 +25,13 @@ TEST(RunnerLaunchPlan, PutsThePipesOnStandardInputAndOutputAndNothingOnError) {
     start.TaskName = "Nightly ";
     start.TaskId = 42;
     start.StepNumber = 3;
-    const RunnerLaunchPlan plan = MakeRunnerLaunchPlan("/opt/vq/runlet", 7, 9, start);
+    const RunnerLaunchPlan plan = MakeRunnerLaunchPlan("/opt/vq/runlet", 7, 9, start, {});
     EXPECT_EQ(plan.program, "/opt/vq/runlet");
-    ASSERT_EQ(plan.argv.size(), 1u);  // the runner gets no arguments
+    EXPECT_EQ(plan.argv, std::vector<std::string>{"/opt/vq/runlet"});  // a step run here
+    const std::vector<std::string> cluster = {"--backend=slurm", "--sbatch-args=--qos='a b'"};
+    EXPECT_EQ(MakeRunnerLaunchPlan("/opt/vq/runlet", 7, 9, start, cluster).argv,
+              (std::vector<std::string>{"/opt/vq/runlet", "--backend=slurm",
+                                        "--sbatch-args=--qos='a b'"}));
     const ChildFdAction actions[] = {{ChildFdAction::Dup2, 7, STDIN_FILENO},
                                      {ChildFdAction::Dup2, 9, STDOUT_FILENO},
                                      {ChildFdAction::OpenNull, -1, STDERR_FILENO}};
@@ -38,9 +42,9 @@ TEST(RunnerLaunchPlan, PutsThePipesOnStandardInputAndOutputAndNothingOnError) {
                   std::tie(actions[i].kind, actions[i].from, actions[i].to));
     }
     EXPECT_EQ(plan.title, "alice/Nightly.42.3");
-    EXPECT_THROW(MakeRunnerLaunchPlan("r", 0, 9, start), std::invalid_argument);
-    EXPECT_THROW(MakeRunnerLaunchPlan("r", 7, 1, start), std::invalid_argument);
-    EXPECT_THROW(MakeRunnerLaunchPlan("r", 7, 7, start), std::invalid_argument);
+    EXPECT_THROW(MakeRunnerLaunchPlan("r", 0, 9, start, {}), std::invalid_argument);
+    EXPECT_THROW(MakeRunnerLaunchPlan("r", 7, 1, start, {}), std::invalid_argument);
+    EXPECT_THROW(MakeRunnerLaunchPlan("r", 7, 7, start, {}), std::invalid_argument);
 }
 
 TEST(RunnerLaunchPlan, LiftsAPipeEndThatLandedOnStandardInput) {
