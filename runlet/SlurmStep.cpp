@@ -379,7 +379,7 @@ int SlurmStep::Finish() {
         notes_.push_back("FileRC file \"" + plan_.fileRcPath + "\" " + reading.problem +
                          "; the exit status gives the return code.");
     }
-    if (jobKnown_ && *stepRc_ == kStepRcFailed && job_.state != "COMPLETED")
+    if (jobKnown_ && !killedByRunner_ && *stepRc_ == kStepRcFailed && job_.state != "COMPLETED")
         notes_.push_back("Slurm job " + jobId_ + " ended " + job_.state + " (exit code " + job_.exitCode + ").");
     return *stepRc_;
 }
