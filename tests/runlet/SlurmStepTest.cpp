@@ -71,7 +71,7 @@ TEST_F(SlurmStepTest, EndOfTheJobGivesTheReturnCode) {
     const Case cases[] = {
         {"COMPLETED", "0:0", nullptr, 1, ""},
         {"FAILED", "2:0", nullptr, 3, ""},
-        {"FAILED", "0:9", nullptr, 98, "Slurm job 4711 ended FAILED (exit code 0:9)."},
+        {"FAILED", "0:9", nullptr, 98, "Slurm job 4711 ended FAILED (JobLaunchFailure, exit code 0:9)."},
         {"TIMEOUT", "0:0", nullptr, 98, "Slurm job 4711 ended TIMEOUT (exit code 0:0)."},
         {"COMPLETED", "0:0", "0", 0, ""},
         {"gone", "", nullptr, 98, "Slurm no longer knows job 4711."},
@@ -81,6 +81,7 @@ TEST_F(SlurmStepTest, EndOfTheJobGivesTheReturnCode) {
         if (c.state == std::string("gone")) Set("gone", "");
         Set("state", c.state);
         Set("exitcode", c.exitCode);
+        Set("reason", c.state == std::string("FAILED") ? "JobLaunchFailure" : "None");
         if (c.fileRc) Set("rc.txt", c.fileRc);
         const auto runner = Runner({"--partition=given"});
         EXPECT_EQ(runner->Start(Start(), "true", c.fileRc ? State() + "/rc.txt" : "").AckStage, "STARTED ");
@@ -141,9 +142,13 @@ TEST_F(SlurmStepTest, StopAndStrtSuspendARunningJobAndHoldAPendingOne) {
     Unset("lag");
     EXPECT_EQ(runner->Send("STRT").reply.RunnerState, 1);
 
+    // A new nice value would let Slurm release the held job: it is given once the job goes on.
     Set("state", "PENDING");
     EXPECT_EQ(runner->Repeat("STOP").reply.RunnerState, 2);
+    EXPECT_EQ(runner->Send("PRTY", 3).text, "");
+    EXPECT_THAT(CallsOf("scontrol\tupdate"), ::testing::IsEmpty());
     EXPECT_EQ(runner->Repeat("STRT").reply.RunnerState, 1);
+    EXPECT_THAT(CallsOf("scontrol\tupdate"), ElementsAre("scontrol\tupdate\tJobId=4711\tNice=19"));
     EXPECT_THAT(CallsOf("scontrol\tsuspend"), ElementsAre(kSuspend));
     EXPECT_THAT(CallsOf("scontrol\tresume"), ElementsAre("scontrol\tresume\t4711"));
     EXPECT_THAT(CallsOf("scontrol\thold"), ElementsAre("scontrol\thold\t4711"));
@@ -163,7 +168,7 @@ TEST_F(SlurmStepTest, KillSignalsTheWholeJobThenCancelsIt) {
     const auto runner = Runner();
     runner->Start(Start(), "sleep 100");
     EXPECT_EQ(runner->Send("KILL").reply.RunnerState, 4);
-    EXPECT_THAT(CallsOf("scancel"), ElementsAre("scancel\t--signal=KILL\t--full\t4711", kCancel));
+    EXPECT_THAT(CallsOf("scancel"), ElementsAre("scancel\t--signal=KILL\t4711", kCancel));
     EXPECT_EQ(runner->Send("END ").reply.StepRc, 98);
 }
 
