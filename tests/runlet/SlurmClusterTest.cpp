@@ -66,9 +66,31 @@ TEST_F(SlurmClusterTest, HoldSuspendsTheJobResumeContinuesItKillEndsIt) {
     Answer counted;
     EXPECT_TRUE(WaitUntil([&] { return (counted = runner.Send("STAT")).reply.CpuTimeA > 0; }, 10'000, 200));
     EXPECT_EQ(counted.reply.CountersValid, 1);
+    EXPECT_GT(counted.reply.PeakMemory, 100);  // a shell's KB: sstat's bytes read as bytes
+    EXPECT_LT(counted.reply.PeakMemory, 100 * 1024);
+    EXPECT_EQ(runner.Send("DIAG", 1).text, "");
+    EXPECT_THAT(ReadFileText(dir.Path() + "Diag1.txt"),
+                ::testing::AllOf(::testing::HasSubstr("JobState=RUNNING"), ::testing::HasSubstr("|")));
     runner.Send("KILL");
     EXPECT_EQ(runner.Send("END ").reply.StepRc, 98);
     EXPECT_EQ(JobState(jobId), "CANCELLED");
+}
+
+// A job that waits for its start time is held in Slurm's queue and released again; the
+// extra sbatch options reach sbatch.
+TEST_F(SlurmClusterTest, PendingJobIsHeldAndReleased) {
+    RunletDriver runner({"--backend=slurm", "--poll-seconds=1", "--sbatch-args=--begin=now+600 --comment='a b'"}, {});
+    runner.Start(MakeStart(dir.Path()), "true");
+    const std::string jobId = JobIdOf(runner.Send("STAT").text);
+    EXPECT_EQ(JobState(jobId), "PENDING");
+    EXPECT_EQ(runner.Repeat("STOP").reply.RunnerState, 2);
+    EXPECT_THAT(RunCommand({{"scontrol", "show", "job", jobId}, "", std::nullopt, 10'000}).output,
+                ::testing::AllOf(::testing::HasSubstr("Reason=JobHeld"), ::testing::HasSubstr("Comment=a b")));
+    EXPECT_EQ(runner.Repeat("STRT").reply.RunnerState, 1);
+    EXPECT_THAT(RunCommand({{"scontrol", "show", "job", jobId}, "", std::nullopt, 10'000}).output,
+                ::testing::Not(::testing::HasSubstr("Reason=JobHeld")));
+    runner.Send("KILL");
+    EXPECT_EQ(runner.Send("END ").reply.StepRc, 98);
 }
 
 TEST_F(SlurmClusterTest, RunnerKilledLeavesNoJobBehind) {

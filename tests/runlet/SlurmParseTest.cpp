@@ -201,12 +201,19 @@ TEST(SlurmParseTest, DurationsAmountsAndReadingsOfSstat) {
     };
     for (const auto& [text, unit, bytes] : amounts) EXPECT_EQ(ParseSlurmAmount(text, unit), bytes) << text;
 
-    const std::optional<SlurmUsage> usage = ParseSstat("00:01:02.500|204800K|4096|1.5K\n");
-    ASSERT_TRUE(usage);
-    EXPECT_EQ(usage->cpuTicks, 625'000'000);
-    EXPECT_EQ(usage->peakKb, 204800);
-    EXPECT_EQ(usage->readBytes, 4096);
-    EXPECT_EQ(usage->writtenBytes, 1536);
+    // As the cluster prints them: RSS in bytes, a disk figure converted all the same.
+    const std::pair<const char*, SlurmUsage> readings[] = {
+        {"00:00:01|1462272|8057|1.00M\n", {10'000'000, 1428, 8057, 1'048'576}},
+        {"00:01:02.500|204800K|4096|1.5K", {625'000'000, 204800, 4096, 1536}},
+    };
+    for (const auto& [text, expected] : readings) {
+        const std::optional<SlurmUsage> usage = ParseSstat(text);
+        ASSERT_TRUE(usage) << text;
+        EXPECT_EQ(usage->cpuTicks, expected.cpuTicks) << text;
+        EXPECT_EQ(usage->peakKb, expected.peakKb) << text;
+        EXPECT_EQ(usage->readBytes, expected.readBytes) << text;
+        EXPECT_EQ(usage->writtenBytes, expected.writtenBytes) << text;
+    }
     for (const char* text : {"", "\n", "00:01.000|0K|0", "x|0|0|0", "00:01.000||0|0"})
         EXPECT_FALSE(ParseSstat(text)) << text;
 }
