@@ -273,8 +273,10 @@ std::string SlurmStep::StatusText() const {
 bool SlurmStep::Order(const std::vector<std::string>& arguments, const char* what) {
     const CommandResult result = Slurm(arguments);
     if (result.Succeeded()) return true;
-    notes_.push_back(std::string("Slurm did not ") + what + " job " + jobId_ + ": " +
-                     (result.timedOut ? std::string("no answer in time") : SlurmMessage(result.error + result.output)));
+    const std::string note = std::string("Slurm did not ") + what + " job " + jobId_ + ": " +
+                             (result.timedOut ? std::string("no answer in time") : SlurmMessage(result.error + result.output));
+    // A refusal asked again is told once.
+    if (std::find(notes_.begin(), notes_.end(), note) == notes_.end()) notes_.push_back(note);
     return false;
 }
 
@@ -293,6 +295,7 @@ bool SlurmStep::Stop() {
             asked_ = needed;
             if (!Order({"scontrol", pending ? "hold" : "suspend", jobId_}, pending ? "hold" : "suspend")) {
                 held_ = false;
+                asked_ = Asked::Nothing;
                 return true;  // refused: it goes on as it was
             }
             continue;
@@ -321,6 +324,7 @@ bool SlurmStep::Continue() {
             asked_ = needed;
             if (!Order({"scontrol", suspended ? "resume" : "release", jobId_}, suspended ? "resume" : "release")) {
                 held_ = true;
+                asked_ = Asked::Nothing;
                 return true;
             }
             continue;
