@@ -130,25 +130,6 @@ TEST(SlurmParseTest, JobIdOfSbatch) {
         EXPECT_FALSE(ParseSbatchJobId(text)) << text;
 }
 
-TEST(SlurmParseTest, WhySbatchGaveNoJobAndItsMessage) {
-    const std::tuple<const char*, SbatchFailure, const char*> cases[] = {
-        {"sbatch: error: invalid partition specified: nosuch\n"
-         "sbatch: error: Batch job submission failed: Invalid partition name specified\n",
-         SbatchFailure::Refused, "Batch job submission failed: Invalid partition name specified"},
-        {"sbatch: unrecognized option '--bogus'\nTry \"sbatch --help\" for more information\n", SbatchFailure::Refused,
-         "Try \"sbatch --help\" for more information"},
-        {"sbatch: error: Batch job submission failed: Unable to contact slurm controller (connect failure)\n",
-         SbatchFailure::Unreachable, "Batch job submission failed: Unable to contact slurm controller (connect failure)"},
-        {"sbatch: error: resolve_ctls_from_dns_srv: res_nsearch error: Unknown host\n"
-         "sbatch: fatal: Could not establish a configuration source\n",
-         SbatchFailure::Unreachable, "Could not establish a configuration source"},
-    };
-    for (const auto& [error, kind, message] : cases) {
-        EXPECT_EQ(ClassifySbatchFailure(error), kind) << error;
-        EXPECT_EQ(SlurmMessage(error), message);
-    }
-}
-
 TEST(SlurmParseTest, FieldsOfScontrolShowJobOnOneLineOrMany) {
     const std::optional<SlurmJob> one = ParseScontrolJob(
         "JobId=7 JobName=000012-1 JobState=PENDING Reason=JobHeldUser Dependency=(null) ExitCode=0:0 "

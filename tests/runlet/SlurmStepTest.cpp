@@ -211,6 +211,10 @@ TEST_F(SlurmStepTest, StepThatSlurmDoesNotTakeEndsWith98AndWhy) {
          {}, "",
          "Slurm can't be used: sbatch can't reach the controller: Batch job submission failed: Unable to "
          "contact slurm controller (connect failure)"},
+        {"no configuration",
+         "sbatch: error: resolve_ctls_from_dns_srv: res_nsearch error: Unknown host\n"
+         "sbatch: fatal: Could not establish a configuration source\n",
+         {}, "", "Slurm can't be used: sbatch can't reach the controller: Could not establish a configuration source"},
         {"bad partition",
          "sbatch: error: invalid partition specified: nosuch\n"
          "sbatch: error: Batch job submission failed: Invalid partition name specified\n",
