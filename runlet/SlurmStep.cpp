@@ -71,6 +71,20 @@ std::string WithCrLf(const std::string& text) {
     return result;
 }
 
+// Why sbatch gave no job, as the server reads it: Slurm can't be used at all, or it refused
+// this job.
+std::string SbatchFailureText(const CommandResult& result) {
+    const std::string unusable = kSlurmUnusable;
+    if (!result.found) return unusable + "sbatch was not found on PATH.";
+    if (!result.runError.empty()) return unusable + "sbatch can't be run: " + result.runError + ".";
+    if (result.timedOut)
+        return unusable + "sbatch did not answer within " + std::to_string(kSbatchTimeoutMs / 1000) + " seconds.";
+    if (result.exitStatus == 0) return unusable + "sbatch gave no job id but \"" + SlurmMessage(result.output) + "\".";
+    if (ClassifySbatchFailure(result.error) == SbatchFailure::Unreachable)
+        return unusable + "sbatch can't reach the controller: " + SlurmMessage(result.error);
+    return "The step could not be started. " + SlurmMessage(result.error);
+}
+
 }  // namespace
 
 int SlurmNice(int code, bool privileged, std::vector<std::string>& notes) {
@@ -173,22 +187,9 @@ StartOutcome SlurmStep::Submit(const StepInput& input) {
         Poll();
         return StartOutcome::Started;
     }
-    if (!result.found)
-        startError_ = std::string(kSlurmUnusable) + "sbatch was not found on PATH.";
-    else if (!result.runError.empty())
-        startError_ = std::string(kSlurmUnusable) + "sbatch can't be run: " + result.runError + ".";
-    else if (result.timedOut) {
-        startError_ = std::string(kSlurmUnusable) + "sbatch did not answer within " +
-                      std::to_string(kSbatchTimeoutMs / 1000) + " seconds.";
-        // A controller that was slow to answer may have queued the job all the same.
-        Slurm({"scancel", "--me", "--name=" + JobName(input.start)});
-    }
-    else if (result.exitStatus == 0)
-        startError_ = std::string(kSlurmUnusable) + "sbatch gave no job id but \"" + SlurmMessage(result.output) + "\".";
-    else if (ClassifySbatchFailure(result.error) == SbatchFailure::Unreachable)
-        startError_ = std::string(kSlurmUnusable) + "sbatch can't reach the controller: " + SlurmMessage(result.error);
-    else
-        startError_ = "The step could not be started. " + SlurmMessage(result.error);
+    startError_ = SbatchFailureText(result);
+    // A controller that was slow to answer may have queued the job all the same.
+    if (result.timedOut) Slurm({"scancel", "--me", "--name=" + JobName(input.start)});
     guard_.Release();
     return StartOutcome::Failed;
 }
@@ -252,7 +253,7 @@ StepSnapshot SlurmStep::Snapshot() const {
     snapshot.ended = Ended();
     snapshot.stepRc = !startError_.empty() ? kStepRcFailed : stepRc_.value_or(0);
     snapshot.held = held_;
-    snapshot.countersValid = usage_.has_value();
+    snapshot.countersValid = usage_.has_value() && job_.state != "PENDING";
     if (usage_) {
         // Slurm gives user and system time together; the I/O count is in kilobytes moved.
         snapshot.counters.userTime = usage_->cpuTicks;
