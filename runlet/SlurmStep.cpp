@@ -393,12 +393,8 @@ int SlurmStep::Finish() {
         Cancel();
         return kStepRcFailed;
     }
-    if (!killedByRunner_ && !plan_.fileRcPath.empty()) {
-        const FileRcReading reading = ReadFileRc(plan_.fileRcPath);
-        if (reading.rc) return *reading.rc;
-        notes_.push_back("FileRC file \"" + plan_.fileRcPath + "\" " + reading.problem +
-                         "; the exit status gives the return code.");
-    }
+    if (!killedByRunner_)
+        if (const std::optional<int> rc = StepRcFromFileRc(plan_.fileRcPath, notes_)) return *rc;
     if (jobKnown_ && !killedByRunner_ && *stepRc_ == kStepRcFailed && job_.state != "COMPLETED")
         notes_.push_back("Slurm job " + jobId_ + " ended " + job_.state + " (" +
                          (job_.reason.empty() || job_.reason == "None" ? "" : job_.reason + ", ") + "exit code " +
