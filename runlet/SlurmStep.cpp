@@ -71,8 +71,8 @@ std::string WithCrLf(const std::string& text) {
     return result;
 }
 
-// Why sbatch gave no job, as the server reads it: Slurm can't be used at all, or it refused
-// this job.
+}  // namespace
+
 std::string SbatchFailureText(const CommandResult& result) {
     const std::string unusable = kSlurmUnusable;
     if (!result.found) return unusable + "sbatch was not found on PATH.";
@@ -84,8 +84,6 @@ std::string SbatchFailureText(const CommandResult& result) {
         return unusable + "sbatch can't reach the controller: " + SlurmMessage(result.error);
     return "The step could not be started. " + SlurmMessage(result.error);
 }
-
-}  // namespace
 
 int SlurmNice(int code, bool privileged, std::vector<std::string>& notes) {
     const int nice = NiceForPriority(code).value_or(0);
