@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 
@@ -26,7 +27,6 @@ constexpr int kEndWaitMs = 15'000;
 constexpr int kEndPollMs = 250;
 // "STOP" and "STRT" look again this long for the state that they asked for.
 constexpr int kStateWaitMs = 300;
-constexpr size_t kLongestJobId = 24;
 
 // A job name of the task key and the step, in characters that every Slurm tool shows as they are.
 std::string JobName(const StartRecord& start) {
