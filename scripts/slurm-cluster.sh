@@ -3,7 +3,8 @@
 #   slurm-cluster.sh start    set up munge and Slurm in a folder of their own, start the daemons,
 #                             wait until the node is idle
 #   slurm-cluster.sh stop     end the daemons started here; nothing of them keeps running
-#   slurm-cluster.sh status   say whether it runs, and the line that points Slurm's commands at it
+#   slurm-cluster.sh status   say whether it runs (exit 0 when all three daemons run, else 3)
+#   slurm-cluster.sh env      print SLURM_CONF=..., the setting that points Slurm's commands at it
 # Everything lives under ORVANTIS_SLURM_DIR (default /run/orvantis-slurm-test): its own munge key
 # and socket, its own slurm.conf, state, logs and ports, so a machine's own Slurm or munge setup
 # is neither read nor touched. Slurm's commands find this cluster through SLURM_CONF.
@@ -93,7 +94,8 @@ JobAcctGatherFrequency=task=1
 AccountingStorageType=accounting_storage/none
 JobCompType=jobcomp/none
 SelectType=select/cons_tres
-SelectTypeParameters=CR_Core_Memory
+# Cores only: with memory as a resource too, each job would take the whole node's memory.
+SelectTypeParameters=CR_Core
 SchedulerType=sched/builtin
 SchedulerParameters=sched_min_interval=0
 MinJobAge=120
@@ -103,7 +105,8 @@ SlurmdTimeout=30
 ReturnToService=2
 MpiDefault=none
 NodeName=$node $(node_hardware)State=UNKNOWN
-PartitionName=debug Nodes=$node Default=YES MaxTime=INFINITE State=UP OverSubscribe=NO
+# Each core is shared by up to four jobs, so that tests running at once don't wait for each other.
+PartitionName=debug Nodes=$node Default=YES MaxTime=INFINITE State=UP OverSubscribe=FORCE:4
 EOF
 }
 
@@ -145,9 +148,17 @@ stop_daemon() { # pid file, name
 # Job steps left by slurmd's stepd helpers end with slurmd; this finds any that did not.
 stray_stepds() { pgrep -f "^slurmstepd: \[" || true; }
 
+all_running() {
+  pid_alive "$munge_dir/munged.pid" && pid_alive "$base/slurmctld.pid" && pid_alive "$base/slurmd.pid"
+}
+
 cmd_start() {
   need_root
   need_programs
+  if all_running; then
+    echo "slurm-cluster: already running; export SLURM_CONF=$conf"
+    return 0
+  fi
   write_munge_setup
   start_munge
   write_slurm_conf
@@ -186,5 +197,6 @@ case "${1:-}" in
   start) cmd_start ;;
   stop) cmd_stop ;;
   status) cmd_status ;;
-  *) echo "usage: $0 start|stop|status" >&2; exit 2 ;;
+  env) echo "SLURM_CONF=$conf" ;;
+  *) echo "usage: $0 start|stop|status|env" >&2; exit 2 ;;
 esac
