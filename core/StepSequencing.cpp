@@ -66,6 +66,32 @@ void OpenActiveReport(Server& server, uint8_t slot, const std::string& report,
     server.SlotReportFile.at(slot) = std::move(fd);
 }
 
+// The first word of a runner that handed its step to the cluster. While the step runs, its
+// text (the job and the partition) goes into the report; a cluster that can't be used is
+// logged once for each reason, until a step has started on it again. The step itself ends at
+// the monitor's next poll. The shared reply is left as the callers had it.
+void NoteClusterStart(Server& server, const std::string& taskKey, uint8_t slot, char classLetter) {
+    RunnerLink& link = server.link;
+    const ReplyRecord callersReply = link.reply;
+    std::string callersText = link.ReplyText;
+    SendRunnerCommand(server, slot, "STAT");
+    const std::string text = link.reply.ReplyTextLength > 0 ? link.ReplyText : "";
+    const bool running = link.reply.RunnerState < 4;
+    link.reply = callersReply;
+    link.ReplyText = std::move(callersText);
+    if (running) {
+        link.clusterTroubleLogged.clear();
+        if (!text.empty()) WriteReport(server, taskKey, "Data", false, text, slot, -1);
+        return;
+    }
+    if (!text.starts_with(kClusterUnusablePrefix)) return;
+    const std::string reason = text.substr(kClusterUnusablePrefix.size());
+    if (reason == link.clusterTroubleLogged) return;
+    link.clusterTroubleLogged = reason;
+    WriteServerLog(server, std::string("Steps of class ") + classLetter +
+                               " can't run on the Slurm cluster: " + reason);
+}
+
 }  // namespace
 
 int NextExecutableStep(Server& server, const std::string& taskKey, int fromStep) {
@@ -143,6 +169,8 @@ bool StartStep(Server& server, const std::string& taskKey, uint8_t slot, int ste
         link.commandText = std::move(fill.commandText);
         link.fileRcText = std::move(fill.fileRcText);
         link.environText = std::move(fill.environText);
+        const bool onCluster = !fill.runnerArgs.empty();
+        link.runnerArgs = std::move(fill.runnerArgs);
         // 3. The slot.
         if (firstStep) {
             if (!TakeSlot(server, slot)) throw VqError(kTaskIndexTakenText, kTaskIndexTakenError);
@@ -175,6 +203,7 @@ bool StartStep(Server& server, const std::string& taskKey, uint8_t slot, int ste
         WriteReport(server, taskKey, kStepRunning, true, std::to_string(step), slot, -1);
         if (!fill.warnings.empty())
             WriteReport(server, taskKey, "Data", false, fill.warnings, slot, -1);
+        if (onCluster) NoteClusterStart(server, taskKey, slot, fill.classLetter);
         RefreshReport(server, slot, taskKey);
         return true;
     } catch (const std::exception& e) {

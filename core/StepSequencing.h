@@ -24,4 +24,6 @@ inline constexpr int kTaskIndexTakenError = 80;
 inline const std::string kNoTaskIndexText = "No Task Index Available.";
 inline const std::string kTaskIndexTakenText = "Task Index Already Taken.";
 inline const std::string kNoStepsText = "There were no steps to execute.";
+// How a runner's reply text begins when the cluster can't take steps at all.
+inline const std::string kClusterUnusablePrefix = "Slurm can't be used: ";
 }  // namespace vq

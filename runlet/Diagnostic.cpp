@@ -1,9 +1,16 @@
 #include "runlet/Diagnostic.h"
 
+#include <fcntl.h>
 #include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include <cstdio>
 #include <ctime>
+
+#include "platform/UniqueFd.h"
 
 namespace vq {
 
@@ -53,6 +60,36 @@ std::string FormatDiagnostic(const DiagnosticHeader& header, const std::vector<P
         text += "\r\n";
     }
     return text;
+}
+
+namespace {
+
+bool WriteAll(int fd, const std::string& bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string WriteDiagnosticFile(const StepPlan& plan, const std::string& text) {
+    const std::string folder = !plan.taskFolder.empty() ? plan.taskFolder : plan.workDir;
+    const std::string path = (folder.empty() ? std::string(".") : folder) + "/Diag1.txt";
+    // Written whole: to a temporary file first, flushed, then renamed over the old one.
+    const std::string temporary = path + ".tmp";
+    UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    bool written = fd.Valid() && WriteAll(fd.Get(), text) && ::fsync(fd.Get()) == 0;
+    fd.Reset();
+    if (written) written = ::rename(temporary.c_str(), path.c_str()) == 0;
+    if (written) return {};
+    const std::string reason = std::strerror(errno);
+    ::unlink(temporary.c_str());
+    return "Diag1.txt could not be written in \"" + folder + "\": " + reason;
 }
 
 }  // namespace vq

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "runlet/ProcReader.h"
+#include "runlet/StepPlan.h"
 
 namespace vq {
 
@@ -24,5 +25,8 @@ std::string FormatDiagnostic(const DiagnosticHeader& header, const std::vector<P
 std::string StateName(char state);
 // Local time now as "yyyy-mm-dd hh:mm:ss".
 std::string LocalTimeText();
+// Writes `text` whole as Diag1.txt in the step's task folder (its working folder when it has
+// none); gives why it could not, empty when it was written.
+std::string WriteDiagnosticFile(const StepPlan& plan, const std::string& text);
 
 }  // namespace vq

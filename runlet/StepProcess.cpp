@@ -229,25 +229,28 @@ void EndStepProcesses(const ProcFiles& proc, pid_t group, const std::map<pid_t, 
     if (group > 0) ::kill(-group, SIGKILL);
 }
 
+pid_t ForkGuard(int keep) {
+    const pid_t pid = ::fork();
+    if (pid != 0) return pid;
+    // Keep nothing of the runner open, above all not its pipes to the server, whose end
+    // of file must come when the runner goes.
+    const int devNull = ::open("/dev/null", O_RDWR);
+    for (int fd = 0; fd < 3; ++fd) ::dup2(devNull, fd);
+    if (keep > 3) ::close_range(3, static_cast<unsigned>(keep) - 1, 0);
+    ::close_range(static_cast<unsigned>(keep) + 1, ~0U, 0);
+    for (int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) ::signal(sig, SIG_IGN);
+    return 0;
+}
+
 bool StepGuard::Start(pid_t group) {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) return false;
     UniqueFd readEnd(fds[0]), writeEnd(fds[1]);
     // A guard that can't keep up must never hold the runner up.
     ::fcntl(writeEnd.Get(), F_SETFL, O_NONBLOCK);
-    const pid_t pid = ::fork();
+    const pid_t pid = ForkGuard(readEnd.Get());
     if (pid < 0) return false;
-    if (pid == 0) {
-        // Keep nothing of the runner open, above all not its pipes to the server, whose end
-        // of file must come when the runner goes.
-        const int keep = readEnd.Get();
-        const int devNull = ::open("/dev/null", O_RDWR);
-        for (int fd = 0; fd < 3; ++fd) ::dup2(devNull, fd);
-        if (keep > 3) ::close_range(3, static_cast<unsigned>(keep) - 1, 0);
-        ::close_range(static_cast<unsigned>(keep) + 1, ~0U, 0);
-        for (int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) ::signal(sig, SIG_IGN);
-        GuardStep(keep, group);
-    }
+    if (pid == 0) GuardStep(readEnd.Get(), group);
     pid_ = pid;
     pipe_ = std::move(writeEnd);
     return true;

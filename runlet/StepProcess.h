@@ -62,6 +62,10 @@ private:
     std::map<pid_t, uint64_t> told_;  // pid and start time
 };
 
+// Forks a guard process. In the child only `keep` stays open (and /dev/null on 0 to 2), and
+// the termination signals are ignored; it returns 0 there, and the child or -1 in the runner.
+pid_t ForkGuard(int keep);
+
 // Ends the process group `group`, the processes of `known` (pid and start time) that still
 // run, and all their descendants: each is stopped first, so that none can fork away while
 // the others are found, and all are killed at the end.

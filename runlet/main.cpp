@@ -1,10 +1,11 @@
 // runlet: the step runner. The server starts it once per step, with pipes on its standard
-// input and output; see Runlet.h.
+// input and output; see Runlet.h. Its options choose where the step runs (RunletOptions.h).
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include "runlet/Runlet.h"
+#include "runlet/RunletOptions.h"
 #include "runlet/StepProcess.h"
 
 namespace {
@@ -20,7 +21,7 @@ void KeepStandardHandlesTaken() {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
     KeepStandardHandlesTaken();
     ::signal(SIGPIPE, SIG_IGN);
     struct sigaction action{};
@@ -28,6 +29,7 @@ int main() {
     sigemptyset(&action.sa_mask);
     for (int sig : {SIGTERM, SIGINT, SIGHUP}) ::sigaction(sig, &action, nullptr);
     vq::BecomeSubreaper();
-    vq::Runlet runlet(0, 1);
+    // A bad option is answered in the conversation, where the server reads it.
+    vq::Runlet runlet(0, 1, vq::ParseRunletOptions({argv + 1, argv + argc}));
     return runlet.Run();
 }

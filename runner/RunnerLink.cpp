@@ -343,13 +343,15 @@ UniqueFd LiftAboveStdio(UniqueFd fd) {
 }
 
 RunnerLaunchPlan MakeRunnerLaunchPlan(const std::string& runnerPath, int commandReadFd,
-                                      int replyWriteFd, const StartRecord& start) {
+                                      int replyWriteFd, const StartRecord& start,
+                                      const std::vector<std::string>& runnerArgs) {
     if (commandReadFd <= 2 || replyWriteFd <= 2 || commandReadFd == replyWriteFd)
         throw std::invalid_argument(
             "The runner's pipe ends must lie above the standard descriptors.");
     RunnerLaunchPlan plan;
     plan.program = runnerPath;
     plan.argv = {runnerPath};
+    plan.argv.insert(plan.argv.end(), runnerArgs.begin(), runnerArgs.end());
     // dup2 clears close-on-exec on the copy: the runner keeps exactly these three.
     plan.fdActions = {{ChildFdAction::Dup2, commandReadFd, STDIN_FILENO},
                       {ChildFdAction::Dup2, replyWriteFd, STDOUT_FILENO},
@@ -363,7 +365,8 @@ bool LaunchRunner(Server& server) {
     RunnerLink& link = server.link;
     RunnerSlotEntry& entry = CurrentEntry(link);
     const RunnerLaunchPlan plan = MakeRunnerLaunchPlan(
-        server.RunnerPath, link.childCommandEnd.Get(), link.childReplyEnd.Get(), link.start);
+        server.RunnerPath, link.childCommandEnd.Get(), link.childReplyEnd.Get(), link.start,
+        link.runnerArgs);
     SpawnFileActions actions;
     for (const ChildFdAction& action : plan.fdActions) {
         const int rc =

@@ -76,9 +76,11 @@ struct RunnerLaunchPlan {
     std::string title;
 };
 // Standard input from the command pipe, standard output to the reply pipe, standard error to
-// nothing. Both descriptors must lie above 2, so that no copy overwrites the other.
+// nothing. Both descriptors must lie above 2, so that no copy overwrites the other. The runner
+// gets `runnerArgs` after its name: none for a step run here.
 RunnerLaunchPlan MakeRunnerLaunchPlan(const std::string& runnerPath, int commandReadFd,
-                                      int replyWriteFd, const StartRecord& start);
+                                      int replyWriteFd, const StartRecord& start,
+                                      const std::vector<std::string>& runnerArgs);
 // The descriptor moved above the standard ones (0, 1, 2), close-on-exec kept.
 UniqueFd LiftAboveStdio(UniqueFd fd);
 

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "platform/UniqueFd.h"
 #include "runner/records/Records.h"
@@ -51,12 +52,18 @@ struct RunnerLink {
     CommandRecord command{"STAT", 0};
     StartRecord start;
     std::string commandText, fileRcText, environText;
+    // The arguments of the next runner launched: empty for a step run here.
+    std::vector<std::string> runnerArgs;
     // The child's ends of the two pipes between creation and launch.
     UniqueFd childCommandEnd, childReplyEnd;
 
     // The last reply of any runner and its text.
     ReplyRecord reply;
     std::string ReplyText;
+
+    // The reason the cluster couldn't be used that the server log has last been told, so that
+    // each reason is logged once; cleared when a step has started on the cluster.
+    std::string clusterTroubleLogged;
 
     // The limit of one wait for a reply; tests shorten it.
     int replyTimeoutMs = kRunnerReplyTimeoutMs;

@@ -24,7 +24,36 @@ int32_t SettingLong(Server& server, const char* name) {
 
 std::string PriorityText(int32_t code) { return PriorityName(ZeroPad(code, 2)); }
 
+bool GoesToSlurm(Registry& reg, char classLetter) {
+    if (ToUpper(GetSettingText(reg, kClusterSection, kClusterBackend)) != "SLURM") return false;
+    const std::string classes = ToUpper(GetSettingText(reg, kClusterSection, kClusterClasses));
+    return classes.empty() || classes.find(classLetter) != std::string::npos;
+}
+
+// "--name=value" for a setting that holds more than blanks.
+void AddNamedArg(std::vector<std::string>& args, const char* option, const std::string& value) {
+    if (!Trim(value).empty()) args.push_back(std::string("--") + option + "=" + value);
+}
+
 }  // namespace
+
+char StepClassLetter(const std::string& classCell) {
+    const char first = classCell.empty() ? 'A' : ToUpper(classCell.substr(0, 1))[0];
+    return first >= 'A' && first <= 'Z' ? first : 'A';
+}
+
+std::vector<std::string> ClusterRunnerArgs(Registry& reg, char classLetter) {
+    if (!GoesToSlurm(reg, classLetter)) return {};
+    std::vector<std::string> args = {
+        "--backend=slurm",
+        "--poll-seconds=" +
+            std::to_string(GetSettingNumber(reg, kClusterSection, kClusterPollSeconds))};
+    AddNamedArg(args, "partition", Trim(GetSettingText(reg, kClusterSection, kClusterPartition)));
+    AddNamedArg(args, "account", Trim(GetSettingText(reg, kClusterSection, kClusterAccount)));
+    // As stored: the runner splits the options as a shell would.
+    AddNamedArg(args, "sbatch-args", GetSettingText(reg, kClusterSection, kClusterExtraArgs));
+    return args;
+}
 
 int32_t ClampPriority(int32_t priority, int32_t serverMax, int32_t classMax,
                       std::string& warnings) {
@@ -106,6 +135,8 @@ StartFill FillStartRecord(Server& server, const std::string& taskKey, int step) 
         SettingLong(server, "CSEnabled") == 1 ? SettingLong(server, "CSTimeDelay") : -1;
     r.Reserved4 = 0;
     r.OsKind = server.OsKind;
+    fill.classLetter = StepClassLetter(task("Class"));
+    fill.runnerArgs = ClusterRunnerArgs(server.registry, fill.classLetter);
     return fill;
 }
 

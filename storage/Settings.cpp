@@ -28,6 +28,42 @@ std::optional<int64_t> WholeNumber(const std::string& text) {
     return std::stoll(trimmed);
 }
 
+// True when a shell would take `text` whole: every quote closed, no backslash left at the end.
+// Nothing is split or expanded here; the runner splits the words itself.
+bool ShellQuotesClosed(const std::string& text) {
+    char quote = 0;  // the open quote, if any
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (quote == '\'') {
+            if (c == '\'') quote = 0;
+        } else if (c == '\\') {
+            if (++i == text.size()) return false;  // escapes nothing: the line would go on
+        } else if (quote == '"') {
+            if (c == '"') quote = 0;
+        } else if (c == '\'' || c == '"') {
+            quote = c;
+        }
+    }
+    return quote == 0;
+}
+
+bool IsChoice(const SettingDef& def, const std::string& value) {
+    return std::any_of(def.choices.begin(), def.choices.end(),
+                       [&](const std::string& choice) { return ToUpper(choice) == ToUpper(value); });
+}
+
+std::string ChoiceList(const SettingDef& def) {
+    std::string list;
+    for (const std::string& choice : def.choices) list += (list.empty() ? "" : ", ") + choice;
+    return list;
+}
+
+bool AllClassLetters(const std::string& text) {
+    return std::all_of(text.begin(), text.end(), [](char c) {
+        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+    });
+}
+
 // The program path as one argument of a desktop entry's Exec line: quoted when it holds a
 // reserved character, with ", `, $ and \ escaped inside the quotes; then the escapes of the
 // entry's value itself (a backslash doubled, a line break as \n) and % doubled, since a lone %
@@ -100,6 +136,17 @@ const std::vector<SettingDef>& SettingDefs() {
             {kServer, "ALODomain", std::nullopt, K::Text, 0, 0, "domain of automatic logon"},
             {kServer, "ALOP", std::nullopt, K::Text, 0, 0,
              "password of automatic logon, scrambled"},
+            {kClusterSection, kClusterBackend, "local", K::Choice, 0, 0,
+             "where the steps of the cluster classes run: local or slurm", {"local", "slurm"}},
+            {kClusterSection, kClusterClasses, "", K::ClassLetters, 0, 0,
+             "the classes whose steps go to the cluster; none: every class"},
+            {kClusterSection, kClusterPartition, "", K::Text, 0, 0,
+             "the Slurm partition of the steps; none: the cluster's default"},
+            {kClusterSection, kClusterAccount, "", K::Text, 0, 0, "the Slurm account of the steps"},
+            {kClusterSection, kClusterExtraArgs, "", K::ShellWords, 0, 0,
+             "more sbatch options, quoted as a shell would"},
+            {kClusterSection, kClusterPollSeconds, "2", K::Number, 1, 3600,
+             "seconds between two questions to Slurm about a step's job"},
             {kStart, "MainLeft", "1000", K::Number, -kNine, kNine, "window left (twips)"},
             {kStart, "MainTop", "1000", K::Number, -kNine, kNine, "window top (twips)"},
             {kStart, "MainWidth", "10000", K::Number, 0, kNine, "window width (twips)"},
@@ -154,6 +201,14 @@ bool SettingValueFits(const SettingDef& def, const std::string& value, std::stri
         if (!number || *number < def.min || *number > def.max)
             needs =
                 "a whole number from " + std::to_string(def.min) + " to " + std::to_string(def.max);
+    } else if (def.kind == SettingKind::Choice) {
+        if (!IsChoice(def, value)) needs = "one of " + ChoiceList(def) + " (in any case)";
+    } else if (def.kind == SettingKind::ClassLetters) {
+        if (!AllClassLetters(value)) needs = "class letters A to Z, such as CD";
+    } else if (def.kind == SettingKind::ShellWords) {
+        if (!ShellQuotesClosed(value))
+            needs = "options written as a shell would, each quote closed and no backslash at "
+                    "the very end";
     } else if (def.kind == SettingKind::PriorityKey) {
         if (value.size() != 3 || value[0] != 'P' || value[1] < '0' || value[1] > '5' ||
             value[2] < '0' || value[2] > '6')

@@ -10,8 +10,10 @@
 
 namespace vq {
 
-// What a setting holds: any text, a whole number of a range, or a priority key ("P22").
-enum class SettingKind { Text, Number, PriorityKey };
+// What a setting holds: any text, a whole number of a range, a priority key ("P22"), one word
+// of `choices` in any case, class letters A to Z in any case (none at all too), or options
+// written as a shell would take them (every quote closed, no backslash left at the end).
+enum class SettingKind { Text, Number, PriorityKey, Choice, ClassLetters, ShellWords };
 
 // One known setting, spelled as the settings table spells it.
 struct SettingDef {
@@ -21,9 +23,19 @@ struct SettingDef {
     SettingKind kind = SettingKind::Text;
     int64_t min = 0, max = 0;  // the range of a Number
     std::string meaning;
+    std::vector<std::string> choices = {};  // the words of a Choice, lower case
 };
 
-// Every setting of ServerSettings and StartSet, and the Show- switches of Settings.
+// The section of the cluster settings and its names.
+inline constexpr const char* kClusterSection = "Cluster";
+inline constexpr const char* kClusterBackend = "Backend";
+inline constexpr const char* kClusterClasses = "Classes";
+inline constexpr const char* kClusterPartition = "Partition";
+inline constexpr const char* kClusterAccount = "Account";
+inline constexpr const char* kClusterExtraArgs = "ExtraArgs";
+inline constexpr const char* kClusterPollSeconds = "PollSeconds";
+
+// Every setting of ServerSettings, StartSet and Cluster, and the Show- switches of Settings.
 const std::vector<SettingDef>& SettingDefs();
 // A column that a view can show; its width is a setting of section Settings.
 struct ViewColumn {

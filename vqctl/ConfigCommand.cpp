@@ -13,7 +13,7 @@
 namespace vqctl {
 namespace {
 
-const std::vector<std::string> kSections = {"ServerSettings", "StartSet", "Settings"};
+const std::vector<std::string> kSections = {"ServerSettings", "StartSet", "Settings", "Cluster"};
 
 struct ConfigArgs {
     std::string section, name, value;
@@ -146,7 +146,7 @@ void Guarded(const char* verb, int& exitCode, Command command) {
 void AddConfigCommands(CLI::App& app, int& exitCode) {
     CLI::App* config = app.add_subcommand("config", "Read and change the server's settings");
     config->footer(
-        "SECTION is ServerSettings, StartSet or Settings; NAME is spelled as\n"
+        "SECTION is ServerSettings, StartSet, Settings or Cluster; NAME is spelled as\n"
         "`vqctl config list` spells it.");
     config->require_subcommand(1);
     auto args = std::make_shared<ConfigArgs>();

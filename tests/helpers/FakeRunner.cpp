@@ -11,6 +11,8 @@
 //   FAKE_POLLS=N       answer N "STAT" as running (counters valid), then as ended
 //   FAKE_RC=N          the StepRc of the "END " reply (default 1)
 //   FAKE_TEXT=T        the text of the "END " reply
+//   FAKE_STATTEXT=T    the text of every "STAT" reply
+//   FAKE_ARGS=PATH     write the arguments it was started with to PATH, one a line
 //   FAKE_STOPWAIT=N    answer N "STOP" or "STRT" with text length -1 and wait status 258
 //   FAKE_STOPSTATUS=S  the wait status of those answers instead of 258
 //   FAKE_IDLE=1        report counters that stay at 0 (valid all the same)
@@ -58,7 +60,14 @@ int Number(const std::map<std::string, std::string>& values, const char* name, i
 
 }  // namespace
 
-int main() {
+void WriteFile(const std::string& path, const std::string& bytes) {
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (fd < 0) return;
+    if (write(fd, bytes.data(), bytes.size()) < 0) std::_Exit(2);
+    close(fd);
+}
+
+int main(int argc, char** argv) {
     std::string record;
     if (!ReadExact(vq::StartRecord::kSize, record)) return 2;
     const vq::StartRecord start = vq::StartRecord::Decode(record);
@@ -68,11 +77,12 @@ int main() {
         return 2;
     const auto values = ParseEnviron(environText);
     const std::string mode = values.count("FAKE") ? values.at("FAKE") : "";
-    if (values.count("FAKE_DUMP")) {
-        const int fd = open(values.at("FAKE_DUMP").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        const std::string all = record + command + fileRc + environText;
-        if (fd >= 0 && write(fd, all.data(), all.size()) < 0) return 2;
-        if (fd >= 0) close(fd);
+    if (values.count("FAKE_DUMP"))
+        WriteFile(values.at("FAKE_DUMP"), record + command + fileRc + environText);
+    if (values.count("FAKE_ARGS")) {
+        std::string lines;
+        for (int i = 1; i < argc; ++i) lines += std::string(argv[i]) + "\n";
+        WriteFile(values.at("FAKE_ARGS"), lines);
     }
     if (mode == "noack") return 0;
     vq::StartAck ack;
@@ -108,6 +118,10 @@ int main() {
             --stopWaits;
             reply.ReplyTextLength = -1;
             reply.WaitStatus = Number(values, "FAKE_STOPSTATUS", vq::ReplyRecord::kWaitPending);
+        }
+        if (cmd.Command == "STAT" && values.count("FAKE_STATTEXT")) {
+            text = values.at("FAKE_STATTEXT");
+            reply.ReplyTextLength = static_cast<int32_t>(text.size());
         }
         if (cmd.Command == "END ") {
             reply.RunnerState = 5;

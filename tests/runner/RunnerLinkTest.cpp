@@ -25,7 +25,7 @@ TEST(RunnerLaunchPlan, PutsThePipesOnStandardInputAndOutputAndNothingOnError) {
     start.TaskName = "Nightly ";
     start.TaskId = 42;
     start.StepNumber = 3;
-    const RunnerLaunchPlan plan = MakeRunnerLaunchPlan("/opt/vq/runlet", 7, 9, start);
+    const RunnerLaunchPlan plan = MakeRunnerLaunchPlan("/opt/vq/runlet", 7, 9, start, {});
     EXPECT_EQ(plan.program, "/opt/vq/runlet");
     ASSERT_EQ(plan.argv.size(), 1u);  // the runner gets no arguments
     const ChildFdAction actions[] = {{ChildFdAction::Dup2, 7, STDIN_FILENO},
@@ -38,9 +38,9 @@ TEST(RunnerLaunchPlan, PutsThePipesOnStandardInputAndOutputAndNothingOnError) {
                   std::tie(actions[i].kind, actions[i].from, actions[i].to));
     }
     EXPECT_EQ(plan.title, "alice/Nightly.42.3");
-    EXPECT_THROW(MakeRunnerLaunchPlan("r", 0, 9, start), std::invalid_argument);
-    EXPECT_THROW(MakeRunnerLaunchPlan("r", 7, 1, start), std::invalid_argument);
-    EXPECT_THROW(MakeRunnerLaunchPlan("r", 7, 7, start), std::invalid_argument);
+    EXPECT_THROW(MakeRunnerLaunchPlan("r", 0, 9, start, {}), std::invalid_argument);
+    EXPECT_THROW(MakeRunnerLaunchPlan("r", 7, 1, start, {}), std::invalid_argument);
+    EXPECT_THROW(MakeRunnerLaunchPlan("r", 7, 7, start, {}), std::invalid_argument);
 }
 
 TEST(RunnerLaunchPlan, LiftsAPipeEndThatLandedOnStandardInput) {
