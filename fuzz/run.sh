@@ -8,7 +8,7 @@ build="$(cd "${1:?usage: fuzz/run.sh BUILD_DIR [SECONDS]}" && pwd)"
 seconds="${2:-60}"
 for target in fuzz_task_file fuzz_encrypted_task_file fuzz_tagged_stream fuzz_classes_file \
               fuzz_nonwork_file fuzz_scrambling fuzz_runlet_start fuzz_queue_database \
-              fuzz_door_calls fuzz_repeat_schedule; do
+              fuzz_door_calls fuzz_repeat_schedule fuzz_slurm_output fuzz_shell_words; do
   corpus="$build/fuzz-corpus/$target"
   findings="$build/fuzz-findings/$target"
   mkdir -p "$corpus" "$findings"

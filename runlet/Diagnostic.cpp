@@ -11,6 +11,7 @@
 #include <ctime>
 
 #include "platform/UniqueFd.h"
+#include "runlet/StepProcess.h"
 
 namespace vq {
 
@@ -61,21 +62,6 @@ std::string FormatDiagnostic(const DiagnosticHeader& header, const std::vector<P
     }
     return text;
 }
-
-namespace {
-
-bool WriteAll(int fd, const std::string& bytes) {
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        done += static_cast<size_t>(n);
-    }
-    return true;
-}
-
-}  // namespace
 
 std::string WriteDiagnosticFile(const StepPlan& plan, const std::string& text) {
     const std::string folder = !plan.taskFolder.empty() ? plan.taskFolder : plan.workDir;

@@ -10,6 +10,7 @@
 #include "runlet/LocalStep.h"
 #include "runlet/ReturnCode.h"
 #include "runlet/SlurmStep.h"
+#include "runlet/StepProcess.h"
 
 namespace vq {
 namespace {
@@ -23,17 +24,6 @@ bool ReadExact(int fd, char* buffer, size_t size) {
     while (done < size) {
         const ssize_t n = ::read(fd, buffer + done, size - done);
         if (n < 0 && errno == EINTR && !g_endRequested) continue;
-        if (n <= 0) return false;
-        done += static_cast<size_t>(n);
-    }
-    return true;
-}
-
-bool WriteAll(int fd, const std::string& bytes) {
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n < 0 && errno == EINTR) continue;
         if (n <= 0) return false;
         done += static_cast<size_t>(n);
     }

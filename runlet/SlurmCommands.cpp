@@ -141,12 +141,4 @@ CommandResult RunCommand(const CommandRequest& request) {
     return result;
 }
 
-std::string FirstLineOfFailure(const CommandResult& result) {
-    const std::string& text = !result.error.empty() ? result.error : result.output;
-    const size_t first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string::npos) return "exit status " + std::to_string(result.exitStatus);
-    const size_t end = text.find_first_of("\r\n", first);
-    return text.substr(first, end == std::string::npos ? std::string::npos : end - first);
-}
-
 }  // namespace vq

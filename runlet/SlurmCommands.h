@@ -29,7 +29,4 @@ struct CommandRequest {
 
 CommandResult RunCommand(const CommandRequest& request);
 
-// The first line of what a failed command said (its error, else its output), for messages.
-std::string FirstLineOfFailure(const CommandResult& result);
-
 }  // namespace vq

@@ -185,7 +185,7 @@ std::optional<SlurmUsage> ParseSstat(std::string_view output) {
     const std::vector<std::string_view> fields = Split(LastLine(output), '|');
     if (fields.size() < 4) return std::nullopt;
     const std::optional<int64_t> cpu = ParseSlurmDuration(fields[0]);
-    const std::optional<int64_t> rss = ParseSlurmAmount(fields[1], 1024);
+    const std::optional<int64_t> rss = ParseSlurmAmount(fields[1], 1);
     const std::optional<int64_t> read = ParseSlurmAmount(fields[2], 1);
     const std::optional<int64_t> written = ParseSlurmAmount(fields[3], 1);
     if (!cpu || !rss || !read || !written) return std::nullopt;

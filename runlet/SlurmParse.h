@@ -38,7 +38,8 @@ bool IsHeld(const SlurmJob& job);
 // Nothing while the job is not finished.
 std::optional<int> StepRcOfJob(const SlurmJob& job);
 
-// One reading of "sstat -n -P --noconvert --format=AveCPU,MaxRSS,MaxDiskRead,MaxDiskWrite".
+// One reading of "sstat -n -P --noconvert --format=AveCPU,MaxRSS,MaxDiskRead,MaxDiskWrite":
+// amounts without a unit letter are bytes (MaxRSS too, with --noconvert).
 struct SlurmUsage {
     int64_t cpuTicks = 0;  // 100-ns ticks, user and system together
     int64_t peakKb = 0;

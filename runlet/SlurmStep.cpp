@@ -19,7 +19,7 @@ namespace {
 
 // Every Slurm program is killed past its bound, so that the runner answers within the
 // server's 30 s: sbatch may take a while to reach a busy controller, the others are quick.
-constexpr int kSbatchTimeoutMs = 15'000;
+constexpr int kSbatchTimeoutMs = 12'000;
 constexpr int kCommandTimeoutMs = 5'000;
 // "END " waits this long for the job to end; then it is cancelled.
 constexpr int kEndWaitMs = 15'000;
@@ -177,9 +177,12 @@ StartOutcome SlurmStep::Submit(const StepInput& input) {
         startError_ = std::string(kSlurmUnusable) + "sbatch was not found on PATH.";
     else if (!result.runError.empty())
         startError_ = std::string(kSlurmUnusable) + "sbatch can't be run: " + result.runError + ".";
-    else if (result.timedOut)
+    else if (result.timedOut) {
         startError_ = std::string(kSlurmUnusable) + "sbatch did not answer within " +
                       std::to_string(kSbatchTimeoutMs / 1000) + " seconds.";
+        // A controller that was slow to answer may have queued the job all the same.
+        Slurm({"scancel", "--me", "--name=" + JobName(input.start)});
+    }
     else if (result.exitStatus == 0)
         startError_ = std::string(kSlurmUnusable) + "sbatch gave no job id but \"" + SlurmMessage(result.output) + "\".";
     else if (ClassifySbatchFailure(result.error) == SbatchFailure::Unreachable)
@@ -270,8 +273,10 @@ std::string SlurmStep::StatusText() const {
 bool SlurmStep::Order(const std::vector<std::string>& arguments, const char* what) {
     const CommandResult result = Slurm(arguments);
     if (result.Succeeded()) return true;
-    notes_.push_back(std::string("Slurm did not ") + what + " job " + jobId_ + ": " +
-                     (result.timedOut ? std::string("no answer in time") : SlurmMessage(result.error + result.output)));
+    const std::string note = std::string("Slurm did not ") + what + " job " + jobId_ + ": " +
+                             (result.timedOut ? std::string("no answer in time") : SlurmMessage(result.error + result.output));
+    // A refusal asked again is told once.
+    if (std::find(notes_.begin(), notes_.end(), note) == notes_.end()) notes_.push_back(note);
     return false;
 }
 
@@ -290,6 +295,7 @@ bool SlurmStep::Stop() {
             asked_ = needed;
             if (!Order({"scontrol", pending ? "hold" : "suspend", jobId_}, pending ? "hold" : "suspend")) {
                 held_ = false;
+                asked_ = Asked::Nothing;
                 return true;  // refused: it goes on as it was
             }
             continue;
@@ -306,12 +312,19 @@ bool SlurmStep::Continue() {
     for (;;) {
         ReadJob();
         const bool suspended = job_.state == "SUSPENDED";
-        if (Ended() || (!suspended && !IsHeld(job_))) return true;
+        if (Ended() || (!suspended && !IsHeld(job_))) {
+            if (niceWhenGoingOn_ && !Ended())
+                Order({"scontrol", "update", "JobId=" + jobId_, "Nice=" + std::to_string(*niceWhenGoingOn_)},
+                      "change the nice value of");
+            niceWhenGoingOn_.reset();
+            return true;
+        }
         const Asked needed = suspended ? Asked::Resume : Asked::Release;
         if (asked_ != needed) {
             asked_ = needed;
             if (!Order({"scontrol", suspended ? "resume" : "release", jobId_}, suspended ? "resume" : "release")) {
                 held_ = true;
+                asked_ = Asked::Nothing;
                 return true;
             }
             continue;
@@ -326,6 +339,11 @@ std::string SlurmStep::ChangePriority(int32_t code) {
     std::vector<std::string> notes;
     const int nice = SlurmNice(code, ::geteuid() == 0, notes);
     if (Ended()) return {};
+    // Slurm lets a new nice value release a held or suspended job: it waits for "STRT".
+    if (held_) {
+        niceWhenGoingOn_ = nice;
+        return JoinLines({}, notes);
+    }
     const CommandResult result = Slurm({"scontrol", "update", "JobId=" + jobId_, "Nice=" + std::to_string(nice)});
     if (!result.Succeeded())
         notes.push_back("CPU priority " + PriorityText(code) + " (nice " + std::to_string(nice) + ") refused by Slurm: " +
@@ -350,8 +368,9 @@ std::string SlurmStep::WriteDiagnostic() {
 void SlurmStep::Kill() {
     if (jobId_.empty() || Ended()) return;
     killedByRunner_ = true;
-    // A job that runs is killed at once, whatever it does with a gentler signal.
-    if (job_.state != "PENDING") Order({"scancel", "--signal=KILL", "--full", jobId_}, "kill");
+    // A job that runs is killed at once (SIGKILL reaches the batch script and all its
+    // processes), whatever it would do with a gentler signal.
+    if (job_.state != "PENDING") Order({"scancel", "--signal=KILL", jobId_}, "kill");
     Order({"scancel", jobId_}, "cancel");
     ReadJob();
 }
@@ -379,8 +398,10 @@ int SlurmStep::Finish() {
         notes_.push_back("FileRC file \"" + plan_.fileRcPath + "\" " + reading.problem +
                          "; the exit status gives the return code.");
     }
-    if (jobKnown_ && *stepRc_ == kStepRcFailed && job_.state != "COMPLETED")
-        notes_.push_back("Slurm job " + jobId_ + " ended " + job_.state + " (exit code " + job_.exitCode + ").");
+    if (jobKnown_ && !killedByRunner_ && *stepRc_ == kStepRcFailed && job_.state != "COMPLETED")
+        notes_.push_back("Slurm job " + jobId_ + " ended " + job_.state + " (" +
+                         (job_.reason.empty() || job_.reason == "None" ? "" : job_.reason + ", ") + "exit code " +
+                         job_.exitCode + ").");
     return *stepRc_;
 }
 

@@ -92,6 +92,7 @@ private:
     std::string lastSstat_;
     int64_t nextPollMs_ = 0;
     bool held_ = false;
+    std::optional<int> niceWhenGoingOn_;  // asked for while the job was held
     enum class Asked { Nothing, Suspend, Hold, Resume, Release } asked_ = Asked::Nothing;
     bool killedByRunner_ = false;
     std::string startError_;

@@ -324,6 +324,17 @@ void SignalStep(pid_t group, const std::vector<pid_t>& pidsOutsideGroup, int sig
     for (pid_t pid : pidsOutsideGroup) ::kill(pid, signal);
 }
 
+bool WriteAll(int fd, const std::string& bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
+
 bool BecomeSubreaper() { return ::prctl(PR_SET_CHILD_SUBREAPER, 1) == 0; }
 
 int64_t MonotonicMs() {

@@ -88,6 +88,9 @@ bool WaitForChildEnd(pid_t pid, int timeoutMs, const volatile sig_atomic_t& stop
 // Sends `signal` to the step's process group and to each of `pids` that has left the group.
 void SignalStep(pid_t group, const std::vector<pid_t>& pidsOutsideGroup, int signal);
 
+// Writes all of `bytes`, through interruptions; false when the file takes no more.
+bool WriteAll(int fd, const std::string& bytes);
+
 // Makes the runner the reaper of orphans of the step, so that they stay below it.
 bool BecomeSubreaper();
 

@@ -147,7 +147,8 @@ void AddConfigCommands(CLI::App& app, int& exitCode) {
     CLI::App* config = app.add_subcommand("config", "Read and change the server's settings");
     config->footer(
         "SECTION is ServerSettings, StartSet, Settings or Cluster; NAME is spelled as\n"
-        "`vqctl config list` spells it.");
+        "`vqctl config list` spells it. A VALUE that begins with - follows --:\n"
+        "  vqctl config set Cluster ExtraArgs -- '--qos=low --time=30'");
     config->require_subcommand(1);
     auto args = std::make_shared<ConfigArgs>();
 

@@ -6,6 +6,7 @@
 #include "core/StepSequencing.h"
 #include "platform/Files.h"
 #include "runner/RunnerLink.h"
+#include "storage/Settings.h"
 #include "tests/support/Process.h"
 #include "tests/support/TestSupport.h"
 
@@ -173,6 +174,91 @@ TEST_F(StepSequencingTest, AStepWhoseTaskFolderWasDeletedWhileItWaitedRuns) {
     RunToEnd(key);  // by the real runner, which opens the step's output file there
     EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "01");
     EXPECT_TRUE(PathExists(TaskCellOf(t, key, "RF") + "/Step1.txt"));
+}
+
+// What a fake runner's Environ block makes it answer: `polls` "STAT" as running, each "STAT"
+// with `statText`, and an "END " with `rc` and `endText`.
+std::string FakeAnswers(int polls, const std::string& statText, int rc = 1,
+                        const std::string& endText = "") {
+    std::string block = "FAKE_POLLS=" + std::to_string(polls) + "\r\nFAKE_STATTEXT=" + statText +
+                        "\r\nFAKE_RC=" + std::to_string(rc);
+    return endText.empty() ? block : block + "\r\nFAKE_TEXT=" + endText;
+}
+
+size_t Count(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+// A step of a cluster class starts its runner with the Slurm arguments, and the runner's first
+// answer (the job and the partition) follows the step's Running entry; a step of another class
+// starts as ever. The reply that the caller last had is left as it was.
+TEST_F(StepSequencingTest, AStepOfAClusterClassShowsItsJobInTheReport) {
+    t->RunnerPath = BinPath("vqfakerunner");
+    SaveRegSetting(*t.registry, "Cluster", "Backend", "slurm");
+    SaveRegSetting(*t.registry, "Cluster", "Classes", "C");
+    SaveRegSetting(*t.registry, "Cluster", "Partition", "debug");
+    const std::string job = "Slurm job 4711 in partition debug.";
+    const std::pair<const char*, const char*> cases[] = {
+        {"C", "--backend=slurm\n--poll-seconds=2\n--partition=debug\n"}, {"A", ""}};
+    for (const auto& [taskClass, args] : cases) {
+        SCOPED_TRACE(taskClass);
+        const std::string key = AddRunnableTask(t, ++number, "Build", 1);
+        SetTaskCell(t, key, "Class", taskClass);
+        const std::string argsFile = t.dir.Path() + "args-" + taskClass;
+        SetStepCell(t, key, 1, "Environ", FakeAnswers(2, job) + "\r\nFAKE_IDLE=1\r\nFAKE_ARGS=" + argsFile);
+        t->link.reply.StepRc = 7;
+        t->link.ReplyText = "before";
+        ASSERT_TRUE(RunNextStep(*t, true, key, 1));
+        EXPECT_EQ(t->link.reply.StepRc, 7);
+        EXPECT_EQ(t->link.ReplyText, "before");
+        EXPECT_EQ(ReadFileText(argsFile), args);
+        const std::string report = ReadFileText(ActiveReport(key));
+        const size_t running = report.find("Step 1 Status:");
+        ASSERT_NE(running, std::string::npos);
+        EXPECT_EQ(report.find("\r\n" + job + "\r\n", running) != std::string::npos, *args != 0)
+            << report;
+        ASSERT_TRUE(TickUntilComplete(t, key));
+        EXPECT_EQ(StepCell(t, key, 1, "StepRC"), "01");
+    }
+    EXPECT_THAT(t.LogText(), testing::Not(testing::HasSubstr("Slurm")));
+}
+
+// A cluster that can't be used is logged once for each reason until a step has started on
+// it; the steps end with 98 and the runner's text. A job that Slurm refused is no such case.
+TEST_F(StepSequencingTest, AClusterThatCantBeUsedIsLoggedOncePerReason) {
+    t->RunnerPath = BinPath("vqfakerunner");
+    SaveRegSetting(*t.registry, "Cluster", "Backend", "slurm");
+    const std::string noSbatch = "Slurm can't be used: sbatch was not found on PATH.";
+    const std::string noController = "Slurm can't be used: sbatch could not reach the controller.";
+    const std::string refused = "The step could not be started. Invalid partition name specified";
+    const struct {
+        std::string statText;
+        bool starts;
+        size_t logLines;
+    } cases[] = {{noSbatch, false, 1},  {noSbatch, false, 1}, {refused, false, 1},
+                 {noController, false, 2}, {noSbatch, false, 3}, {noSbatch, false, 3},
+                 {"Slurm job 12 in partition debug.", true, 3}, {noSbatch, false, 4}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.statText);
+        const std::string key = AddRunnableTask(t, ++number, "Build", 1);
+        SetTaskCell(t, key, "Class", "d");
+        SetStepCell(t, key, 1, "Environ",
+                    c.starts ? FakeAnswers(1, c.statText) : FakeAnswers(0, c.statText, 98, c.statText));
+        ASSERT_TRUE(RunNextStep(*t, true, key, 1));
+        ASSERT_TRUE(TickUntilComplete(t, key));
+        EXPECT_EQ(Count(t.LogText(), "can't run on the Slurm cluster"), c.logLines);
+        EXPECT_EQ(StepCell(t, key, 1, "StepRC"), c.starts ? "01" : "98");
+        // The text comes once: from the step's end, not as the start's data.
+        EXPECT_EQ(Count(ReadFileText(TaskCellOf(t, key, "RF") + "/" +
+                                     TaskCellOf(t, key, "JobReport") + ".txt"),
+                        c.statText),
+                  1u);
+    }
+    EXPECT_THAT(t.LogText(), testing::HasSubstr("Steps of class D can't run on the Slurm cluster: "
+                                                "sbatch was not found on PATH."));
 }
 
 }  // namespace

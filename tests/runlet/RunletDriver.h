@@ -24,6 +24,8 @@ class RunletDriver {
 public:
     // `user` other than -1: the runner runs as that user (the test must be root for that).
     explicit RunletDriver(uid_t user = static_cast<uid_t>(-1));
+    // The runner with these options, and these NAME=VALUE added to its environment.
+    RunletDriver(const std::vector<std::string>& options, const std::vector<std::string>& environment);
     ~RunletDriver();
     RunletDriver(const RunletDriver&) = delete;
     RunletDriver& operator=(const RunletDriver&) = delete;
@@ -48,6 +50,8 @@ public:
     std::string ReadBytes(size_t size, int timeoutMs = 5'000);
 
 private:
+    void Launch(uid_t user, const std::vector<std::string>& options, const std::vector<std::string>& environment);
+
     pid_t pid_ = -1;
     bool reaped_ = false;
     UniqueFd toRunner_;

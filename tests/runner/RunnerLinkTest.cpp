@@ -27,7 +27,11 @@ TEST(RunnerLaunchPlan, PutsThePipesOnStandardInputAndOutputAndNothingOnError) {
     start.StepNumber = 3;
     const RunnerLaunchPlan plan = MakeRunnerLaunchPlan("/opt/vq/runlet", 7, 9, start, {});
     EXPECT_EQ(plan.program, "/opt/vq/runlet");
-    ASSERT_EQ(plan.argv.size(), 1u);  // the runner gets no arguments
+    EXPECT_EQ(plan.argv, std::vector<std::string>{"/opt/vq/runlet"});  // a step run here
+    const std::vector<std::string> cluster = {"--backend=slurm", "--sbatch-args=--qos='a b'"};
+    EXPECT_EQ(MakeRunnerLaunchPlan("/opt/vq/runlet", 7, 9, start, cluster).argv,
+              (std::vector<std::string>{"/opt/vq/runlet", "--backend=slurm",
+                                        "--sbatch-args=--qos='a b'"}));
     const ChildFdAction actions[] = {{ChildFdAction::Dup2, 7, STDIN_FILENO},
                                      {ChildFdAction::Dup2, 9, STDOUT_FILENO},
                                      {ChildFdAction::OpenNull, -1, STDERR_FILENO}};

@@ -3,6 +3,7 @@
 #include "calendar/Common.h"
 #include "platform/Error.h"
 #include "runner/StartFill.h"
+#include "storage/Settings.h"
 #include "tests/support/TestSupport.h"
 
 namespace vq::test {
@@ -116,6 +117,54 @@ TEST_F(StartFillTest, BufferSizesAreClampedAndTheWarningsComeInOrder) {
         "\r\nScreen Buffer Size Width = 601!\r\nSetting To Maximum Screen Buffer Size (600)"
         "\r\nScreen Buffer Size Height = 900!\r\nSetting To Maximum Screen Buffer Size (800)");
     EXPECT_EQ(StepCell(t, key, 2, "BuffWidth"), "0601");
+}
+
+// The runner's arguments from the cluster settings stored at this start: Backend, Classes,
+// Partition, Account, ExtraArgs, PollSeconds (null: not stored), the step's class, and the
+// arguments joined by "|".
+TEST_F(StartFillTest, AStepOfAClusterClassGetsTheSlurmArgumentsAndAnyOtherNone) {
+    const char* names[] = {"Backend", "Classes", "Partition", "Account", "ExtraArgs", "PollSeconds"};
+    const struct {
+        const char* settings[6];
+        char classLetter;
+        const char* args;
+    } cases[] = {
+        {{nullptr, nullptr, nullptr, nullptr, nullptr, nullptr}, 'A', ""},
+        {{"local", "", "debug", nullptr, nullptr, nullptr}, 'A', ""},
+        {{"slurm", "", nullptr, nullptr, nullptr, nullptr}, 'Q', "--backend=slurm|--poll-seconds=2"},
+        {{"SLURM", "cd", " debug ", "lab", "--qos=low --comment='a b' ", "10"}, 'C',
+         "--backend=slurm|--poll-seconds=10|--partition=debug|--account=lab|"
+         "--sbatch-args=--qos=low --comment='a b' "},
+        {{"slurm", "CD", "debug", nullptr, nullptr, nullptr}, 'A', ""},
+        {{"slurm", "D", "  ", "", " ", nullptr}, 'D', "--backend=slurm|--poll-seconds=2"},
+        // Values that don't fit, stored past vqctl: their defaults are in force.
+        {{"pbs", "", nullptr, nullptr, nullptr, nullptr}, 'A', ""},
+        {{"slurm", "", nullptr, nullptr, nullptr, "0"}, 'A', "--backend=slurm|--poll-seconds=2"},
+    };
+    for (const auto& c : cases) {
+        TempDir dir;
+        Registry reg(dir.Path() + "registry.db", dir.Path() + "autostart");
+        for (int i = 0; i < 6; ++i)
+            if (c.settings[i]) SaveRegSetting(reg, "Cluster", names[i], c.settings[i]);
+        std::string joined;
+        for (const std::string& arg : ClusterRunnerArgs(reg, c.classLetter))
+            joined += (joined.empty() ? "" : "|") + arg;
+        EXPECT_EQ(joined, c.args) << c.classLetter << " " << (c.settings[0] ? c.settings[0] : "");
+    }
+}
+
+TEST_F(StartFillTest, TheClassOfAStepIsTheFirstLetterOfItsCell) {
+    const std::pair<const char*, char> cases[] = {
+        {"C", 'C'}, {"c", 'C'}, {"dx", 'D'}, {"", 'A'}, {"3", 'A'}, {" B", 'A'}};
+    for (const auto& [cell, letter] : cases) EXPECT_EQ(StepClassLetter(cell), letter) << cell;
+    // The filling reads the cell and the settings of this start.
+    SetTaskCell(t, key, "Class", "c");
+    EXPECT_TRUE(Fill().runnerArgs.empty());
+    SaveRegSetting(*t.registry, "Cluster", "Backend", "slurm");
+    SaveRegSetting(*t.registry, "Cluster", "Classes", "C");
+    const StartFill fill = Fill();
+    EXPECT_EQ(fill.classLetter, 'C');
+    EXPECT_EQ(fill.runnerArgs, (std::vector<std::string>{"--backend=slurm", "--poll-seconds=2"}));
 }
 
 TEST_F(StartFillTest, BadCellsFailIntoTheCaller) {

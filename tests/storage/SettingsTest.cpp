@@ -30,6 +30,8 @@ TEST_F(SettingsTest, AnEmptyStoreReadsTheDefaultsAndCreatesNothing) {
         EXPECT_EQ(GetSettingText(reg, "ServerSettings", name), value);
     EXPECT_EQ(GetSettingNumber(reg, "StartSet", "MainWidth"), 10000);
     EXPECT_EQ(GetSettingText(reg, "Settings", "Show-Queue Priority"), "1");
+    EXPECT_EQ(GetSettingText(reg, "Cluster", "Backend"), "local");
+    EXPECT_EQ(GetSettingNumber(reg, "Cluster", "PollSeconds"), 2);
     EXPECT_EQ(GetRegSetting(reg, "ServerSettings", "", RegValue::Text("def")).AsText(), "def");
     EXPECT_FALSE(PathExists(reg.DatabasePath()));
 }
@@ -126,6 +128,46 @@ TEST_F(SettingsTest, RunAtLogonWritesTheProgramAsOneExecArgument) {
         EXPECT_NE(text.find("[Desktop Entry]\n"), std::string::npos);
         EXPECT_NE(text.find("\nExec=" + std::string(c.exec) + "\n"), std::string::npos) << text;
         EXPECT_EQ(Stored(Hive::CurrentUser, kRunKey, kRunValueName), c.exec);
+    }
+}
+
+// The cluster settings as vqctl checks them before it stores one: the name, the value, and
+// what the refusal says it takes (empty: accepted).
+TEST(ClusterSettings, AcceptOnlyWhatTheRunnerCanUse) {
+    const char* backend = "one of local, slurm (in any case)";
+    const char* letters = "class letters A to Z, such as CD";
+    const char* shell =
+        "options written as a shell would, each quote closed and no backslash at the very end";
+    const char* poll = "a whole number from 1 to 3600";
+    const struct {
+        const char *name, *value, *takes;
+    } cases[] = {
+        {"Backend", "local", ""},           {"Backend", "SLURM", ""},
+        {"Backend", "Slurm", ""},           {"Backend", "", backend},
+        {"Backend", "pbs", backend},        {"Backend", "slurm ", backend},
+        {"Classes", "", ""},                {"Classes", "cD", ""},
+        {"Classes", "AZ", ""},              {"Classes", "C,D", letters},
+        {"Classes", "C D", letters},        {"Classes", "1", letters},
+        {"Classes", "\xc3\x89", letters},   {"PollSeconds", "1", ""},
+        {"PollSeconds", " 3600 ", ""},      {"PollSeconds", "0", poll},
+        {"PollSeconds", "3601", poll},      {"PollSeconds", "2s", poll},
+        {"Partition", "debug gpu", ""},     {"Account", "", ""},
+        {"ExtraArgs", "", ""},
+        {"ExtraArgs", "--qos=low --comment='a \"b\" c'", ""},
+        {"ExtraArgs", "--comment=\"it's \\\"here\\\"\"", ""},
+        {"ExtraArgs", "--comment=it\\'s", ""},
+        {"ExtraArgs", "--comment='a\\'", ""},  // a backslash within single quotes is itself
+        {"ExtraArgs", "--comment='a b", shell},
+        {"ExtraArgs", "--comment=\"a \\\"", shell},  // the escaped quote closes nothing
+        {"ExtraArgs", "--comment=a\\", shell},
+        {"ExtraArgs", "--comment=it's", shell},
+    };
+    for (const auto& c : cases) {
+        const SettingDef* def = FindSettingDef("Cluster", c.name);
+        ASSERT_NE(def, nullptr) << c.name;
+        std::string problem = "unset";
+        EXPECT_EQ(SettingValueFits(*def, c.value, &problem), *c.takes == 0) << c.name << c.value;
+        EXPECT_EQ(problem, c.takes) << c.name << " " << c.value;
     }
 }
 
