@@ -174,6 +174,12 @@ TEST_F(SlurmProcessTest, ALoopingStepIsCancelledAtItsClassCpuLimitFromSlurmsCoun
                                          "Step 1 Status:.......................... Complete - Cancelled",
                                          "Task Status:............................ Complete - Cancelled"}))
         << Report("Burn");
+    // The CPU time that crossed the limit is the job's, as sstat counted it.
+    static const std::regex kCpuTime(R"(Complete - Cancelled\r\n(?:.*\r\n){3}CPU Time:\.+ 0:00:00:(\d\d):)");
+    std::smatch cpu;
+    const std::string report = Report("Burn");
+    ASSERT_TRUE(std::regex_search(report, cpu, kCpuTime)) << report;
+    EXPECT_GE(std::stoi(cpu[1]), 2) << report;
     EXPECT_EQ(JobState(jobs[0]), "CANCELLED");
     EXPECT_EQ(ReadFileText(Folder("Burn") + "Step2.txt"), "cleaned " + jobs[1] + "\n");
     Stop(*server);
