@@ -97,7 +97,8 @@ SelectType=select/cons_tres
 # Cores only: with memory as a resource too, each job would take the whole node's memory.
 SelectTypeParameters=CR_Core
 SchedulerType=sched/builtin
-SchedulerParameters=sched_min_interval=0
+# A job starts at once or at the next pass of the scheduler, a second later at most.
+SchedulerParameters=batch_sched_delay=0,sched_min_interval=0,sched_interval=1
 MinJobAge=120
 KillWait=2
 InactiveLimit=0
