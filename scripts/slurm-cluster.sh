@@ -70,7 +70,7 @@ write_slurm_conf() {
   cat > "$conf" <<EOF
 # Written by scripts/slurm-cluster.sh: a one-node cluster for tests.
 ClusterName=orvantis-test
-SlurmctldHost=$node
+SlurmctldHost=$node(127.0.0.1)
 SlurmctldPort=$ctld_port
 SlurmdPort=$slurmd_port
 SlurmUser=root
@@ -105,7 +105,7 @@ InactiveLimit=0
 SlurmdTimeout=30
 ReturnToService=2
 MpiDefault=none
-NodeName=$node $(node_hardware)State=UNKNOWN
+NodeName=$node NodeAddr=127.0.0.1 $(node_hardware)State=UNKNOWN
 # Each core is shared by up to four jobs, so that tests running at once don't wait for each other.
 PartitionName=debug Nodes=$node Default=YES MaxTime=INFINITE State=UP OverSubscribe=FORCE:4
 EOF
@@ -146,8 +146,35 @@ stop_daemon() { # pid file, name
   rm -f "$1"
 }
 
-# Job steps left by slurmd's stepd helpers end with slurmd; this finds any that did not.
-stray_stepds() { pgrep -f "^slurmstepd: \[" || true; }
+# The slurmstepd helpers of this cluster (they carry its SLURM_CONF) with all their descendants:
+# the job steps, should any outlive their slurmd.
+our_job_processes() {
+  local pid
+  for pid in $(pgrep -f '^slurmstepd: \[' || true); do
+    tr '\0' '\n' < "/proc/$pid/environ" 2>/dev/null | grep -qx "SLURM_CONF=$conf" || continue
+    echo "$pid"
+    descendants "$pid"
+  done
+}
+descendants() {
+  local child
+  for child in $(ps -o pid= --ppid "$1" || true); do
+    echo "$child"
+    descendants "$child"
+  done
+}
+
+# Every job is cancelled, and the daemons wait until their jobs have ended.
+end_jobs() {
+  pid_alive "$base/slurmctld.pid" || return 0
+  scancel --quiet --partition=debug 2>/dev/null || true
+  local i
+  for i in $(seq 1 50); do
+    [ -z "$(squeue -h -p debug -o %i 2>/dev/null)" ] && return 0
+    sleep 0.2
+  done
+  echo "slurm-cluster: jobs were still ending after 10 s" >&2
+}
 
 all_running() {
   pid_alive "$munge_dir/munged.pid" && pid_alive "$base/slurmctld.pid" && pid_alive "$base/slurmd.pid"
@@ -160,26 +187,30 @@ cmd_start() {
     echo "slurm-cluster: already running; export SLURM_CONF=$conf"
     return 0
   fi
+  # A start that fails half-way ends what it started.
+  trap 'cmd_stop >/dev/null' EXIT
   write_munge_setup
   start_munge
   write_slurm_conf
   start_slurm
   wait_for_idle_node
+  trap - EXIT
   echo "slurm-cluster: node $node idle in partition debug; export SLURM_CONF=$conf"
 }
 
 cmd_stop() {
   need_root
-  if pid_alive "$base/slurmctld.pid"; then
-    # Jobs still known are ended first, so no job step outlives its slurmd.
-    scancel --full --quiet --partition=debug 2>/dev/null || true
-  fi
+  # Jobs first: slurmd leaves running jobs alone when it ends.
+  end_jobs
   stop_daemon "$base/slurmd.pid" slurmd
   stop_daemon "$base/slurmctld.pid" slurmctld
   stop_daemon "$munge_dir/munged.pid" munged
   local left
-  left=$(stray_stepds)
-  [ -z "$left" ] || { echo "slurm-cluster: ending leftover job steps $left" >&2; kill -KILL $left; }
+  left=$(our_job_processes | tr '\n' ' ')
+  if [ -n "${left// /}" ]; then
+    echo "slurm-cluster: ending leftover job processes $left" >&2
+    kill -KILL $left 2>/dev/null || true
+  fi
   echo "slurm-cluster: stopped"
 }
 
