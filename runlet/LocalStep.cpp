@@ -257,12 +257,8 @@ void LocalStep::TerminateStep(bool freshReading) {
 
 int LocalStep::FinalStepRc() {
     if (!startError_.empty() || !ended_) return kStepRcFailed;
-    if (!killedByRunner_ && !plan_.fileRcPath.empty()) {
-        const FileRcReading reading = ReadFileRc(plan_.fileRcPath);
-        if (reading.rc) return *reading.rc;
-        notes_.push_back("FileRC file \"" + plan_.fileRcPath + "\" " + reading.problem +
-                         "; the exit status gives the return code.");
-    }
+    if (!killedByRunner_)
+        if (const std::optional<int> rc = StepRcFromFileRc(plan_.fileRcPath, notes_)) return *rc;
     return StepRcFromEnd(endHow_, endStatus_);
 }
 

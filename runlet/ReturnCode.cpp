@@ -71,4 +71,12 @@ FileRcReading ReadFileRc(const std::string& path) {
     return {rc, {}};
 }
 
+std::optional<int> StepRcFromFileRc(const std::string& path, std::vector<std::string>& notes) {
+    if (path.empty()) return std::nullopt;
+    const FileRcReading reading = ReadFileRc(path);
+    if (!reading.rc)
+        notes.push_back("FileRC file \"" + path + "\" " + reading.problem + "; the exit status gives the return code.");
+    return reading.rc;
+}
+
 }  // namespace vq

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vq {
 
@@ -24,5 +25,8 @@ struct FileRcReading {
     std::string problem;
 };
 FileRcReading ReadFileRc(const std::string& path);
+// The return code that the FileRC file at `path` gives after the step's end; nothing when
+// there is no FileRC (empty `path`) or it gives none, which a line of `notes` then tells.
+std::optional<int> StepRcFromFileRc(const std::string& path, std::vector<std::string>& notes);
 
 }  // namespace vq

@@ -77,14 +77,16 @@ SbatchFailure ClassifySbatchFailure(std::string_view error) {
 }
 
 std::string SlurmMessage(std::string_view text) {
-    std::string_view line = LastLine(text);
-    // "sbatch: error: text" and "sbatch: fatal: text" lose the program and the level.
-    for (std::string_view level : {": error: ", ": fatal: "}) {
-        const size_t at = line.find(level);
-        if (at != std::string_view::npos && line.substr(0, at).find(' ') == std::string_view::npos) {
-            line.remove_prefix(at + level.size());
-            break;
-        }
+    // The last line that says something: a hint to run "sbatch --help" doesn't.
+    std::string_view line;
+    for (std::string_view candidate : Split(text, '\n'))
+        if (!Trim(candidate).empty() && Trim(candidate).rfind("Try \"", 0) != 0) line = Trim(candidate);
+    // "sbatch: error: text", "sbatch: fatal: text" and "sbatch: text" lose the program and the level.
+    const size_t colon = line.find(": ");
+    if (colon != std::string_view::npos && colon > 0 && line.substr(0, colon).find(' ') == std::string_view::npos) {
+        line.remove_prefix(colon + 2);
+        for (std::string_view level : {"error: ", "fatal: "})
+            if (line.rfind(level, 0) == 0) line.remove_prefix(level.size());
     }
     return std::string(line.substr(0, 500));
 }

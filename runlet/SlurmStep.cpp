@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 
@@ -26,7 +27,6 @@ constexpr int kEndWaitMs = 15'000;
 constexpr int kEndPollMs = 250;
 // "STOP" and "STRT" look again this long for the state that they asked for.
 constexpr int kStateWaitMs = 300;
-constexpr size_t kLongestJobId = 24;
 
 // A job name of the task key and the step, in characters that every Slurm tool shows as they are.
 std::string JobName(const StartRecord& start) {
@@ -72,6 +72,18 @@ std::string WithCrLf(const std::string& text) {
 }
 
 }  // namespace
+
+std::string SbatchFailureText(const CommandResult& result) {
+    const std::string unusable = kSlurmUnusable;
+    if (!result.found) return unusable + "sbatch was not found on PATH.";
+    if (!result.runError.empty()) return unusable + "sbatch can't be run: " + result.runError + ".";
+    if (result.timedOut)
+        return unusable + "sbatch did not answer within " + std::to_string(kSbatchTimeoutMs / 1000) + " seconds.";
+    if (result.exitStatus == 0) return unusable + "sbatch gave no job id but \"" + SlurmMessage(result.output) + "\".";
+    if (ClassifySbatchFailure(result.error) == SbatchFailure::Unreachable)
+        return unusable + "sbatch can't reach the controller: " + SlurmMessage(result.error);
+    return "The step could not be started. " + SlurmMessage(result.error);
+}
 
 int SlurmNice(int code, bool privileged, std::vector<std::string>& notes) {
     const int nice = NiceForPriority(code).value_or(0);
@@ -173,22 +185,9 @@ StartOutcome SlurmStep::Submit(const StepInput& input) {
         Poll();
         return StartOutcome::Started;
     }
-    if (!result.found)
-        startError_ = std::string(kSlurmUnusable) + "sbatch was not found on PATH.";
-    else if (!result.runError.empty())
-        startError_ = std::string(kSlurmUnusable) + "sbatch can't be run: " + result.runError + ".";
-    else if (result.timedOut) {
-        startError_ = std::string(kSlurmUnusable) + "sbatch did not answer within " +
-                      std::to_string(kSbatchTimeoutMs / 1000) + " seconds.";
-        // A controller that was slow to answer may have queued the job all the same.
-        Slurm({"scancel", "--me", "--name=" + JobName(input.start)});
-    }
-    else if (result.exitStatus == 0)
-        startError_ = std::string(kSlurmUnusable) + "sbatch gave no job id but \"" + SlurmMessage(result.output) + "\".";
-    else if (ClassifySbatchFailure(result.error) == SbatchFailure::Unreachable)
-        startError_ = std::string(kSlurmUnusable) + "sbatch can't reach the controller: " + SlurmMessage(result.error);
-    else
-        startError_ = "The step could not be started. " + SlurmMessage(result.error);
+    startError_ = SbatchFailureText(result);
+    // A controller that was slow to answer may have queued the job all the same.
+    if (result.timedOut) Slurm({"scancel", "--me", "--name=" + JobName(input.start)});
     guard_.Release();
     return StartOutcome::Failed;
 }
@@ -252,7 +251,7 @@ StepSnapshot SlurmStep::Snapshot() const {
     snapshot.ended = Ended();
     snapshot.stepRc = !startError_.empty() ? kStepRcFailed : stepRc_.value_or(0);
     snapshot.held = held_;
-    snapshot.countersValid = usage_.has_value();
+    snapshot.countersValid = usage_.has_value() && job_.state != "PENDING";
     if (usage_) {
         // Slurm gives user and system time together; the I/O count is in kilobytes moved.
         snapshot.counters.userTime = usage_->cpuTicks;
@@ -392,12 +391,8 @@ int SlurmStep::Finish() {
         Cancel();
         return kStepRcFailed;
     }
-    if (!killedByRunner_ && !plan_.fileRcPath.empty()) {
-        const FileRcReading reading = ReadFileRc(plan_.fileRcPath);
-        if (reading.rc) return *reading.rc;
-        notes_.push_back("FileRC file \"" + plan_.fileRcPath + "\" " + reading.problem +
-                         "; the exit status gives the return code.");
-    }
+    if (!killedByRunner_)
+        if (const std::optional<int> rc = StepRcFromFileRc(plan_.fileRcPath, notes_)) return *rc;
     if (jobKnown_ && !killedByRunner_ && *stepRc_ == kStepRcFailed && job_.state != "COMPLETED")
         notes_.push_back("Slurm job " + jobId_ + " ended " + job_.state + " (" +
                          (job_.reason.empty() || job_.reason == "None" ? "" : job_.reason + ", ") + "exit code " +

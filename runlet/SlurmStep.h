@@ -24,6 +24,9 @@ inline constexpr const char* kSlurmUnusable = "Slurm can't be used: ";
 // `privileged`: the user may give a job a negative nice value.
 CommandRequest MakeSbatchRequest(const StepPlan& plan, const StartRecord& start, const RunletOptions& options,
                                  bool privileged, std::vector<std::string>& notes);
+// Why sbatch gave no job, as the server reads it: Slurm can't be used at all (kSlurmUnusable),
+// or it refused this job.
+std::string SbatchFailureText(const CommandResult& result);
 // The Slurm nice value of a CPU priority code; a negative one only for a privileged user,
 // else 0 with a note of what was asked.
 int SlurmNice(int code, bool privileged, std::vector<std::string>& notes);

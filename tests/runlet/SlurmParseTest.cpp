@@ -122,6 +122,24 @@ TEST(SbatchRequestTest, NegativeNiceOnlyForAPrivilegedUser) {
     }
 }
 
+TEST(SbatchRequestTest, WhySbatchGaveNoJob) {
+    auto failed = [](bool found, const char* runError, bool timedOut, int exitStatus, const char* output,
+                     const char* error) {
+        return SbatchFailureText({found, runError, timedOut, exitStatus, output, error});
+    };
+    EXPECT_EQ(failed(false, "No such file or directory", false, -1, "", ""),
+              "Slurm can't be used: sbatch was not found on PATH.");
+    EXPECT_EQ(failed(true, "Permission denied", false, -1, "", ""),
+              "Slurm can't be used: sbatch can't be run: Permission denied.");
+    EXPECT_EQ(failed(true, "", true, -1, "", ""), "Slurm can't be used: sbatch did not answer within 12 seconds.");
+    EXPECT_EQ(failed(true, "", false, 0, "Submitted\n", ""), "Slurm can't be used: sbatch gave no job id but \"Submitted\".");
+    EXPECT_EQ(failed(true, "", false, 1, "", "sbatch: error: Batch job submission failed: Socket timed out on send/recv operation\n"),
+              "Slurm can't be used: sbatch can't reach the controller: Batch job submission failed: Socket timed out "
+              "on send/recv operation");
+    EXPECT_EQ(failed(true, "", false, 255, "", "sbatch: unrecognized option '--bogus'\nTry \"sbatch --help\" for more information\n"),
+              "The step could not be started. unrecognized option '--bogus'");
+}
+
 TEST(SlurmParseTest, JobIdOfSbatch) {
     EXPECT_EQ(ParseSbatchJobId("4711\n"), "4711");
     EXPECT_EQ(ParseSbatchJobId("4711;cluster1\n"), "4711");

@@ -123,6 +123,10 @@ TEST_F(SlurmStepTest, CountersComeFromSstatOnceTheJobRuns) {
     EXPECT_EQ(running.reply.IoCount, 10 * 10'000);
     EXPECT_THAT(CallsOf("sstat"), Contains("sstat\t-n\t-P\t--noconvert\t-j\t4711.batch\t"
                                            "--format=AveCPU,MaxRSS,MaxDiskRead,MaxDiskWrite"));
+    // "STAT" answers from the last poll: twenty of them ask Slurm nothing.
+    const size_t asked = Calls().size();
+    for (int i = 0; i < 20; ++i) runner->Send("STAT");
+    EXPECT_LE(Calls().size(), asked + 2);
     Set("state", "COMPLETED");
     EXPECT_EQ(runner->RunToEnd().reply.StepRc, 1);
 }
