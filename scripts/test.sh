@@ -14,5 +14,18 @@ for name in en_US de_DE nl_NL en_GB tr_TR; do
 done
 scripts/build.sh
 export QT_QPA_PLATFORM=offscreen
+
+# The Slurm tests run against a one-node cluster of this machine. One already running is used and
+# left running; one started here is stopped again however the tests end.
+if scripts/slurm-cluster.sh status >/dev/null 2>&1; then
+  export VQS_SLURM_CLUSTER=1
+elif scripts/slurm-cluster.sh start; then
+  export VQS_SLURM_CLUSTER=1
+  trap 'scripts/slurm-cluster.sh stop' EXIT
+else
+  echo "The Slurm cluster could not be started (see above): the Slurm tests will be skipped." >&2
+fi
+export "$(scripts/slurm-cluster.sh env)"
+
 cd build
-exec dbus-run-session -- ctest --output-on-failure -j"$(nproc)" --timeout 300 "$@"
+dbus-run-session -- ctest --output-on-failure -j"$(nproc)" --timeout 300 "$@"
