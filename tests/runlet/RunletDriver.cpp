@@ -20,8 +20,6 @@ extern char** environ;
 
 namespace vq::test {
 
-std::string Helper(const std::string& arguments) { return BinPath("vqstephelper") + " " + arguments; }
-
 RunletDriver::RunletDriver(uid_t user) { Launch(user, {}, {}); }
 
 RunletDriver::RunletDriver(const std::vector<std::string>& options, const std::vector<std::string>& environment) {

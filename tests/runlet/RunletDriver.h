@@ -12,9 +12,6 @@
 
 namespace vq::test {
 
-// "vqstephelper ARGS" with the helper's full path.
-std::string Helper(const std::string& arguments);
-
 struct Answer {
     ReplyRecord reply;
     std::string text;

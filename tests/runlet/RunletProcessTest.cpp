@@ -71,7 +71,7 @@ TEST_F(RunletTest, ReturnCodeRule) {
 // writes) by another: the counters grow while it runs, children count once they are reaped, and
 // the peak stays.
 TEST_F(RunletTest, CountersOfTheWholeStepGrowAndCountReapedChildren) {
-    runlet.Start(Start(), Helper("burn 300") + "; dd if=/dev/zero of=/dev/null bs=200M count=1 2>/dev/null; "
+    runlet.Start(Start(), BinPath("vqstephelper") + " burn 300" + "; dd if=/dev/zero of=/dev/null bs=200M count=1 2>/dev/null; "
                           "dd if=/dev/zero of=/dev/null bs=1 count=10000 2>/dev/null; true");
     int64_t cpu = 0, cpuWhileRunning = 0;
     for (ReplyRecord stat; stat.RunnerState < 4; std::this_thread::sleep_for(std::chrono::milliseconds(50))) {
