@@ -147,16 +147,13 @@ TEST(SlurmParseTest, FieldsOfScontrolShowJobOnOneLineOrMany) {
         "JobId=7 JobName=000012-1 JobState=PENDING Reason=JobHeldUser Dependency=(null) ExitCode=0:0 "
         "Partition=debug Command=(null) WorkDir=/a Partition=other b StdOut=/x JobState=RUNNING\n");
     ASSERT_TRUE(one);
-    EXPECT_EQ(one->state, "PENDING");
-    EXPECT_EQ(one->reason, "JobHeldUser");
-    EXPECT_EQ(one->exitCode, "0:0");
-    EXPECT_EQ(one->partition, "debug");
+    EXPECT_EQ(std::tie(one->state, one->reason, one->partition, one->exitCode),
+              std::make_tuple("PENDING", "JobHeldUser", "debug", "0:0"));
     EXPECT_TRUE(IsHeld(*one));
     const std::optional<SlurmJob> many = ParseScontrolJob(
         "JobId=7 JobName=x\n   JobState=COMPLETED Reason=None Dependency=(null)\n   ExitCode=3:0\n   Partition=p1\n");
     ASSERT_TRUE(many);
-    EXPECT_EQ(many->state, "COMPLETED");
-    EXPECT_EQ(many->exitCode, "3:0");
+    EXPECT_EQ(std::tie(many->state, many->exitCode), std::make_tuple("COMPLETED", "3:0"));
     EXPECT_FALSE(IsHeld(*many));
     EXPECT_FALSE(ParseScontrolJob("slurm_load_jobs error: Invalid job id specified\n"));
     EXPECT_FALSE(ParseScontrolJob("JobState= Partition=x"));

@@ -121,10 +121,8 @@ TEST_F(SlurmStepTest, CountersComeFromSstatOnceTheJobRuns) {
     Set("partition", "debug");
     Answer running;
     ASSERT_TRUE(WaitUntil([&] { return (running = runner->Send("STAT")).reply.CountersValid == 1; }, 5'000, 100));
-    EXPECT_EQ(running.text, "Slurm job 4711 in partition debug.");
-    EXPECT_EQ(running.reply.CpuTimeA, 25'000'000);
-    EXPECT_EQ(running.reply.PeakMemory, 2048);
-    EXPECT_EQ(running.reply.IoCount, 10 * 10'000);
+    EXPECT_EQ(std::tie(running.text, running.reply.CpuTimeA, running.reply.PeakMemory, running.reply.IoCount),
+              std::make_tuple("Slurm job 4711 in partition debug.", 25'000'000, 2048, 10 * 10'000));
     EXPECT_THAT(CallsOf("sstat"), Contains("sstat\t-n\t-P\t--noconvert\t-j\t4711.batch\t"
                                            "--format=AveCPU,MaxRSS,MaxDiskRead,MaxDiskWrite"));
     // "STAT" answers from the last poll: twenty of them ask Slurm nothing.
