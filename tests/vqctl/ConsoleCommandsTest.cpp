@@ -32,10 +32,8 @@ TEST(ConsoleCommands, AnswersWithoutAServer) {
          2,
          "--at takes \"yyyy-mm-dd hh:mm:ss\": 'tomorrow'"},
         {{"add", "--name", "a/b", "--", "true"}, 2, "TASKNAME"},
-        {{"add", "--", "true"}, 2, "no server is running for this user"},
         {{"add"}, 2, "COMMAND is required"},
         {{"status"}, 2, "vqctl status: no server is running for this user"},
-        {{"wait", "000001-Task"}, 2, "vqctl wait: no server is running"},
         {{"queue", "pause"}, 2, "pause"},
         {{"follow"}, 2, "KEY is required"},
     };
