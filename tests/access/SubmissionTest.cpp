@@ -3,7 +3,6 @@
 
 #include <functional>
 #include <map>
-#include <tuple>
 
 #include "access/Submission.h"
 #include "core/Monitor.h"
@@ -100,14 +99,14 @@ TEST_F(SubmissionTest, TaskMaxRCAndQueuePriority) {
     }
 }
 
+// The row of each step: its range, Execute and folder as given, then as the row holds them.
 TEST_F(SubmissionTest, StepRangesExecuteAndWorkDir) {
-    struct Case { std::string minRC, maxRC, execute, workDir, wantMin, wantMax, wantExecute, wantDir; };
-    const Case cases[] = {
-        {"0", "0", "1", "", "1", "1", "Yes", "%VQS%"},
-        {"", "", "0", "/tmp", "1", "1", "No", "/tmp"},
-        {"3", "2", "2", "", "3", "3", "No", "%VQS%"},
-        {"2", "5", "3", "%VQS%/x", "2", "5", "Yes", "%VQS%/x"},
-        {"99", "99", "-1", "", "99", "99", "Yes", "%VQS%"}};
+    struct Case { std::string minRC, maxRC, execute, workDir, row; };
+    const Case cases[] = {{"0", "0", "1", "", "1-1 Yes %VQS%"},
+                          {"", "", "0", "/tmp", "1-1 No /tmp"},
+                          {"3", "2", "2", "", "3-3 No %VQS%"},
+                          {"2", "5", "3", "%VQS%/x", "2-5 Yes %VQS%/x"},
+                          {"99", "99", "-1", "", "99-99 Yes %VQS%"}};
     ASSERT_TRUE(Submit([&](TaskFileData& t) {
         t.steps.clear();
         for (const Case& c : cases) {
@@ -121,8 +120,9 @@ TEST_F(SubmissionTest, StepRangesExecuteAndWorkDir) {
     }));
     for (size_t i = 0; i < std::size(cases); ++i) {
         const std::string key = MakeStepKey("000001-Nightly", static_cast<int>(i + 1));
-        EXPECT_EQ(std::make_tuple(Step(key, "MinRC"), Step(key, "MaxRC"), Step(key, "Execute"), Step(key, "WorkDir")),
-                  std::tie(cases[i].wantMin, cases[i].wantMax, cases[i].wantExecute, cases[i].wantDir)) << i;
+        EXPECT_EQ(Step(key, "MinRC") + "-" + Step(key, "MaxRC") + " " + Step(key, "Execute") + " " +
+                      Step(key, "WorkDir"),
+                  cases[i].row);
         EXPECT_EQ(Step(key, "StepStatus"), "Pending");
         EXPECT_EQ(Step(key, "BuffHeight"), "0300");
         EXPECT_EQ(Step(key, "Parent"), "000001-Nightly");

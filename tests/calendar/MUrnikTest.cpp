@@ -146,7 +146,8 @@ TEST(ParseRepeat, CutsTheFixedPositionsAndRefusesWhatIsNoNumber) {
     EXPECT_NO_THROW(ParseRepeat("0000" + masks + "0000"));  // 46 characters, no mode
     const std::string monthDays = std::string(14, ' ') + "X" + std::string(16, ' ');  // the 15th
     const RepeatRule rule = ParseRepeat("0012" + monthDays + " X     0130WDH");
-    EXPECT_EQ(std::tie(rule.Times, rule.MonthDays, rule.WeekDays, rule.EveryHours, rule.EveryMinutes, rule.Mode),
+    EXPECT_EQ(std::tie(rule.Times, rule.MonthDays, rule.WeekDays, rule.EveryHours, rule.EveryMinutes,
+                       rule.Mode),
               std::make_tuple(12, monthDays, " X     ", 1, 30, "WDH"));
     EXPECT_EQ(ModeNumber(rule.Mode), 2);
 }

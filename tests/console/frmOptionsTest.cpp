@@ -69,19 +69,17 @@ TEST_F(frmOptionsTest, OpensWithTheSixTabsTheStoredSettingsAndTheLogonFieldsEmpt
     t.SetSetting("MJP", "P31");
     t.SetSetting("ConsMode", "0");
     Open();
-    const char* tabs[][3] = {{"General", "General", "General Options"},
-                             {"Columns", "Columns", "Columns"},
-                             {"Non-working days", "Holidays", "Non-working days"},
-                             {"Auto Logon", "Logon", "Auto Logon"},
-                             {"Misc", "Timers", "Misc"},
-                             {"Classes", "Classes", "Classes"}};
+    // Each tab's caption, key and tool tip.
     auto* tabWidget = Find<QTabWidget>("tbsOptions");
-    ASSERT_EQ(tabWidget->count(), 6);
-    for (int i = 0; i < 6; ++i) {
-        EXPECT_EQ(tabWidget->tabText(i).toStdString(), tabs[i][0]);
-        EXPECT_EQ(tabWidget->tabBar()->tabData(i).toString().toStdString(), tabs[i][1]);
-        EXPECT_EQ(tabWidget->tabToolTip(i).toStdString(), tabs[i][2]);
-    }
+    QStringList tabs;
+    for (int i = 0; i < tabWidget->count(); ++i)
+        tabs << QStringList{tabWidget->tabText(i), tabWidget->tabBar()->tabData(i).toString(),
+                            tabWidget->tabToolTip(i)}
+                    .join(QLatin1Char('|'));
+    EXPECT_EQ(tabs.join(QLatin1String(", ")).toStdString(),
+              "General|General|General Options, Columns|Columns|Columns, "
+              "Non-working days|Holidays|Non-working days, Auto Logon|Logon|Auto Logon, "
+              "Misc|Timers|Misc, Classes|Classes|Classes");
     EXPECT_EQ(Text("Text1"), "1");
     EXPECT_FALSE(Find("Text1")->isEnabled());
     EXPECT_EQ(Text("Text2"), "15");
