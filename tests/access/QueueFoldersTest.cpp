@@ -166,20 +166,14 @@ TEST_F(ClearProjectFoldersTest, NothingOutsideTheRootIsDeletedThroughALinkedFold
     }
 }
 
-TEST_F(QueueFoldersTest, AcceptQueueFolderStoresOnlyAPrivateRootWhoseTreeIsMade) {
-    const std::string root = ts.dir.Path() + "new/deep/root";
-    std::string reason;
-    EXPECT_TRUE(AcceptQueueFolder(*ts, root + "//", reason)) << reason;
-    EXPECT_EQ(GetSettingText(*ts.registry, "ServerSettings", "ServPath"), root + "/");
-    EXPECT_TRUE(PathExists(root + "/$Data/Orvantis.ctf"));
-    struct stat st {};
-    ASSERT_EQ(stat(root.c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0700u);
-
+// A root that is stored private with its tree: the folder dialog's tests.
+TEST_F(QueueFoldersTest, AcceptQueueFolderStoresNoRootWhoseTreeCantBeMadeAndSaysWhy) {
+    MakeFolders(ts.dir.Path() + "new");
     AppendToFile(ts.dir.Path() + "new/$Data", "a file where a folder must be");
+    std::string reason;
     EXPECT_FALSE(AcceptQueueFolder(*ts, ts.dir.Path() + "new", reason));
     EXPECT_EQ(reason, ts.dir.Path() + "new/$Data: Not a directory");
-    EXPECT_EQ(GetSettingText(*ts.registry, "ServerSettings", "ServPath"), root + "/");
+    EXPECT_EQ(GetSettingText(*ts.registry, "ServerSettings", "ServPath"), Root());
 }
 
 TEST_F(QueueFoldersTest, CellsOfALoadedQueueMakeNothingOutsideTheRoot) {

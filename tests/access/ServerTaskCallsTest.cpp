@@ -32,16 +32,8 @@ TEST_F(ServerTaskCallsTest, AnUnknownKeyAnswersFalseAndChangesNothing) {
     EXPECT_EQ(Status(key), kWaiting);
 }
 
-TEST_F(ServerTaskCallsTest, HoldResumeAndCancelOfAWaitingTask) {
-    const std::string key = ts.AddTask(1, "Job", kReady);
-    EXPECT_TRUE(calls.HoldTask(key));
-    EXPECT_TRUE(calls.HoldTask(key));
-    EXPECT_EQ(Status(key), kReadyHold);
-    EXPECT_TRUE(calls.ResumeTask(key));
-    EXPECT_EQ(Status(key), kReady);
-    EXPECT_TRUE(calls.CancelTask(key));
-    EXPECT_EQ(Status(key), kCompleteCancelled);
-
+// Hold, resume and cancel of a found task: the door's test over the bus.
+TEST_F(ServerTaskCallsTest, ACancelOfAFinishedTaskFailsAndStillStopsItsRepeats) {
     const std::string done = ts.AddTask(2, "Done", kComplete);
     SetCell(ts->tables, kTaskTable, done, "RepCancel", "1");
     EXPECT_FALSE(calls.CancelTask(done));

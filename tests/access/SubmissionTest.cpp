@@ -99,14 +99,14 @@ TEST_F(SubmissionTest, TaskMaxRCAndQueuePriority) {
     }
 }
 
+// The row of each step: its range, Execute and folder as given, then as the row holds them.
 TEST_F(SubmissionTest, StepRangesExecuteAndWorkDir) {
-    struct Case { std::string minRC, maxRC, execute, workDir, wantMin, wantMax, wantExecute, wantDir; };
-    const Case cases[] = {
-        {"0", "0", "1", "", "1", "1", "Yes", "%VQS%"},
-        {"", "", "0", "/tmp", "1", "1", "No", "/tmp"},
-        {"3", "2", "2", "", "3", "3", "No", "%VQS%"},
-        {"2", "5", "3", "%VQS%/x", "2", "5", "Yes", "%VQS%/x"},
-        {"99", "99", "-1", "", "99", "99", "Yes", "%VQS%"}};
+    struct Case { std::string minRC, maxRC, execute, workDir, row; };
+    const Case cases[] = {{"0", "0", "1", "", "1-1 Yes %VQS%"},
+                          {"", "", "0", "/tmp", "1-1 No /tmp"},
+                          {"3", "2", "2", "", "3-3 No %VQS%"},
+                          {"2", "5", "3", "%VQS%/x", "2-5 Yes %VQS%/x"},
+                          {"99", "99", "-1", "", "99-99 Yes %VQS%"}};
     ASSERT_TRUE(Submit([&](TaskFileData& t) {
         t.steps.clear();
         for (const Case& c : cases) {
@@ -120,10 +120,9 @@ TEST_F(SubmissionTest, StepRangesExecuteAndWorkDir) {
     }));
     for (size_t i = 0; i < std::size(cases); ++i) {
         const std::string key = MakeStepKey("000001-Nightly", static_cast<int>(i + 1));
-        EXPECT_EQ(Step(key, "MinRC"), cases[i].wantMin) << i;
-        EXPECT_EQ(Step(key, "MaxRC"), cases[i].wantMax) << i;
-        EXPECT_EQ(Step(key, "Execute"), cases[i].wantExecute) << i;
-        EXPECT_EQ(Step(key, "WorkDir"), cases[i].wantDir) << i;
+        EXPECT_EQ(Step(key, "MinRC") + "-" + Step(key, "MaxRC") + " " + Step(key, "Execute") + " " +
+                      Step(key, "WorkDir"),
+                  cases[i].row);
         EXPECT_EQ(Step(key, "StepStatus"), "Pending");
         EXPECT_EQ(Step(key, "BuffHeight"), "0300");
         EXPECT_EQ(Step(key, "Parent"), "000001-Nightly");
@@ -145,8 +144,8 @@ TEST_F(SubmissionTest, TheFailurePathLogsDeletesAndKeepsWhatWasWritten) {
     const std::string invalid = "is invalid and it will be deleted.\r\n", checked = invalid + "Error #: 0 - \r\n";
     using Cells = std::map<std::string, std::string>;  // of the row left behind
     struct Case { const char* what; Edit edit; bool result; std::string logged; Cells cells; };
+    // A foreign computer: the door's test.
     const Case cases[] = {
-        {"foreign computer", [](TaskFileData& t) { t.general.Server = "ELSEWHERE"; }, false, checked, {}},
         {"foreign submitter", [](TaskFileData& t) { t.general.SubServer = "ELSEWHERE"; }, false, checked, {}},
         {"name with a slash", [](TaskFileData& t) { t.general.TaskName = "a/b"; }, false,
          invalid + "Error #: 0 - The field TASKNAME \"a/b\"", {}},

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "calendar/MUrnik.h"
@@ -143,13 +144,11 @@ TEST(ParseRepeat, CutsTheFixedPositionsAndRefusesWhatIsNoNumber) {
     for (const auto& [text, problem] : bad)
         EXPECT_THAT([&] { ParseRepeat(text); }, ThrowsMessage<VqError>(HasSubstr(problem)));
     EXPECT_NO_THROW(ParseRepeat("0000" + masks + "0000"));  // 46 characters, no mode
-    const RepeatRule rule = ParseRepeat("0012" + std::string(14, ' ') + "X" + std::string(16, ' ') +
-                                        " X     0130WDH");
-    EXPECT_EQ(rule.Times, 12);
-    EXPECT_EQ(rule.MonthDays.find('X'), 14u);  // the 15th
-    EXPECT_EQ(rule.WeekDays, " X     ");
-    EXPECT_EQ(rule.EveryHours, 1);
-    EXPECT_EQ(rule.EveryMinutes, 30);
+    const std::string monthDays = std::string(14, ' ') + "X" + std::string(16, ' ');  // the 15th
+    const RepeatRule rule = ParseRepeat("0012" + monthDays + " X     0130WDH");
+    EXPECT_EQ(std::tie(rule.Times, rule.MonthDays, rule.WeekDays, rule.EveryHours, rule.EveryMinutes,
+                       rule.Mode),
+              std::make_tuple(12, monthDays, " X     ", 1, 30, "WDH"));
     EXPECT_EQ(ModeNumber(rule.Mode), 2);
 }
 

@@ -106,11 +106,8 @@ TEST(TroubleTicketText, HasItsLinesInOrderWithTheCheckedSystemsJoined) {
 TEST_F(VqSupportTest, TheTicketGoesToTheClipboardAndToAFileWithTheirMessages) {
     FillIn();
     Click("Command1");
+    // The ticket's lines are TroubleTicketText's test; here the form's fields reach them.
     const std::string ticket = QApplication::clipboard()->text().toStdString();
-    EXPECT_EQ(
-        ticket.rfind(
-            kSupportMailAddress + "\r\n>> Orvantis Trouble Ticket <<\r\nop@example.org\r\n", 0),
-        0u);
     EXPECT_NE(ticket.find("\r\nServers: 1, 0, 2000-2003\r\nWorkstations: 0, 0, \r\nTasks stay "
                           "Ready.\r\nWhy?\r\n"),
               std::string::npos);

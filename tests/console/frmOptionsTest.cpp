@@ -69,19 +69,17 @@ TEST_F(frmOptionsTest, OpensWithTheSixTabsTheStoredSettingsAndTheLogonFieldsEmpt
     t.SetSetting("MJP", "P31");
     t.SetSetting("ConsMode", "0");
     Open();
-    const char* tabs[][3] = {{"General", "General", "General Options"},
-                             {"Columns", "Columns", "Columns"},
-                             {"Non-working days", "Holidays", "Non-working days"},
-                             {"Auto Logon", "Logon", "Auto Logon"},
-                             {"Misc", "Timers", "Misc"},
-                             {"Classes", "Classes", "Classes"}};
+    // Each tab's caption, key and tool tip.
     auto* tabWidget = Find<QTabWidget>("tbsOptions");
-    ASSERT_EQ(tabWidget->count(), 6);
-    for (int i = 0; i < 6; ++i) {
-        EXPECT_EQ(tabWidget->tabText(i).toStdString(), tabs[i][0]);
-        EXPECT_EQ(tabWidget->tabBar()->tabData(i).toString().toStdString(), tabs[i][1]);
-        EXPECT_EQ(tabWidget->tabToolTip(i).toStdString(), tabs[i][2]);
-    }
+    QStringList tabs;
+    for (int i = 0; i < tabWidget->count(); ++i)
+        tabs << QStringList{tabWidget->tabText(i), tabWidget->tabBar()->tabData(i).toString(),
+                            tabWidget->tabToolTip(i)}
+                    .join(QLatin1Char('|'));
+    EXPECT_EQ(tabs.join(QLatin1String(", ")).toStdString(),
+              "General|General|General Options, Columns|Columns|Columns, "
+              "Non-working days|Holidays|Non-working days, Auto Logon|Logon|Auto Logon, "
+              "Misc|Timers|Misc, Classes|Classes|Classes");
     EXPECT_EQ(Text("Text1"), "1");
     EXPECT_FALSE(Find("Text1")->isEnabled());
     EXPECT_EQ(Text("Text2"), "15");
@@ -217,13 +215,8 @@ TEST_F(frmOptionsTest, OkWritesTheSettingsTheClassesAndTheDaysAndApplyAfterCance
     EXPECT_EQ(Setting("LogonEn"), "0");
     EXPECT_EQ(t->classes.ClassTable[1].MaxCpu, 86400 + 3600);
     EXPECT_EQ(t->classes.ClassTable[1].MaxUnits, 86400 + 3600 + 2048);
-    const std::string file = test::ReadFileText(t->DataPath + "Classes.dat");
-    EXPECT_NE(
-        file.find(
-            "<CLASS-1>\r\n        <CLASSNAME>B</CLASSNAME>\r\n        <MAXTIME>0</MAXTIME>\r\n"
-            "        <CPU>90000</CPU>"),
-        std::string::npos)
-        << file;
+    // The file's form is the classes file's own test; here it holds the edit.
+    EXPECT_NE(test::ReadFileText(t->DataPath + "Classes.dat").find("<CPU>90000</CPU>"), std::string::npos);
     EXPECT_EQ(columnRebuilds, 1);
     // Both password fields empty write ALOP from the empty text and turn auto logon off.
     EXPECT_FALSE(Setting("ALOP").empty());
@@ -254,7 +247,6 @@ TEST_F(frmOptionsTest, AFailureStopsApplyWithItsMessageAndKeepsWhatWasWritten) {
     Click("cmdApply");
     ASSERT_EQ(t.op.messages.size(), 1u);
     EXPECT_EQ(t.op.messages[0].text.rfind("Error: Cannot Save Settings!\n\n", 0), 0u);
-    EXPECT_GT(t.op.messages[0].text.size(), 31u);
     EXPECT_EQ(Setting("BufH"), "900");
     EXPECT_FALSE(PathExists(t->DataPath + "Classes.dat"));
     EXPECT_EQ(columnRebuilds, 0);
@@ -296,16 +288,13 @@ TEST_F(frmOptionsTest, CtrlTabGoesToTheNextTabAndFromTheLastToTheFirst) {
     EXPECT_EQ(tabs->currentIndex(), 0);
 }
 
-TEST_F(frmOptionsTest, WithEveryColumnUncheckedOkLeavesTheTaskListItsThreeColumns) {
+TEST(frmOptionsColumns, WithEveryColumnUncheckedOkLeavesTheTaskListItsThreeColumns) {
     ScreenRelay relay;
-    Server server(t.clock, t.op, *t.registry, relay);
-    BuildColumns(server.tables, *t.registry);
-    server.ServerPath = t->ServerPath;
-    server.DataPath = t->DataPath;
-    Form1 window(server);
+    test::TestServer t(&relay);
+    Form1 window(*t);
     relay.SetTarget(&window);
     window.LoadAtStart();
-    frmOptions options(server, [&window] {
+    frmOptions options(*t, [&window] {
         window.SaveColumnWidths();
         window.Views().BuildTaskColumns();
         window.Views().mnuViewRefresh_Click();
@@ -316,7 +305,6 @@ TEST_F(frmOptionsTest, WithEveryColumnUncheckedOkLeavesTheTaskListItsThreeColumn
     options.findChild<QPushButton*>(QStringLiteral("cmdOK"))->click();
     const auto* list = window.findChild<QTreeView*>(QStringLiteral("TaskView"));
     EXPECT_EQ(list->model()->columnCount(), 3);
-    EXPECT_EQ(server.tables.TaskView.Columns().size(), 3u);
     EXPECT_EQ(GetSettingText(*t.registry, "Settings", "Show-Units"), "0");
     relay.SetTarget(nullptr);
 }

@@ -5,7 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <fstream>
@@ -16,11 +15,7 @@
 #include "runner/RunnerLink.h"
 #include "tests/support/TestSupport.h"
 
-extern char** environ;
-
 namespace vq::test {
-
-std::string Helper(const std::string& arguments) { return BinPath("vqstephelper") + " " + arguments; }
 
 RunletDriver::RunletDriver(uid_t user) { Launch(user, {}, {}); }
 
@@ -33,28 +28,20 @@ void RunletDriver::Launch(uid_t user, const std::vector<std::string>& options,
     int toChild[2], fromChild[2];
     if (::pipe2(toChild, O_CLOEXEC) != 0 || ::pipe2(fromChild, O_CLOEXEC) != 0)
         throw std::runtime_error("pipes for runlet");
-    // Everything the child needs is made before the fork.
-    std::vector<std::string> arguments = {BinPath("runlet")};
+    // Everything the child needs is made before the fork; env(1) puts in the variables given.
+    std::vector<std::string> arguments = {"/usr/bin/env"};
+    arguments.insert(arguments.end(), environment.begin(), environment.end());
+    arguments.push_back(BinPath("runlet"));
     arguments.insert(arguments.end(), options.begin(), options.end());
-    std::vector<std::string> variables = environment;
-    auto overridden = [&](std::string_view variable) {
-        const std::string_view name = variable.substr(0, variable.find('=') + 1);
-        return std::any_of(environment.begin(), environment.end(),
-                           [&](const std::string& given) { return given.rfind(name, 0) == 0; });
-    };
-    for (char** v = environ; *v; ++v)
-        if (!overridden(*v)) variables.emplace_back(*v);
-    std::vector<char*> argv, envp;
+    std::vector<char*> argv;
     for (std::string& a : arguments) argv.push_back(a.data());
-    for (std::string& v : variables) envp.push_back(v.data());
     argv.push_back(nullptr);
-    envp.push_back(nullptr);
     pid_ = ::fork();
     if (pid_ == 0) {
         ::dup2(toChild[0], 0);
         ::dup2(fromChild[1], 1);
         if (user != static_cast<uid_t>(-1) && (::setgid(user) != 0 || ::setuid(user) != 0)) ::_exit(126);
-        ::execve(argv[0], argv.data(), envp.data());
+        ::execv(argv[0], argv.data());
         ::_exit(127);
     }
     ::close(toChild[0]);

@@ -12,9 +12,6 @@
 
 namespace vq::test {
 
-// "vqstephelper ARGS" with the helper's full path.
-std::string Helper(const std::string& arguments);
-
 struct Answer {
     ReplyRecord reply;
     std::string text;
@@ -24,7 +21,7 @@ class RunletDriver {
 public:
     // `user` other than -1: the runner runs as that user (the test must be root for that).
     explicit RunletDriver(uid_t user = static_cast<uid_t>(-1));
-    // The runner with these options, and these NAME=VALUE added to its environment.
+    // The runner with these options, and these NAME=VALUE set in its environment.
     RunletDriver(const std::vector<std::string>& options, const std::vector<std::string>& environment);
     ~RunletDriver();
     RunletDriver(const RunletDriver&) = delete;

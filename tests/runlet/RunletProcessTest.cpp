@@ -28,7 +28,6 @@ class RunletTest : public ::testing::Test {
 protected:
     std::string Folder() const { return dir.Path(); }
     StartRecord Start() const { return MakeStart(Folder()); }
-    std::string Output() const { return ReadFileText(Folder() + "Step1.txt"); }
     static bool NoneAlive(const std::vector<pid_t>& pids) {
         return WaitUntil([&] { return std::none_of(pids.begin(), pids.end(), ProcessAlive); }, 2000);
     }
@@ -71,7 +70,7 @@ TEST_F(RunletTest, ReturnCodeRule) {
 // writes) by another: the counters grow while it runs, children count once they are reaped, and
 // the peak stays.
 TEST_F(RunletTest, CountersOfTheWholeStepGrowAndCountReapedChildren) {
-    runlet.Start(Start(), Helper("burn 300") + "; dd if=/dev/zero of=/dev/null bs=200M count=1 2>/dev/null; "
+    runlet.Start(Start(), BinPath("vqstephelper") + " burn 300" + "; dd if=/dev/zero of=/dev/null bs=200M count=1 2>/dev/null; "
                           "dd if=/dev/zero of=/dev/null bs=1 count=10000 2>/dev/null; true");
     int64_t cpu = 0, cpuWhileRunning = 0;
     for (ReplyRecord stat; stat.RunnerState < 4; std::this_thread::sleep_for(std::chrono::milliseconds(50))) {
@@ -106,8 +105,8 @@ TEST_F(RunletTest, StepRunsInItsFolderWithItsEnvironmentAndAppendsBothStreams) {
     const Answer end = runlet.RunToEnd();
     const std::string folder = Folder().substr(0, Folder().size() - 1);
     // In the listing, 3 is the folder that ls itself opens.
-    EXPECT_EQ(Output(), "before\n" + folder + "/work\nhello world|a=b|000012|Runner test|2|" + folder +
-                            "|7\nerr\n0 1 2 3 ");
+    EXPECT_EQ(ReadFileText(Folder() + "Step1.txt"),
+              "before\n" + folder + "/work\nhello world|a=b|000012|Runner test|2|" + folder + "|7\nerr\n0 1 2 3 ");
     EXPECT_NE(end.text.find("Environ line 2"), std::string::npos) << end.text;
 }
 

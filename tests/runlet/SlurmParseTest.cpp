@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <tuple>
 
 #include "runlet/RunletOptions.h"
 #include "runlet/ShellWords.h"
@@ -52,11 +53,8 @@ TEST(RunletOptionsTest, OptionsAndTheErrorThatNamesABadOne) {
     const RunletOptions all = ParseRunletOptions({"--backend=SLURM", "--poll-seconds=3600", "--partition=debug",
                                                   "--account=lab", "--sbatch-args=--qos=low '--comment=a b'"});
     EXPECT_TRUE(all.Valid()) << all.error;
-    EXPECT_TRUE(all.slurm);
-    EXPECT_EQ(all.pollSeconds, 3600);
-    EXPECT_EQ(all.partition, "debug");
-    EXPECT_EQ(all.account, "lab");
-    EXPECT_EQ(all.sbatchArgs, (Words{"--qos=low", "--comment=a b"}));
+    EXPECT_EQ(std::tie(all.slurm, all.pollSeconds, all.partition, all.account, all.sbatchArgs),
+              std::make_tuple(true, 3600, "debug", "lab", Words{"--qos=low", "--comment=a b"}));
     EXPECT_FALSE(ParseRunletOptions({"--backend=local"}).slurm);
 
     const std::pair<const char*, const char*> bad[] = {
@@ -122,20 +120,16 @@ TEST(SbatchRequestTest, NegativeNiceOnlyForAPrivilegedUser) {
     }
 }
 
+// A missing sbatch and an unreachable controller: the runner's test over the fake Slurm.
 TEST(SbatchRequestTest, WhySbatchGaveNoJob) {
     auto failed = [](bool found, const char* runError, bool timedOut, int exitStatus, const char* output,
                      const char* error) {
         return SbatchFailureText({found, runError, timedOut, exitStatus, output, error});
     };
-    EXPECT_EQ(failed(false, "No such file or directory", false, -1, "", ""),
-              "Slurm can't be used: sbatch was not found on PATH.");
     EXPECT_EQ(failed(true, "Permission denied", false, -1, "", ""),
               "Slurm can't be used: sbatch can't be run: Permission denied.");
     EXPECT_EQ(failed(true, "", true, -1, "", ""), "Slurm can't be used: sbatch did not answer within 12 seconds.");
     EXPECT_EQ(failed(true, "", false, 0, "Submitted\n", ""), "Slurm can't be used: sbatch gave no job id but \"Submitted\".");
-    EXPECT_EQ(failed(true, "", false, 1, "", "sbatch: error: Batch job submission failed: Socket timed out on send/recv operation\n"),
-              "Slurm can't be used: sbatch can't reach the controller: Batch job submission failed: Socket timed out "
-              "on send/recv operation");
     EXPECT_EQ(failed(true, "", false, 255, "", "sbatch: unrecognized option '--bogus'\nTry \"sbatch --help\" for more information\n"),
               "The step could not be started. unrecognized option '--bogus'");
 }
@@ -153,16 +147,13 @@ TEST(SlurmParseTest, FieldsOfScontrolShowJobOnOneLineOrMany) {
         "JobId=7 JobName=000012-1 JobState=PENDING Reason=JobHeldUser Dependency=(null) ExitCode=0:0 "
         "Partition=debug Command=(null) WorkDir=/a Partition=other b StdOut=/x JobState=RUNNING\n");
     ASSERT_TRUE(one);
-    EXPECT_EQ(one->state, "PENDING");
-    EXPECT_EQ(one->reason, "JobHeldUser");
-    EXPECT_EQ(one->exitCode, "0:0");
-    EXPECT_EQ(one->partition, "debug");
+    EXPECT_EQ(std::tie(one->state, one->reason, one->partition, one->exitCode),
+              std::make_tuple("PENDING", "JobHeldUser", "debug", "0:0"));
     EXPECT_TRUE(IsHeld(*one));
     const std::optional<SlurmJob> many = ParseScontrolJob(
         "JobId=7 JobName=x\n   JobState=COMPLETED Reason=None Dependency=(null)\n   ExitCode=3:0\n   Partition=p1\n");
     ASSERT_TRUE(many);
-    EXPECT_EQ(many->state, "COMPLETED");
-    EXPECT_EQ(many->exitCode, "3:0");
+    EXPECT_EQ(std::tie(many->state, many->exitCode), std::make_tuple("COMPLETED", "3:0"));
     EXPECT_FALSE(IsHeld(*many));
     EXPECT_FALSE(ParseScontrolJob("slurm_load_jobs error: Invalid job id specified\n"));
     EXPECT_FALSE(ParseScontrolJob("JobState= Partition=x"));
@@ -205,13 +196,11 @@ TEST(SlurmParseTest, DurationsAmountsAndReadingsOfSstat) {
         {"00:00:01|1462272|8057|1.00M\n", {10'000'000, 1428, 8057, 1'048'576}},
         {"00:01:02.500|204800K|4096|1.5K", {625'000'000, 204800, 4096, 1536}},
     };
+    const auto fields = [](const SlurmUsage& u) { return std::tie(u.cpuTicks, u.peakKb, u.readBytes, u.writtenBytes); };
     for (const auto& [text, expected] : readings) {
         const std::optional<SlurmUsage> usage = ParseSstat(text);
         ASSERT_TRUE(usage) << text;
-        EXPECT_EQ(usage->cpuTicks, expected.cpuTicks) << text;
-        EXPECT_EQ(usage->peakKb, expected.peakKb) << text;
-        EXPECT_EQ(usage->readBytes, expected.readBytes) << text;
-        EXPECT_EQ(usage->writtenBytes, expected.writtenBytes) << text;
+        EXPECT_EQ(fields(*usage), fields(expected)) << text;
     }
     for (const char* text : {"", "\n", "00:01.000|0K|0", "x|0|0|0", "00:01.000||0|0"})
         EXPECT_FALSE(ParseSstat(text)) << text;

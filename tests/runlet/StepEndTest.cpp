@@ -2,6 +2,8 @@
 // return codes), the counters of its processes, alive and reaped, and the text of Diag1.txt.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "runlet/Diagnostic.h"
 #include "runlet/ReturnCode.h"
 #include "runlet/StepMeter.h"
@@ -36,20 +38,18 @@ constexpr int64_t kTick = 100'000;  // one clock tick of 1/100 s in 100-ns ticks
 TEST(StepMeterTest, CountsAliveAndReapedProcessesAndNeverGoesDown) {
     StepMeter meter(100);
     const ProcessInfo child = Process(2, 50, 0, 10, 204800, IoCalls{10000, 2});
+    const auto counters = [&meter] {
+        const StepCounters& c = meter.Counters();
+        return std::make_tuple(c.userTime, c.systemTime, c.peakKb, c.ioCalls);
+    };
     meter.Sample({Process(1, 10, 5, 2, 1000, IoCalls{30, 4}), child, Process(3, 1, 0, 0, 8, std::nullopt)});
-    EXPECT_EQ(meter.Counters().userTime, 66 * kTick);
-    EXPECT_EQ(meter.Counters().peakKb, 205808);
-    EXPECT_EQ(meter.Counters().ioCalls, 10036);
+    EXPECT_EQ(counters(), std::make_tuple(66 * kTick, 12 * kTick, 205808, 10036));
     meter.Reaped(child);
     meter.Sample({Process(1, 10, 5, 2, 1000, IoCalls{31, 4})});
-    EXPECT_EQ(meter.Counters().userTime, 66 * kTick);  // 3 went unseen: its tick stays reported
-    EXPECT_EQ(meter.Counters().ioCalls, 10037);
+    // 3 went unseen: its tick stays reported.
+    EXPECT_EQ(counters(), std::make_tuple(66 * kTick, 12 * kTick, 205808, 10037));
     meter.Final(70 * kTick + 7, 2 * kTick, 300000);
-    const StepCounters& c = meter.Counters();
-    EXPECT_EQ(c.userTime, 70 * kTick + 7);
-    EXPECT_EQ(c.systemTime, 12 * kTick);
-    EXPECT_EQ(c.peakKb, 300000);
-    EXPECT_EQ(c.ioCalls, 10037);
+    EXPECT_EQ(counters(), std::make_tuple(70 * kTick + 7, 12 * kTick, 300000, 10037));
 }
 
 TEST(DiagnosticTest, HeaderAndOneLinePerProcess) {

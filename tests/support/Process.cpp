@@ -75,4 +75,9 @@ ProcessResult RunProcess(const std::vector<std::string>& argv, const std::vector
 
 std::string BinPath(const std::string& program) { return std::string(VQ_TEST_PROGRAM_FOLDER) + program; }
 
+ProcessResult RunVqctl(std::vector<std::string> args, const std::vector<std::string>& env) {
+    args.insert(args.begin(), BinPath("vqctl"));
+    return RunProcess(args, env);
+}
+
 }  // namespace vq::test

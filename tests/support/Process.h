@@ -39,5 +39,7 @@ ProcessResult RunProcess(const std::vector<std::string>& argv, const std::vector
                          int limitMs = 10000);
 // A program of build/bin.
 std::string BinPath(const std::string& program);
+// vqctl with these arguments, run as RunProcess runs a program.
+ProcessResult RunVqctl(std::vector<std::string> args, const std::vector<std::string>& env = {});
 
 }  // namespace vq::test

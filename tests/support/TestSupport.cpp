@@ -27,9 +27,9 @@ TempDir::~TempDir() {
     std::filesystem::remove_all(path_, ignored);
 }
 
-TestServer::TestServer() {
+TestServer::TestServer(Screen* screenGiven) {
     registry = std::make_unique<Registry>(dir.Path() + "config/registry.db", dir.Path() + "config/autostart");
-    server = std::make_unique<Server>(clock, op, *registry, screen);
+    server = std::make_unique<Server>(clock, op, *registry, screenGiven ? *screenGiven : screen);
     BuildColumns(server->tables, *registry);
     const std::string root = dir.Path() + "queue/";
     MakeFolders(root);

@@ -84,11 +84,11 @@ private:
 };
 
 // A fresh server: its own settings store and queue root in a temporary folder, the fake clock,
-// the scripted operator and the counting screen. Columns are built, paths are set, the queue
-// folders exist.
+// the scripted operator and the counting screen (or the screen given). Columns are built, paths
+// are set, the queue folders exist.
 class TestServer {
 public:
-    TestServer();
+    explicit TestServer(Screen* screenGiven = nullptr);
     Server& operator*() { return *server; }
     Server* operator->() { return server.get(); }
 

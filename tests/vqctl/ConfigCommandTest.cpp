@@ -14,8 +14,8 @@ namespace {
 class Config : public ::testing::Test {
 protected:
     test::ProcessResult Run(std::vector<std::string> args) {
-        args.insert(args.begin(), {test::BinPath("vqctl"), "config"});
-        return test::RunProcess(args, {"XDG_CONFIG_HOME=" + dir.Path() + "cfg"});
+        args.insert(args.begin(), "config");
+        return test::RunVqctl(args, {"XDG_CONFIG_HOME=" + dir.Path() + "cfg"});
     }
     test::TempDir dir;
 };

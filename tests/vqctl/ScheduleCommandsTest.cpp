@@ -12,10 +12,9 @@
 namespace vq {
 namespace {
 
-test::ProcessResult Vqctl(std::vector<std::string> args) {
-    args.insert(args.begin(), test::BinPath("vqctl"));
-    // No queue of the user's: the holidays come from --nonwork alone.
-    return test::RunProcess(args, {"XDG_CONFIG_HOME=/nonexistent"});
+// No queue of the user's: the holidays come from --nonwork alone.
+test::ProcessResult Vqctl(const std::vector<std::string>& args) {
+    return test::RunVqctl(args, {"XDG_CONFIG_HOME=/nonexistent"});
 }
 
 class ScheduleCommands : public testing::Test {
