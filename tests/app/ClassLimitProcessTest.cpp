@@ -43,8 +43,10 @@ TEST_F(ClassLimitProcessTest, AStepOverItsClassCpuLimitIsCancelledAndItsCleanupR
     const std::string folder = Root() + "$LOCALS$/$LOCALUSER$/Burn/000001/";
     ASSERT_TRUE(WaitUntil(
         [&] {
+            // The info file may say so a moment before the report has its last entry.
             return ReadFileText(folder + "Info.zki").find("Complete - Cancelled") !=
-                   std::string::npos;
+                       std::string::npos &&
+                   ReadFileText(folder + "Burn.txt").find("Task RC:") != std::string::npos;
         },
         60000, 50))
         << ReadFileText(folder + "Info.zki") << server->ErrorText();
