@@ -2,6 +2,7 @@
 # Installs what is missing, builds, and runs every test suite (on a session bus of its own).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+root=$(pwd)
 scripts/install-deps.sh
 # The date and casing tests pin these locales; a test whose locale is missing fails and says so.
 available=$(locale -a)
@@ -21,7 +22,8 @@ if scripts/slurm-cluster.sh status >/dev/null 2>&1; then
   export VQS_SLURM_CLUSTER=1
 elif scripts/slurm-cluster.sh start; then
   export VQS_SLURM_CLUSTER=1
-  trap 'scripts/slurm-cluster.sh stop' EXIT
+  # The tests run from build/: the path is absolute, and a failed stop doesn't hide their result.
+  trap '"$root"/scripts/slurm-cluster.sh stop || echo "The Slurm cluster could not be stopped." >&2' EXIT
 else
   echo "The Slurm cluster could not be started (see above): the Slurm tests will be skipped." >&2
 fi
