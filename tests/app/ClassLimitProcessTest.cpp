@@ -19,16 +19,6 @@ void WriteClassFile(const std::string& dataFolder) {
     ASSERT_TRUE(WriteFileAtomic(dataFolder + kClassesFileName, ClassesFileText(data)));
 }
 
-// True when every text stands in `report`, each behind the one before.
-bool InOrder(const std::string& report, const std::vector<std::string>& texts) {
-    size_t at = 0;
-    for (const std::string& text : texts) {
-        at = report.find(text, at);
-        if (at == std::string::npos) return false;
-    }
-    return true;
-}
-
 TEST_F(ClassLimitProcessTest, AStepOverItsClassCpuLimitIsCancelledAndItsCleanupRuns) {
     WriteClassFile(Root() + "$Data/");
     auto server = StartServer();

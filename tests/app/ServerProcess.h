@@ -14,6 +14,16 @@
 
 namespace vq::test {
 
+// True when every text stands in `report`, each behind the one before.
+inline bool InOrder(const std::string& report, const std::vector<std::string>& texts) {
+    size_t at = 0;
+    for (const std::string& text : texts) {
+        at = report.find(text, at);
+        if (at == std::string::npos) return false;
+    }
+    return true;
+}
+
 class ServerProcessTest : public ::testing::Test {
 protected:
     // `config` replaces the folder of the settings store; `busAddress` is added when set.

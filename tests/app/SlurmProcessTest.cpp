@@ -75,16 +75,6 @@ protected:
     }
 };
 
-// True when every text stands in `report`, each behind the one before.
-bool InOrder(const std::string& report, const std::vector<std::string>& texts) {
-    size_t at = 0;
-    for (const std::string& text : texts) {
-        at = report.find(text, at);
-        if (at == std::string::npos) return false;
-    }
-    return true;
-}
-
 TEST_F(SlurmProcessTest, AStepThatExitsTwoOnTheClusterLeadsToTheStepForReturnCodeThree) {
     auto server = StartSlurmServer(0);
     const std::string key = Submit("Three", {{"echo one $SLURM_JOB_ID", ""},
