@@ -10,6 +10,7 @@
 #include <vector>
 
 struct sqlite3;
+struct sqlite3_stmt;
 
 namespace vq {
 
@@ -84,6 +85,9 @@ private:
     std::string databasePath_;
     std::string autostartDir_;
     sqlite3* db_ = nullptr;
+    // The read of one value, prepared once: the monitor reads settings for every task it
+    // removes, and preparing costs more than the read.
+    sqlite3_stmt* readValue_ = nullptr;
     std::string lastError_;
     NoticeSink noticeSink_;
     std::set<std::string> noticed_;
