@@ -114,8 +114,25 @@ bool Registry::IsRunKey(Hive hive, const std::string& keyPath) const {
 
 std::string Registry::AutostartFile() const { return autostartDir_ + "/orvantis-server.desktop"; }
 
+Registry::ReadMemo::ReadMemo(Registry& reg) : reg_(reg), owner_(!reg.memo_) {
+    if (owner_) reg_.memo_.emplace();
+}
+
+Registry::ReadMemo::~ReadMemo() {
+    if (owner_) reg_.memo_.reset();
+}
+
 std::optional<RegValue> Registry::Read(Hive hive, const std::string& keyPath,
                                        const std::string& name) {
+    if (!memo_) return ReadStore(hive, keyPath, name);
+    const std::string key = std::string(HiveName(hive)) + '\n' + ToUpper(keyPath) + '\n' + ToUpper(name);
+    const auto known = memo_->find(key);
+    if (known != memo_->end()) return known->second;
+    return memo_->emplace(key, ReadStore(hive, keyPath, name)).first->second;
+}
+
+std::optional<RegValue> Registry::ReadStore(Hive hive, const std::string& keyPath,
+                                            const std::string& name) {
     if (IsRunKey(hive, keyPath)) {
         std::string content;
         if (ToUpper(name) != ToUpper(kRunValueName) || !ReadWholeFile(AutostartFile(), content))
@@ -144,6 +161,7 @@ std::optional<RegValue> Registry::Read(Hive hive, const std::string& keyPath,
 
 int Registry::Write(Hive hive, const std::string& keyPath, const std::string& name,
                     const RegValue& value) {
+    if (memo_) memo_->clear();
     if (IsRunKey(hive, keyPath)) {
         if (ToUpper(name) != ToUpper(kRunValueName)) return 2;
         const std::string entry =
@@ -178,6 +196,7 @@ int Registry::Write(Hive hive, const std::string& keyPath, const std::string& na
 }
 
 int Registry::Delete(Hive hive, const std::string& keyPath, const std::string& name) {
+    if (memo_) memo_->clear();
     if (IsRunKey(hive, keyPath)) {
         if (ToUpper(name) != ToUpper(kRunValueName)) return 0;
         return (::unlink(AutostartFile().c_str()) == 0 || errno == ENOENT) ? 0 : 5;
