@@ -190,6 +190,8 @@ int32_t DiagnosticPeriod(int64_t diagC) {
 void Timer3_Timer(Server& server) {
     // 1. The flags of this tick.
     Tick tick;
+    // Settings read for many tasks (the clearing of folders at each removal) are read once.
+    const Registry::ReadMemo settings(server.registry);
     try {
         // 2. The settings, read on every tick so that a change applies at once.
         Registry& reg = server.registry;

@@ -68,7 +68,10 @@ int64_t RegValue::AsNumber() const { return form == kFormInteger ? number : Val(
 Registry::Registry(std::string databasePath, std::string autostartDir)
     : databasePath_(std::move(databasePath)), autostartDir_(std::move(autostartDir)) {}
 
-Registry::~Registry() { sqlite3_close(db_); }
+Registry::~Registry() {
+    sqlite3_finalize(readValue_);
+    sqlite3_close(db_);
+}
 
 std::string Registry::UserConfigDir() {
     const char* xdg = std::getenv("XDG_CONFIG_HOME");
@@ -111,8 +114,25 @@ bool Registry::IsRunKey(Hive hive, const std::string& keyPath) const {
 
 std::string Registry::AutostartFile() const { return autostartDir_ + "/orvantis-server.desktop"; }
 
+Registry::ReadMemo::ReadMemo(Registry& reg) : reg_(reg), owner_(!reg.memo_) {
+    if (owner_) reg_.memo_.emplace();
+}
+
+Registry::ReadMemo::~ReadMemo() {
+    if (owner_) reg_.memo_.reset();
+}
+
 std::optional<RegValue> Registry::Read(Hive hive, const std::string& keyPath,
                                        const std::string& name) {
+    if (!memo_) return ReadStore(hive, keyPath, name);
+    const std::string key = std::string(HiveName(hive)) + '\n' + ToUpper(keyPath) + '\n' + ToUpper(name);
+    const auto known = memo_->find(key);
+    if (known != memo_->end()) return known->second;
+    return memo_->emplace(key, ReadStore(hive, keyPath, name)).first->second;
+}
+
+std::optional<RegValue> Registry::ReadStore(Hive hive, const std::string& keyPath,
+                                            const std::string& name) {
     if (IsRunKey(hive, keyPath)) {
         std::string content;
         if (ToUpper(name) != ToUpper(kRunValueName) || !ReadWholeFile(AutostartFile(), content))
@@ -124,17 +144,24 @@ std::optional<RegValue> Registry::Read(Hive hive, const std::string& keyPath,
             content.substr(exec + 6, end == std::string::npos ? end : end - exec - 6));
     }
     if (!Open(false)) return std::nullopt;
-    Statement stmt(db_, "SELECT form, data FROM reg_values WHERE hive=? AND key=? AND name=?");
-    if (!stmt.Ok()) return std::nullopt;
-    stmt.Bind(1, HiveName(hive));
-    stmt.Bind(2, keyPath);
-    stmt.Bind(3, name);
-    if (sqlite3_step(stmt.Get()) != SQLITE_ROW) return std::nullopt;
-    return ValueOfRow(stmt.Get(), 0);
+    if (!readValue_ &&
+        sqlite3_prepare_v2(db_, "SELECT form, data FROM reg_values WHERE hive=? AND key=? AND name=?",
+                           -1, &readValue_, nullptr) != SQLITE_OK)
+        return std::nullopt;
+    sqlite3_bind_text(readValue_, 1, HiveName(hive), -1, SQLITE_STATIC);
+    sqlite3_bind_text(readValue_, 2, keyPath.data(), static_cast<int>(keyPath.size()), SQLITE_STATIC);
+    sqlite3_bind_text(readValue_, 3, name.data(), static_cast<int>(name.size()), SQLITE_STATIC);
+    std::optional<RegValue> value;
+    if (sqlite3_step(readValue_) == SQLITE_ROW) value = ValueOfRow(readValue_, 0);
+    // Reset at once: a statement left stepping holds the read lock against other writers.
+    sqlite3_reset(readValue_);
+    sqlite3_clear_bindings(readValue_);
+    return value;
 }
 
 int Registry::Write(Hive hive, const std::string& keyPath, const std::string& name,
                     const RegValue& value) {
+    if (memo_) memo_->clear();
     if (IsRunKey(hive, keyPath)) {
         if (ToUpper(name) != ToUpper(kRunValueName)) return 2;
         const std::string entry =
@@ -169,6 +196,7 @@ int Registry::Write(Hive hive, const std::string& keyPath, const std::string& na
 }
 
 int Registry::Delete(Hive hive, const std::string& keyPath, const std::string& name) {
+    if (memo_) memo_->clear();
     if (IsRunKey(hive, keyPath)) {
         if (ToUpper(name) != ToUpper(kRunValueName)) return 0;
         return (::unlink(AutostartFile().c_str()) == 0 || errno == ENOENT) ? 0 : 5;

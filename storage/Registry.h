@@ -7,9 +7,11 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 struct sqlite3;
+struct sqlite3_stmt;
 
 namespace vq {
 
@@ -73,17 +75,38 @@ public:
     // Passes `text` to the sink once for the life of this object, again only after a failure.
     void NoticeOnce(const std::string& text);
 
+    // While one is open, a value once read is read again from memory until this object
+    // writes or deletes a value: a tick of the server is one moment of use of its settings,
+    // and a read of the store costs a lock of its file. A memo opened inside another joins it.
+    class ReadMemo {
+      public:
+        explicit ReadMemo(Registry& reg);
+        ~ReadMemo();
+        ReadMemo(const ReadMemo&) = delete;
+        ReadMemo& operator=(const ReadMemo&) = delete;
+
+      private:
+        Registry& reg_;
+        bool owner_;
+    };
+
     // The last error of the store, for messages.
     const std::string& LastError() const { return lastError_; }
 
 private:
     bool Open(bool create);
+    std::optional<RegValue> ReadStore(Hive hive, const std::string& keyPath, const std::string& name);
     bool IsRunKey(Hive hive, const std::string& keyPath) const;
     std::string AutostartFile() const;
 
     std::string databasePath_;
     std::string autostartDir_;
     sqlite3* db_ = nullptr;
+    // The read of one value, prepared once: the monitor reads settings for every task it
+    // removes, and preparing costs more than the read.
+    sqlite3_stmt* readValue_ = nullptr;
+    // The values read while a ReadMemo is open, by hive, key and name in upper case.
+    std::optional<std::unordered_map<std::string, std::optional<RegValue>>> memo_;
     std::string lastError_;
     NoticeSink noticeSink_;
     std::set<std::string> noticed_;
